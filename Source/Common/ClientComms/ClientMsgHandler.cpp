@@ -1,0 +1,317 @@
+#include "ClientComms/ClientMsgHandler.h"
+
+#include "Runtime/Clock.h"
+#include "RySocketIO/CUtility.h"
+
+#include <algorithm>
+#include <cstring>
+
+using RySocketIO::CUtility;
+
+namespace
+{
+
+constexpr std::int64_t c_nMicrosecondsPerSecond = 1000000;
+constexpr std::int64_t c_nTimeoutMicroseconds = 60000; // an MC that is silent for longer has timed out
+
+const char* FlagText(unsigned char ucFlag)
+{
+    return ucFlag != 0 ? "true" : "false";
+}
+
+} // namespace
+
+CUpdateTiming::CUpdateTiming()
+    : m_unVersion(0), m_fSum(0), m_nCount(0), m_unLastSeconds(0), m_nLastMicroseconds(0), m_unEpoch(0), m_bAny(false),
+      m_unWantedEpoch(0)
+{
+}
+
+void CUpdateTiming::Record(std::int64_t nNow, std::int64_t nStart)
+{
+    std::int64_t nSince = 0;
+    if (!GetLast(nSince))
+    {
+        nSince = nStart != 0 ? nStart : nNow;
+    }
+    // A clock that was set back adds nothing.
+    const float fInterval = static_cast<float>(static_cast<double>(std::max<std::int64_t>(nNow - nSince, 0)) * 0.001);
+    const std::uint32_t unEpoch = m_unWantedEpoch;
+    const bool bGoOn = unEpoch == m_unEpoch;
+
+    ++m_unVersion;
+    m_fSum = bGoOn ? m_fSum + fInterval : fInterval;
+    m_nCount = bGoOn ? m_nCount + 1 : 1;
+    m_unEpoch = unEpoch;
+    m_unLastSeconds = static_cast<std::uint32_t>(nNow / c_nMicrosecondsPerSecond);
+    m_nLastMicroseconds = static_cast<std::int32_t>(nNow % c_nMicrosecondsPerSecond);
+    m_bAny = true;
+    ++m_unVersion;
+}
+
+float CUpdateTiming::TakeMeanPeriod()
+{
+    const stState state = Read();
+    if (state.unEpoch != m_unWantedEpoch || state.nCount == 0)
+    {
+        return -1.0f;
+    }
+    ++m_unWantedEpoch;
+    return state.fSum / static_cast<float>(state.nCount);
+}
+
+bool CUpdateTiming::GetLast(std::int64_t& nLast) const
+{
+    const stState state = Read();
+    nLast = state.unLastSeconds * c_nMicrosecondsPerSecond + state.nLastMicroseconds;
+    return state.bAny;
+}
+
+CUpdateTiming::stState CUpdateTiming::Read() const
+{
+    for (;;)
+    {
+        const std::uint32_t unVersion = m_unVersion;
+        const stState state = {m_fSum, m_nCount, m_unLastSeconds, m_nLastMicroseconds, m_unEpoch, m_bAny};
+        if (unVersion % 2 == 0 && unVersion == m_unVersion)
+        {
+            return state;
+        }
+    }
+}
+
+CClientMsgHandler::CClientMsgHandler(bool bFlag)
+    : RySocketIO::CSocket(RySocketIO::enConnectionUDP, bFlag, false), m_SenderMutex(CMutex::enNormal), m_bSenderChanged(false),
+      m_nCurrentCache(0), m_aucNewUpdate(), m_aucError(), m_unStartSeconds(0), m_nStartMicroseconds(0), m_nMCTimeouts(0),
+      m_unDefaultPort(0)
+{
+    ResetRemoteAddresses();
+    for (int nCache = 0; nCache < enCaches; ++nCache)
+    {
+        m_aCaches[nCache].nIndex = nCache;
+        m_aCaches[nCache].update.SetShallowMode(true);
+        m_aucNewUpdate[nCache] = 0;
+        m_aucError[nCache] = 0;
+        m_apReceiveBuffer[nCache].reset(new unsigned char[enReceiveBufferSize]);
+    }
+    SetUseSenderInfo(true);
+}
+
+CClientMsgHandler::~CClientMsgHandler()
+{
+    Shutdown();
+}
+
+bool CClientMsgHandler::InitialiseClient(unsigned int unPort, const char* szLocalAddress, const char* szGroup,
+                                         const char* szInterfaceAddress)
+{
+    const std::int64_t nNow = CClock::Microseconds();
+    m_nStartMicroseconds = static_cast<std::int32_t>(nNow % c_nMicrosecondsPerSecond);
+    m_unStartSeconds = static_cast<std::uint32_t>(nNow / c_nMicrosecondsPerSecond);
+    m_unDefaultPort = unPort;
+    const bool bOpened = InitialiseLocalSockets(unPort, szLocalAddress, szInterfaceAddress, 1);
+    const bool bJoined = AddToGroup(szGroup);
+    return bOpened || bJoined;
+}
+
+void CClientMsgHandler::Shutdown()
+{
+    StopReceiving();
+}
+
+void CClientMsgHandler::OnReceivedData(char* pData, long lLength, const RySocketIO::CIPString& sender)
+{
+    CUtility::Debug("CClientMsgHandler::OnReceivedData length %d", static_cast<int>(lLength));
+    const int nCache = m_nCurrentCache;
+    int nResult = enNoMessage;
+    {
+        // One hold over joining and decoding: what the application finds is one update, whole.
+        const CLockGuard<CMutex> guard(m_aCaches[nCache].mutex);
+        if (!guard.IsHeld())
+        {
+            return;
+        }
+        unsigned char* pBuffer = m_apReceiveBuffer[nCache].get();
+        int nSize = enReceiveBufferSize;
+        nResult = Reassemble(pData, lLength, &pBuffer, nSize, enDatagramMCUpdate);
+        if (nResult == enDatagramMCUpdate)
+        {
+            DecodeUpdate(nCache, pBuffer, nSize);
+        }
+    }
+    if (nResult == enDatagramMCUpdate)
+    {
+        RememberSender(sender);
+        m_nCurrentCache = 1 - nCache;
+    }
+    else if (nResult == enNoMessage)
+    {
+        CUtility::Debug("CClientMsgHandler::OnReceivedData - received partial packet");
+    }
+    else
+    {
+        CUtility::Debug("CClientMsgHandler::OnReceivedData - received incorrect packet type (should be bma update), ignoring");
+    }
+}
+
+int CClientMsgHandler::ProcessMCUpdate(const CMCUpdateMsg&)
+{
+    CUtility::Debug("CClientMsgHandler::ProcessMCUpdate - called");
+    return 0;
+}
+
+int CClientMsgHandler::UpdateBMA()
+{
+    int nResult = enUpdateInitial;
+    bool bApplied = false;
+    for (int nCache = 0; nCache < enCaches; ++nCache)
+    {
+        nResult = ApplyCache(nCache, nResult, bApplied);
+    }
+    if (bApplied || nResult == enUpdateDecodeError)
+    {
+        return nResult;
+    }
+    std::int64_t nLast = 0;
+    if (m_SurfaceTiming.GetLast(nLast) && CClock::Microseconds() - nLast <= c_nTimeoutMicroseconds)
+    {
+        return enUpdateNone;
+    }
+    ++m_nMCTimeouts;
+    return enUpdateTimeout;
+}
+
+void CClientMsgHandler::ReceivedMCData(unsigned char* pData, long lLength)
+{
+    const int nCache = m_nCurrentCache;
+    const CLockGuard<CMutex> guard(m_aCaches[nCache].mutex);
+    if (!guard.IsHeld())
+    {
+        return;
+    }
+    // A decoded update points into the cache's own buffer, whoever's bytes these are.
+    unsigned char* pBuffer = m_apReceiveBuffer[nCache].get();
+    if (pData != nullptr && lLength > 0 && lLength <= enReceiveBufferSize)
+    {
+        std::memmove(pBuffer, pData, static_cast<std::size_t>(lLength));
+        pData = pBuffer;
+    }
+    else if (pData != nullptr)
+    {
+        lLength = 0;
+    }
+    DecodeUpdate(nCache, pData, lLength);
+}
+
+void CClientMsgHandler::ClearReceiveErrors()
+{
+    for (int nCache = 0; nCache < enCaches; ++nCache)
+    {
+        const CLockGuard<CMutex> guard(m_aCaches[nCache].mutex);
+        if (guard.IsHeld())
+        {
+            m_aCaches[nCache].update.ClearError();
+            m_aucError[nCache] = 0;
+        }
+    }
+}
+
+float CClientMsgHandler::GetSurfUpdatePeriod()
+{
+    return m_SurfaceTiming.TakeMeanPeriod();
+}
+
+float CClientMsgHandler::GetRotsUpdatePeriod()
+{
+    return m_RotaryTiming.TakeMeanPeriod();
+}
+
+int CClientMsgHandler::GetMCTimeouts()
+{
+    const int nTimeouts = m_nMCTimeouts;
+    m_nMCTimeouts = 0;
+    return nTimeouts;
+}
+
+bool CClientMsgHandler::GetLastSender(RySocketIO::CIPString& sender)
+{
+    const CLockGuard<CMutex> guard(m_SenderMutex);
+    if (!guard.IsHeld())
+    {
+        return false;
+    }
+    sender = m_Sender;
+    return m_bSenderChanged.exchange(false);
+}
+
+// The cache's mutex is held.
+void CClientMsgHandler::DecodeUpdate(int nCache, const unsigned char* pData, long lLength)
+{
+    CUtility::Debug("CClientMsgHandler::ReceivedMCData - called");
+    CMCUpdateMsg& update = m_aCaches[nCache].update;
+    update.Parse(pData, static_cast<std::size_t>(std::max(lLength, 0L)));
+    int nCode = 0;
+    if (update.HaveError(&nCode))
+    {
+        m_aucError[nCache] = 1;
+        m_aucNewUpdate[nCache] = 0; // an older update that waited here is overwritten
+        CUtility::Debug("CClientMsgHandler::ReceivedMCData - error with update msg parsing: %d, cache %d", nCode, nCache);
+        return;
+    }
+    const std::int64_t nNow = CClock::Microseconds();
+    const std::int64_t nStart = m_unStartSeconds * c_nMicrosecondsPerSecond + m_nStartMicroseconds;
+    if (update.GetUpdateType() == enMCUpdateSurface)
+    {
+        m_SurfaceTiming.Record(nNow, nStart);
+    }
+    else if (update.GetUpdateType() == enMCUpdateRotary)
+    {
+        m_RotaryTiming.Record(nNow, nStart);
+    }
+    m_aucNewUpdate[nCache] = 1;
+}
+
+void CClientMsgHandler::RememberSender(const RySocketIO::CIPString& sender)
+{
+    if (m_aucNewUpdate[m_nCurrentCache] == 0 || !(sender != m_Sender))
+    {
+        return;
+    }
+    const CLockGuard<CMutex> guard(m_SenderMutex);
+    if (guard.IsHeld())
+    {
+        m_Sender = sender;
+        m_bSenderChanged = true;
+    }
+}
+
+// One cache's turn in UpdateBMA: the result so far goes in, the result with this cache comes out.
+int CClientMsgHandler::ApplyCache(int nCache, int nResult, bool& bApplied)
+{
+    CUtility::Debug("CClientMsgHandler::UpdateBMA - cache %d, Error: %s, New Update: %s", nCache, FlagText(m_aucError[nCache]),
+                    FlagText(m_aucNewUpdate[nCache]));
+    if (m_aucError[nCache] != 0)
+    {
+        return enUpdateDecodeError;
+    }
+    if (m_aucNewUpdate[nCache] == 0)
+    {
+        return nResult;
+    }
+    const CLockGuard<CMutex> guard(m_aCaches[nCache].mutex);
+    if (!guard.IsHeld() || m_aucNewUpdate[nCache] == 0)
+    {
+        return m_aucError[nCache] != 0 ? int(enUpdateDecodeError) : nResult; // went bad just now
+    }
+    bApplied = true;
+    m_aucNewUpdate[nCache] = 0;
+    try
+    {
+        return ProcessMCUpdate(m_aCaches[nCache].update);
+    }
+    catch (...)
+    {
+        CUtility::Debug("CClientMsgHandler::UpdateBMA - ProcessMCUpdate threw, cache %d", nCache);
+        return nResult;
+    }
+}

@@ -1,0 +1,153 @@
+// The client's end of the link to the MC.
+#pragma once
+
+#include "ClientComms/MsgHandlerBase.h"
+#include "Messages/MCUpdateMsg.h"
+#include "Runtime/Export.h"
+#include "Runtime/Locks.h"
+#include "RySocketIO/CIPString.h"
+#include "RySocketIO/CSocket.h"
+
+#include <atomic>
+#include <cstdint>
+#include <memory>
+
+// How often one kind of update comes. The receive thread records, the application's thread reads; neither waits for the other.
+class CUpdateTiming
+{
+public:
+    CUpdateTiming();
+
+    // Receive thread: an update came now. The first interval counts from nStart, or is 0 when that is 0. Microseconds.
+    void Record(std::int64_t nNow, std::int64_t nStart);
+
+    // Application thread: the mean interval in milliseconds since the last call, -1 when there was no update.
+    float TakeMeanPeriod();
+
+    // Application thread: the time of the last update in microseconds; false when there was none yet.
+    bool GetLast(std::int64_t& nLast) const;
+
+private:
+    struct stState
+    {
+        float fSum; // milliseconds
+        std::int32_t nCount;
+        std::uint32_t unLastSeconds;
+        std::int32_t nLastMicroseconds;
+        std::uint32_t unEpoch; // which TakeMeanPeriod the sum counts from
+        bool bAny;
+    };
+
+    stState Read() const;
+
+    // Written by the receive thread alone; m_unVersion is odd while it does.
+    std::atomic<std::uint32_t> m_unVersion;
+    std::atomic<float> m_fSum;
+    std::atomic<std::int32_t> m_nCount;
+    std::atomic<std::uint32_t> m_unLastSeconds;
+    std::atomic<std::int32_t> m_nLastMicroseconds;
+    std::atomic<std::uint32_t> m_unEpoch;
+    std::atomic<bool> m_bAny;
+
+    // Written by the application's thread alone.
+    std::atomic<std::uint32_t> m_unWantedEpoch;
+};
+
+// Receives the MC's updates. Its socket's receive thread joins and decodes them into one of two caches in turn; UpdateBMA, which
+// the application calls from its own loop, hands each new one to ProcessMCUpdate, where the application writes it into its image.
+//
+//     construct; InitialiseClient; again and again UpdateBMA; destruct
+//
+// The handler owns its caches. Two threads meet here: the receive thread (OnReceivedData, ReceivedMCData) and the application's
+// (everything else). A cache's mutex is held while a message is joined and decoded into it, and while the application looks at
+// it, so an update is never torn; no two locks are ever held at once. A class that derives from this one and overrides
+// OnReceivedData calls Shutdown first thing in its destructor.
+//
+// An update that fails to decode makes its cache unusable, and UpdateBMA answers 5, until ClearReceiveErrors. No exception
+// leaves. About 9 MB large in all: make it with new.
+class LOGICALCONTROLS_EXPORT CClientMsgHandler : public CMsgHandlerBase, public RySocketIO::CSocket
+{
+public:
+    // What UpdateBMA answers when it is not what ProcessMCUpdate returned.
+    enum enUpdateResults : int
+    {
+        enUpdateInitial = 1,
+        enUpdateDecodeError = 5, // a cache holds an update that failed to decode
+        enUpdateTimeout = 6,     // no new update, and none of type 1 for more than 60 ms
+        enUpdateNone = 7         // no new update
+    };
+
+    // The flag goes to the socket library as it is.
+    explicit CClientMsgHandler(bool bFlag);
+    ~CClientMsgHandler() override;
+
+    // Opens the port, joins the group and starts to receive. Addresses are IPv4 text; the local and interface addresses may be
+    // null for the system's choice. True when the port or the group could be had: look at GetLocalPort to tell.
+    bool InitialiseClient(unsigned int unPort, const char* szLocalAddress, const char* szGroup, const char* szInterfaceAddress);
+
+    // Stops the receive thread.
+    void Shutdown();
+
+    using CMsgHandlerBase::OnReceivedData;
+
+    // Receive thread: one datagram, with the address it came from.
+    void OnReceivedData(char* pData, long lLength, const RySocketIO::CIPString& sender) override;
+
+    // Hands an update to the application, which returns a result of its own for UpdateBMA. Called with the cache's mutex held:
+    // it must not call UpdateBMA, and the update's arrays are valid for the length of the call only. This one returns 0.
+    virtual int ProcessMCUpdate(const CMCUpdateMsg& update);
+
+    // One round of the application's loop: applies what is new, and says how it went.
+    virtual int UpdateBMA();
+
+    // Receive thread: decodes one complete update message into the current cache.
+    void ReceivedMCData(unsigned char* pData, long lLength);
+
+    // Makes caches that hold a bad update usable again.
+    void ClearReceiveErrors();
+
+    // Mean time between surface updates, and between rotary updates, since the last call: milliseconds, -1 for none.
+    float GetSurfUpdatePeriod();
+    float GetRotsUpdatePeriod();
+
+    // How often UpdateBMA answered 6 since the last call.
+    int GetMCTimeouts();
+
+    // Who sent the last update. True when that changed since the last call.
+    bool GetLastSender(RySocketIO::CIPString& sender);
+
+private:
+    enum : int
+    {
+        enCaches = 2,
+        enReceiveBufferSize = 1048576
+    };
+
+    struct stUpdateData
+    {
+        stUpdateData() : nIndex(0), mutex(CMutex::enNormal) {}
+
+        int nIndex;
+        CMCUpdateMsg update; // guarded by mutex
+        CMutex mutex;
+    };
+
+    void DecodeUpdate(int nCache, const unsigned char* pData, long lLength);
+    void RememberSender(const RySocketIO::CIPString& sender);
+    int ApplyCache(int nCache, int nResult, bool& bApplied);
+
+    stUpdateData m_aCaches[enCaches];
+    RySocketIO::CIPString m_Sender; // written by the receive thread; guarded by m_SenderMutex
+    CMutex m_SenderMutex;
+    std::atomic<bool> m_bSenderChanged;
+    int m_nCurrentCache;                                      // of the receive thread
+    std::atomic<unsigned char> m_aucNewUpdate[enCaches];      // changed under the cache's mutex
+    std::atomic<unsigned char> m_aucError[enCaches];          // changed under the cache's mutex
+    std::unique_ptr<unsigned char[]> m_apReceiveBuffer[enCaches]; // guarded by the cache's mutex
+    CUpdateTiming m_SurfaceTiming;
+    CUpdateTiming m_RotaryTiming;
+    std::atomic<std::uint32_t> m_unStartSeconds; // 0 until InitialiseClient
+    std::atomic<std::int32_t> m_nStartMicroseconds;
+    int m_nMCTimeouts;
+    unsigned int m_unDefaultPort; // for remote addresses without one
+};

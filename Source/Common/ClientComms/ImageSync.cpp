@@ -1,0 +1,165 @@
+#include "ClientComms/ImageSync.h"
+
+#include "Messages/PPCPacket.h"
+#include "RySocketIO/CUtility.h"
+
+#include <boost/endian/conversion.hpp>
+
+#include <cstdint>
+#include <cstring>
+
+namespace
+{
+
+constexpr MCUpdateType c_enLastUpdateType = static_cast<MCUpdateType>(30);
+
+// Floats and ints travel big-endian; strings, bits and meters are bytes.
+bool IsWordBlock(tagenPPCMessageType enType)
+{
+    return enType == enRotary || enType == enInteger || enType == enFader || enType == enOther;
+}
+
+// Copies a block between the machine's order and the wire's; the way back is the same.
+void CopyBlock(tagenPPCMessageType enType, void* pDestination, const void* pSource, std::size_t unBytes)
+{
+    if (!IsWordBlock(enType))
+    {
+        std::memcpy(pDestination, pSource, unBytes);
+        return;
+    }
+    unsigned char* pTo = static_cast<unsigned char*>(pDestination);
+    const unsigned char* pFrom = static_cast<const unsigned char*>(pSource);
+    for (std::size_t unOffset = 0; unOffset + 4 <= unBytes; unOffset += 4)
+    {
+        std::uint32_t unWord;
+        std::memcpy(&unWord, pFrom + unOffset, sizeof unWord);
+        boost::endian::native_to_big_inplace(unWord);
+        std::memcpy(pTo + unOffset, &unWord, sizeof unWord);
+    }
+}
+
+template <typename Wire, typename Value>
+bool ApplyRecord(const CPPCStreamReader& reader, const stPPCAddress& address, CBMAContainer& image)
+{
+    Wire wire = Wire();
+    if (!reader.GetValue(wire))
+    {
+        return false;
+    }
+    Value value = static_cast<Value>(wire);
+    image.SetPPC(address.enType, address.enPathType, address.nPath, address.nParam, value, false, false);
+    return true;
+}
+
+bool ApplyRecord(const CPPCStreamReader& reader, CBMAContainer& image)
+{
+    const stPPCAddress address = reader.Address();
+    if (!IsParameterAddress(address.enType, address.enPathType, address.nPath, address.nParam))
+    {
+        return false;
+    }
+    switch (address.enType)
+    {
+    case enString:
+        return ApplyRecord<RyGConsoleString, RyGConsoleString>(reader, address, image);
+    case enRotary:
+    case enFader:
+        return ApplyRecord<float, float>(reader, address, image);
+    case enSwitch:
+    case enInteger:
+    case enOther:
+        return ApplyRecord<int, int>(reader, address, image);
+    case enMeter:
+        return ApplyRecord<int, unsigned char>(reader, address, image);
+    }
+    return false;
+}
+
+} // namespace
+
+bool BuildMCUpdate(const CBMAContainer& image, MCUpdateType enUpdateType, CMCUpdateMsg& message)
+{
+    if (enUpdateType > c_enLastUpdateType)
+    {
+        return false;
+    }
+    message.Clear();
+    message.SetMarker(c_unMCUpdateMarker);
+    message.SetUpdateType(enUpdateType);
+    const stCarriedArrays carried = CarriedArrays(enUpdateType);
+    for (int nType = carried.nFirst; nType <= carried.nLast; ++nType)
+    {
+        const tagenPPCMessageType enType = static_cast<tagenPPCMessageType>(nType);
+        const void* pBlock = nullptr;
+        long lBytes = 0;
+        image.GetMessageMemory(enType, pBlock, lBytes);
+        unsigned char* pArray = message.PrepareArray(enType, static_cast<int>(lBytes));
+        if (pArray == nullptr || pBlock == nullptr)
+        {
+            return false;
+        }
+        CopyBlock(enType, pArray, pBlock, static_cast<std::size_t>(lBytes));
+    }
+    return true;
+}
+
+unsigned int ApplyMCUpdate(const CMCUpdateMsg& message, CBMAContainer& image)
+{
+    unsigned int unWritten = 0;
+    const stCarriedArrays carried = CarriedArrays(message.GetUpdateType());
+    for (int nType = carried.nFirst; nType <= carried.nLast; ++nType)
+    {
+        const tagenPPCMessageType enType = static_cast<tagenPPCMessageType>(nType);
+        const unsigned char* pArray = nullptr;
+        int nLength = 0;
+        void* pBlock = nullptr;
+        long lBytes = 0;
+        image.GetMessageMemory(enType, pBlock, lBytes);
+        if (message.GetArray(enType, pArray, nLength) && nLength == lBytes && pBlock != nullptr)
+        {
+            CopyBlock(enType, pBlock, pArray, static_cast<std::size_t>(lBytes));
+            unWritten |= 1u << nType;
+        }
+    }
+    return unWritten;
+}
+
+stPPCResult ApplyPPCs(const unsigned char* pStream, long lLength, CBMAContainer& image)
+{
+    stPPCResult result = {0, 0, false};
+    CPPCStreamReader reader(pStream, lLength);
+    while (reader.Next())
+    {
+        if (ApplyRecord(reader, image))
+        {
+            ++result.nApplied;
+            continue;
+        }
+        ++result.nRefused;
+        const stPPCAddress address = reader.Address();
+        RySocketIO::CUtility::Debug("ApplyPPCs - refused: msg type (%d), path type (%d), path (%d), parameter (%d)",
+                                    static_cast<int>(address.enType), static_cast<int>(address.enPathType), address.nPath,
+                                    address.nParam);
+    }
+    result.bComplete = reader.IsGood();
+    return result;
+}
+
+CImageFollower::CImageFollower(CBMAContainer& image) : CClientMsgHandler(false), m_Image(image), m_unTypesReceived(0) {}
+
+CImageFollower::~CImageFollower() = default;
+
+int CImageFollower::ProcessMCUpdate(const CMCUpdateMsg& update)
+{
+    unsigned int unCarried = 0;
+    const stCarriedArrays carried = CarriedArrays(update.GetUpdateType());
+    for (int nType = carried.nFirst; nType <= carried.nLast; ++nType)
+    {
+        const unsigned char* pArray = nullptr;
+        int nLength = 0;
+        unCarried |= update.GetArray(static_cast<tagenPPCMessageType>(nType), pArray, nLength) ? 1u << nType : 0u;
+    }
+    const unsigned int unWritten = ApplyMCUpdate(update, m_Image);
+    m_unTypesReceived |= unWritten;
+    return unWritten == unCarried ? enApplied : enBlockLeftOut;
+}

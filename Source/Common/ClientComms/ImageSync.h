@@ -1,0 +1,54 @@
+// Keeps an image in step: the four calls between images and messages.
+#pragma once
+
+#include "ClientComms/ClientMsgHandler.h"
+#include "LogicalControls/ConsoleBitmapArray.h"
+#include "Messages/MCUpdateMsg.h"
+#include "Runtime/Export.h"
+
+// The MC's side: fills message with the blocks of image that an update of this type carries, ready to be serialised. The message
+// is emptied first and has to be in deep mode. False when the type is above 30.
+LOGICALCONTROLS_EXPORT bool BuildMCUpdate(const CBMAContainer& image, MCUpdateType enUpdateType, CMCUpdateMsg& message);
+
+// The client's side: writes the blocks that message carries into image, past SetPPC: no global flag is cleared and nothing is
+// sent. A block that is not exactly as long as the image's is left out. Returns the message types written, bit t for type t.
+LOGICALCONTROLS_EXPORT unsigned int ApplyMCUpdate(const CMCUpdateMsg& message, CBMAContainer& image);
+
+// What came of a stream of parameter changes.
+struct stPPCResult
+{
+    int nApplied;
+    int nRefused;   // the address names no parameter, or the value is too short
+    bool bComplete; // false when the stream broke off at a bad record
+};
+
+// The MC's side: writes each of the serialised parameter changes in the lLength bytes at pStream into image, through SetPPC. A
+// refused record is logged and passed over. The records' markers are not looked at: not every sender writes them.
+LOGICALCONTROLS_EXPORT stPPCResult ApplyPPCs(const unsigned char* pStream, long lLength, CBMAContainer& image);
+
+// The client that most programs need: a message handler that applies every update to one image, on the thread that calls
+// UpdateBMA. The image is the application's and must outlive the follower; only that thread may use it meanwhile.
+class LOGICALCONTROLS_EXPORT CImageFollower : public CClientMsgHandler
+{
+public:
+    explicit CImageFollower(CBMAContainer& image);
+    ~CImageFollower() override;
+
+    // Applies the update. Returns 0, or 2 when a block of it does not fit the image and was left out.
+    int ProcessMCUpdate(const CMCUpdateMsg& update) override;
+
+    enum enFollowResults : int
+    {
+        enApplied = 0,
+        enBlockLeftOut = 2
+    };
+
+    // The message types that any update has written so far, bit t for type t; c_unWholeImage when all have come.
+    unsigned int GetTypesReceived() const { return m_unTypesReceived; }
+
+private:
+    CBMAContainer& m_Image;
+    unsigned int m_unTypesReceived;
+};
+
+constexpr unsigned int c_unWholeImage = (1u << c_nMessageTypes) - 1;

@@ -1,0 +1,188 @@
+#include "ClientComms/MsgHandlerBase.h"
+
+#include "RySocketIO/CUtility.h"
+
+#include <algorithm>
+#include <cstdint>
+#include <cstring>
+
+using RySocketIO::CUtility;
+
+namespace
+{
+
+int LogInvalidHeader(const UDP_PACKET_HEADER& header)
+{
+    CUtility::Debug("[CMsgHandlerBase::ValidatePacketSequence] invalid packet header: type (%d) sequence (%d) total (%d)",
+                    int(header.nType), static_cast<int>(header.unPacketNumber), static_cast<int>(header.unTotal));
+    return CMsgHandlerBase::enNoMessage;
+}
+
+// The numbers of a header against each other. All but the type are unsigned, so that a negative one is a huge one.
+bool IsHeaderValid(const UDP_PACKET_HEADER& header)
+{
+    return header.nType >= 0 && header.nType < c_nDatagramTypeLimit && header.unPacketNumber > 0 &&
+           header.unPacketNumber <= header.unTotal && header.unTotal <= std::uint32_t(c_nMaxFragments);
+}
+
+} // namespace
+
+CMsgHandlerBase::CMsgHandlerBase() : m_aRemoteAddresses(), m_nRemoteAddresses(0), m_aRing(), m_nReceivedPackets(0)
+{
+    for (UDP_PACKET& slot : m_aRing)
+    {
+        slot.header.nType = enFreeSlot;
+    }
+}
+
+CMsgHandlerBase::~CMsgHandlerBase() = default;
+
+void CMsgHandlerBase::OnReceivedData(char*, long)
+{
+    CUtility::Debug("CMsgHandlerBase::OnReceivedData - override me");
+}
+
+void CMsgHandlerBase::SetRemoteAddress(const char* szAddress, int nSecond, int nPort)
+{
+    const std::size_t unLength = szAddress != nullptr ? strnlen(szAddress, enMaxAddressText) : std::size_t(enMaxAddressText);
+    if (m_nRemoteAddresses >= enMaxRemoteAddresses || unLength >= enMaxAddressText)
+    {
+        return;
+    }
+    stRemoteAddress& entry = m_aRemoteAddresses[m_nRemoteAddresses];
+    std::memset(entry.acAddress, 0, sizeof entry.acAddress);
+    std::memcpy(entry.acAddress, szAddress, unLength);
+    entry.nSecond = nSecond;
+    if (nPort != -1)
+    {
+        entry.nPort = nPort;
+    }
+    ++m_nRemoteAddresses;
+}
+
+void CMsgHandlerBase::ResetRemoteAddresses()
+{
+    std::fill(std::begin(m_aRemoteAddresses), std::end(m_aRemoteAddresses), stRemoteAddress());
+    m_nRemoteAddresses = 0;
+}
+
+int CMsgHandlerBase::ValidatePacketSequence(const char* pData, long lLength, unsigned char** ppBuffer, int& nBufferSize)
+{
+    return Reassemble(pData, lLength, ppBuffer, nBufferSize, enAnyType);
+}
+
+int CMsgHandlerBase::Reassemble(const char* pData, long lLength, unsigned char** ppBuffer, int& nBufferSize, int nWantedType)
+{
+    CUtility::Debug("CMsgHandlerBase::ValidatePacketSequence - validating (lLength = %d) (m_nReceivedPackets = %d)",
+                    static_cast<int>(lLength), m_nReceivedPackets);
+    if (lLength < c_nDatagramHeader || pData == nullptr || ppBuffer == nullptr || *ppBuffer == nullptr)
+    {
+        return enNoMessage;
+    }
+    // The overlay has no alignment; only the lLength bytes that are there are looked at.
+    const UDP_PACKET* pPacket = reinterpret_cast<const UDP_PACKET*>(pData);
+    const UDP_PACKET_HEADER& header = pPacket->header;
+    if (!IsHeaderValid(header))
+    {
+        return LogInvalidHeader(header);
+    }
+    const std::uint32_t unCapacity = static_cast<std::uint32_t>(std::max(nBufferSize, 0));
+    const bool bSingle = header.unTotal == 1;
+    if (bSingle && header.unPayloadLength > unCapacity)
+    {
+        CUtility::Debug("[CMsgHandlerBase::ValidatePacketSequence] supplied buffer is too small to hold the rx packet; packet "
+                        "(%d) bytes, buffer (%d) bytes.",
+                        static_cast<int>(header.unPayloadLength), nBufferSize);
+        return enNoMessage;
+    }
+    if (header.unPayloadLength > static_cast<unsigned long>(lLength - c_nDatagramHeader))
+    {
+        return LogInvalidHeader(header); // a payload that is not there
+    }
+
+    const int nTotal = static_cast<int>(header.unTotal);
+    const UDP_PACKET* apTable[c_nMaxFragments] = {};
+    apTable[header.unPacketNumber - 1] = pPacket;
+    if (!bSingle && !LocatePacketsOfMessage(apTable, static_cast<long>(header.unMessageId), nTotal))
+    {
+        if (lLength > c_nMaxDatagram)
+        {
+            return LogInvalidHeader(header); // larger than a slot of the ring
+        }
+        StoreFragment(pData, lLength);
+        return enNoMessage;
+    }
+    const bool bCopy = nWantedType == enAnyType || header.nType == nWantedType;
+    if (!JoinFragments(apTable, nTotal, *ppBuffer, nBufferSize, bCopy))
+    {
+        CUtility::Debug(
+            "[CMsgHandlerBase::ValidatePacketSequence] fragmented message was too big to fit in the supplied buffer.");
+        return enNoMessage;
+    }
+    return header.nType;
+}
+
+bool CMsgHandlerBase::LocatePacketsOfMessage(const UDP_PACKET** ppTable, long lMessageId, int nTotal)
+{
+    if (ppTable == nullptr || nTotal < 1 || nTotal > c_nMaxFragments)
+    {
+        return false;
+    }
+    const auto missing = [&] { return std::count(ppTable, ppTable + nTotal, nullptr); };
+    const std::uint32_t unMessageId = static_cast<std::uint32_t>(lMessageId);
+    for (int nAge = 1; nAge <= enRingSize && missing() != 0; ++nAge)
+    {
+        const UDP_PACKET& slot = m_aRing[(m_nReceivedPackets - nAge + enRingSize) % enRingSize];
+        const std::uint32_t unNumber = slot.header.unPacketNumber;
+        if (slot.header.nType != enFreeSlot && slot.header.unMessageId == unMessageId &&
+            unNumber <= static_cast<std::uint32_t>(nTotal) && ppTable[unNumber - 1] == nullptr)
+        {
+            ppTable[unNumber - 1] = &slot;
+        }
+    }
+    return missing() == 0;
+}
+
+int CMsgHandlerBase::GetPPCBufferSize()
+{
+    const CLockGuard<CCritSec> guard(m_PPCBufferLock);
+    return guard.IsHeld() ? m_PPCBuffer.GetQueueSize() : 0;
+}
+
+void CMsgHandlerBase::ClearPPCBuffer()
+{
+    const CLockGuard<CCritSec> guard(m_PPCBufferLock);
+    if (guard.IsHeld())
+    {
+        m_PPCBuffer.ClearQueue();
+    }
+}
+
+// Joins a complete table, or writes nothing when the buffer is too small for all of it.
+bool CMsgHandlerBase::JoinFragments(const UDP_PACKET* const* ppTable, int nTotal, unsigned char* pBuffer, int& nBufferSize,
+                                    bool bCopy)
+{
+    std::int64_t nLength = 0;
+    for (int nEntry = 0; nEntry < nTotal; ++nEntry)
+    {
+        nLength += ppTable[nEntry]->header.unPayloadLength;
+    }
+    if (nLength > std::max(nBufferSize, 0))
+    {
+        return false;
+    }
+    for (int nEntry = 0; bCopy && nEntry < nTotal; ++nEntry)
+    {
+        const std::size_t unPayload = ppTable[nEntry]->header.unPayloadLength;
+        std::memcpy(pBuffer, ppTable[nEntry]->acPayload, unPayload);
+        pBuffer += unPayload;
+    }
+    nBufferSize = static_cast<int>(nLength);
+    return true;
+}
+
+void CMsgHandlerBase::StoreFragment(const char* pData, long lLength)
+{
+    std::memcpy(&m_aRing[m_nReceivedPackets], pData, static_cast<std::size_t>(lLength));
+    m_nReceivedPackets = (m_nReceivedPackets + 1) % enRingSize;
+}

@@ -1,0 +1,80 @@
+// What every message handler has: the fragments of messages under way, remote addresses, and outgoing parameter changes.
+#pragma once
+
+#include "ClientComms/RawPPCQueue.h"
+#include "ClientComms/UDPPacket.h"
+#include "Runtime/Export.h"
+#include "Runtime/Locks.h"
+
+// The base of the client's message handler. It joins the fragments of a message: a ring keeps the last 50 that came, and the
+// one that completes a message is joined with those from the ring, in number order whatever the order of arrival. Fragments are
+// matched by message id alone. They stay in the ring until newer ones overwrite them, so a repeated last fragment completes its
+// message again.
+//
+// Over 3 MB large: make it with new. Reassembly belongs to the one thread that receives datagrams; the PPC buffer may be used
+// from any thread; the remote addresses are set before anything is sent.
+class LOGICALCONTROLS_EXPORT CMsgHandlerBase
+{
+public:
+    enum : int
+    {
+        enRingSize = 50,
+        enMaxRemoteAddresses = 5,
+        enMaxAddressText = 50, // with the zero behind it
+        enNoMessage = -1
+    };
+
+    CMsgHandlerBase();
+    virtual ~CMsgHandlerBase();
+    CMsgHandlerBase(const CMsgHandlerBase&) = delete;
+    CMsgHandlerBase& operator=(const CMsgHandlerBase&) = delete;
+
+    // For the application to override; logs that nobody did.
+    virtual void OnReceivedData(char* pData, long lLength);
+
+    // Adds an address that outgoing datagrams are sent to: five at most, and a text of at most 49 characters; anything else is
+    // ignored. Port -1 leaves the entry's port at 0, which stands for the handler's own.
+    void SetRemoteAddress(const char* szAddress, int nSecond, int nPort);
+    void ResetRemoteAddresses();
+
+    // Takes a datagram of lLength bytes. When it completes a message, the message is in *ppBuffer, its length in nBufferSize
+    // (which held the buffer's capacity), and the result is the datagram type; else enNoMessage, and the buffer is untouched. A
+    // datagram that is refused is logged; none is trusted in any of its numbers.
+    int ValidatePacketSequence(const char* pData, long lLength, unsigned char** ppBuffer, int& nBufferSize);
+
+    // Fills the empty ones among the first nTotal entries of the table from the ring, newest first. True when all are filled;
+    // false at once for a total outside 1 to 5.
+    bool LocatePacketsOfMessage(const UDP_PACKET** ppTable, long lMessageId, int nTotal);
+
+    int GetPPCBufferSize();
+    void ClearPPCBuffer();
+
+protected:
+    struct stRemoteAddress
+    {
+        char acAddress[enMaxAddressText];
+        int nPort; // 0: the handler's default port
+        int nSecond;
+    };
+
+    // As ValidatePacketSequence; a complete message of another type than nWantedType is checked and reported, but not copied.
+    int Reassemble(const char* pData, long lLength, unsigned char** ppBuffer, int& nBufferSize, int nWantedType);
+
+    CRawPPCQueue m_PPCBuffer; // guarded by m_PPCBufferLock
+    CCritSec m_PPCBufferLock;
+    stRemoteAddress m_aRemoteAddresses[enMaxRemoteAddresses];
+    int m_nRemoteAddresses;
+
+private:
+    enum : int
+    {
+        enAnyType = -1,
+        enFreeSlot = -1
+    };
+
+    bool JoinFragments(const UDP_PACKET* const* ppTable, int nTotal, unsigned char* pBuffer, int& nBufferSize, bool bCopy);
+    void StoreFragment(const char* pData, long lLength);
+
+    UDP_PACKET m_aRing[enRingSize];
+    int m_nReceivedPackets; // where the next fragment goes
+};

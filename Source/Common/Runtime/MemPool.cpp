@@ -1,0 +1,8 @@
+#include "Runtime/MemPool.h"
+
+namespace MemPool
+{
+
+CMemPoolBase::~CMemPoolBase() = default;
+
+} // namespace MemPool

@@ -1,0 +1,358 @@
+#include "RySocketIO/CSocket.h"
+
+#include "RySocketIO/CUtility.h"
+#include "RySocketIO/SignalFreeThread.h"
+#include "RySocketIO/StopEvent.h"
+
+#include <arpa/inet.h>
+#include <netinet/in.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <atomic>
+#include <cerrno>
+#include <cstring>
+
+namespace RySocketIO
+{
+
+namespace
+{
+
+constexpr int c_nReceiveBuffer = 4 << 20;
+constexpr std::size_t c_unMaxDatagram = 65536; // more than UDP can carry
+constexpr timespec c_ErrorPause = {0, 10 * 1000 * 1000};
+
+bool IsGiven(const char* szAddress)
+{
+    return szAddress != nullptr && szAddress[0] != '\0';
+}
+
+bool ParseAddress(const char* szAddress, in_addr& address)
+{
+    address.s_addr = htonl(INADDR_ANY);
+    return !IsGiven(szAddress) || inet_pton(AF_INET, szAddress, &address) == 1;
+}
+
+bool MakeDestination(const in_addr& address, unsigned int unPort, sockaddr_in& destination)
+{
+    destination = sockaddr_in();
+    destination.sin_family = AF_INET;
+    destination.sin_addr = address;
+    destination.sin_port = htons(static_cast<std::uint16_t>(unPort));
+    return unPort <= 65535;
+}
+
+template <class Value>
+bool SetOption(int nSocket, int nLevel, int nOption, const Value& value)
+{
+    return setsockopt(nSocket, nLevel, nOption, &value, sizeof value) == 0;
+}
+
+// In force first, which needs a privilege; else as much as the system lets anyone have. Returns what it is.
+int AskForReceiveBuffer(int nSocket)
+{
+    if (!SetOption(nSocket, SOL_SOCKET, SO_RCVBUFFORCE, c_nReceiveBuffer))
+    {
+        SetOption(nSocket, SOL_SOCKET, SO_RCVBUF, c_nReceiveBuffer);
+    }
+    int nGranted = 0;
+    socklen_t nSize = sizeof nGranted;
+    getsockopt(nSocket, SOL_SOCKET, SO_RCVBUF, &nGranted, &nSize);
+    return nGranted;
+}
+
+} // namespace
+
+class CSocket::CReceiver
+{
+public:
+    explicit CReceiver(CSocket& owner)
+        : m_Owner(owner), m_nSocket(-1), m_Interface(), m_nBufferSize(0), m_bUseSenderInfo(false), m_unKernelDrops(0),
+          m_unTruncated(0), m_LastSender(), m_LastSenderText("0.0.0.0")
+    {
+    }
+
+    ~CReceiver()
+    {
+        Stop();
+        if (m_nSocket >= 0)
+        {
+            close(m_nSocket);
+        }
+    }
+
+    bool Open(unsigned int unPort, const char* szLocalAddress, const char* szInterfaceAddress);
+    bool Join(const char* szGroup);
+    bool Send(const char* szAddress, unsigned int unPort, const char* pData, long lLength) const;
+    void Stop();
+    unsigned int LocalPort() const;
+
+    void SetUseSenderInfo(bool bUse) { m_bUseSenderInfo = bUse; }
+    int BufferSize() const { return m_nBufferSize; }
+    unsigned int KernelDrops() const { return m_unKernelDrops; }
+    unsigned int Truncated() const { return m_unTruncated; }
+
+private:
+    bool Configure(unsigned int unPort, const char* szLocalAddress, const char* szInterfaceAddress);
+    void Run();
+    bool ReceiveOne();
+    void Deliver(long lLength, const sockaddr_in& sender);
+    void CountKernelDrops(msghdr& message);
+
+    CSocket& m_Owner;
+    int m_nSocket;
+    in_addr m_Interface;
+    int m_nBufferSize;
+    std::atomic<bool> m_bUseSenderInfo;
+    std::atomic<unsigned int> m_unKernelDrops;
+    std::atomic<unsigned int> m_unTruncated;
+    CStopEvent m_Stop;
+    std::thread m_Thread;
+
+    // Of the receive thread alone.
+    in_addr m_LastSender;
+    CIPString m_LastSenderText;
+    char m_acDatagram[c_unMaxDatagram];
+};
+
+bool CSocket::CReceiver::Open(unsigned int unPort, const char* szLocalAddress, const char* szInterfaceAddress)
+{
+    if (m_nSocket >= 0 || !m_Stop.IsValid())
+    {
+        return false;
+    }
+    m_nSocket = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC | SOCK_NONBLOCK, IPPROTO_UDP);
+    if (m_nSocket < 0)
+    {
+        return false;
+    }
+    if (!Configure(unPort, szLocalAddress, szInterfaceAddress))
+    {
+        CUtility::Debug("CSocket::InitialiseLocalSockets - port %u, address %s, interface %s: %s", unPort,
+                        IsGiven(szLocalAddress) ? szLocalAddress : "any", IsGiven(szInterfaceAddress) ? szInterfaceAddress : "any",
+                        std::strerror(errno));
+        close(m_nSocket);
+        m_nSocket = -1;
+        return false;
+    }
+    m_Thread = StartSignalFreeThread([this] { Run(); });
+    return m_Thread.joinable();
+}
+
+bool CSocket::CReceiver::Configure(unsigned int unPort, const char* szLocalAddress, const char* szInterfaceAddress)
+{
+    errno = EINVAL;
+    in_addr local;
+    sockaddr_in bound;
+    if (!ParseAddress(szLocalAddress, local) || !ParseAddress(szInterfaceAddress, m_Interface) ||
+        !MakeDestination(local, unPort, bound))
+    {
+        return false;
+    }
+    const int nOn = 1;
+    const int nOff = 0;
+    if (!SetOption(m_nSocket, SOL_SOCKET, SO_REUSEADDR, nOn))
+    {
+        return false;
+    }
+    m_nBufferSize = AskForReceiveBuffer(m_nSocket);
+    // Both are comforts that a system may lack: the drop counter, and hearing only the groups that this socket joined.
+    SetOption(m_nSocket, SOL_SOCKET, SO_RXQ_OVFL, nOn);
+    SetOption(m_nSocket, IPPROTO_IP, IP_MULTICAST_ALL, nOff);
+    if (IsGiven(szInterfaceAddress) && !SetOption(m_nSocket, IPPROTO_IP, IP_MULTICAST_IF, m_Interface))
+    {
+        return false;
+    }
+    return bind(m_nSocket, reinterpret_cast<const sockaddr*>(&bound), sizeof bound) == 0;
+}
+
+bool CSocket::CReceiver::Join(const char* szGroup)
+{
+    ip_mreq request = {};
+    request.imr_interface = m_Interface;
+    return m_nSocket >= 0 && IsGiven(szGroup) && ParseAddress(szGroup, request.imr_multiaddr) &&
+           SetOption(m_nSocket, IPPROTO_IP, IP_ADD_MEMBERSHIP, request);
+}
+
+bool CSocket::CReceiver::Send(const char* szAddress, unsigned int unPort, const char* pData, long lLength) const
+{
+    in_addr address;
+    sockaddr_in destination;
+    if (m_nSocket < 0 || lLength < 0 || (pData == nullptr && lLength > 0) || !IsGiven(szAddress) ||
+        !ParseAddress(szAddress, address) || !MakeDestination(address, unPort, destination))
+    {
+        return false;
+    }
+    ssize_t nSent = -1;
+    do
+    {
+        // The socket does not block for its receiver; a sender waits for room as a blocking one would.
+        pollfd entry = {m_nSocket, POLLOUT, 0};
+        poll(&entry, 1, 1000);
+        nSent = sendto(m_nSocket, pData, static_cast<std::size_t>(lLength), 0, reinterpret_cast<const sockaddr*>(&destination),
+                       sizeof destination);
+    } while (nSent < 0 && errno == EINTR);
+    return nSent == lLength;
+}
+
+void CSocket::CReceiver::Stop()
+{
+    if (m_Thread.joinable())
+    {
+        m_Stop.Set();
+        m_Thread.join();
+    }
+}
+
+unsigned int CSocket::CReceiver::LocalPort() const
+{
+    sockaddr_in bound = {};
+    socklen_t nSize = sizeof bound;
+    if (m_nSocket < 0 || getsockname(m_nSocket, reinterpret_cast<sockaddr*>(&bound), &nSize) != 0)
+    {
+        return 0;
+    }
+    return ntohs(bound.sin_port);
+}
+
+void CSocket::CReceiver::Run()
+{
+    m_Owner.OnConnected();
+    pollfd aEntries[] = {{m_nSocket, POLLIN, 0}, {m_Stop.Descriptor(), POLLIN, 0}};
+    for (;;)
+    {
+        const int nReady = poll(aEntries, 2, -1);
+        if (nReady < 0 && errno != EINTR && m_Stop.Wait(c_ErrorPause))
+        {
+            break;
+        }
+        if (nReady > 0 && aEntries[1].revents != 0)
+        {
+            break;
+        }
+        if (nReady > 0 && aEntries[0].revents != 0 && !ReceiveOne() && m_Stop.Wait(c_ErrorPause))
+        {
+            break;
+        }
+    }
+    m_Owner.OnTerminated();
+}
+
+// False when the system refused in a way that may repeat at once.
+bool CSocket::CReceiver::ReceiveOne()
+{
+    sockaddr_in sender = {};
+    iovec vector = {m_acDatagram, sizeof m_acDatagram};
+    alignas(cmsghdr) char acControl[CMSG_SPACE(sizeof(std::uint32_t))];
+    msghdr message = {};
+    message.msg_name = &sender;
+    message.msg_namelen = sizeof sender;
+    message.msg_iov = &vector;
+    message.msg_iovlen = 1;
+    message.msg_control = acControl;
+    message.msg_controllen = sizeof acControl;
+    const ssize_t nLength = recvmsg(m_nSocket, &message, 0);
+    if (nLength < 0)
+    {
+        return errno == EINTR || errno == EAGAIN || errno == EWOULDBLOCK;
+    }
+    CountKernelDrops(message);
+    if ((message.msg_flags & MSG_TRUNC) != 0)
+    {
+        ++m_unTruncated;
+        return true;
+    }
+    Deliver(nLength, sender);
+    return true;
+}
+
+void CSocket::CReceiver::Deliver(long lLength, const sockaddr_in& sender)
+{
+    if (!m_bUseSenderInfo)
+    {
+        m_Owner.OnReceivedData(m_acDatagram, lLength);
+        return;
+    }
+    if (sender.sin_addr.s_addr != m_LastSender.s_addr)
+    {
+        char acText[INET_ADDRSTRLEN] = {};
+        inet_ntop(AF_INET, &sender.sin_addr, acText, sizeof acText);
+        m_LastSender = sender.sin_addr;
+        m_LastSenderText = CIPString(acText);
+    }
+    m_Owner.OnReceivedData(m_acDatagram, lLength, m_LastSenderText);
+}
+
+void CSocket::CReceiver::CountKernelDrops(msghdr& message)
+{
+    for (cmsghdr* pControl = CMSG_FIRSTHDR(&message); pControl != nullptr; pControl = CMSG_NXTHDR(&message, pControl))
+    {
+        if (pControl->cmsg_level == SOL_SOCKET && pControl->cmsg_type == SO_RXQ_OVFL)
+        {
+            std::uint32_t unDrops = 0;
+            std::memcpy(&unDrops, CMSG_DATA(pControl), sizeof unDrops);
+            m_unKernelDrops = unDrops;
+        }
+    }
+}
+
+CSocket::CSocket(int, bool, bool) : m_pReceiver(new CReceiver(*this)) {}
+
+CSocket::~CSocket() = default;
+
+bool CSocket::InitialiseLocalSockets(unsigned int unPort, const char* szLocalAddress, const char* szInterfaceAddress, int)
+{
+    return m_pReceiver->Open(unPort, szLocalAddress, szInterfaceAddress);
+}
+
+bool CSocket::AddToGroup(const char* szGroup)
+{
+    return m_pReceiver->Join(szGroup);
+}
+
+bool CSocket::Send(const char* szAddress, unsigned int unPort, const char* pData, long lLength)
+{
+    return m_pReceiver->Send(szAddress, unPort, pData, lLength);
+}
+
+void CSocket::SetUseSenderInfo(bool bUse)
+{
+    m_pReceiver->SetUseSenderInfo(bUse);
+}
+
+void CSocket::StopReceiving()
+{
+    m_pReceiver->Stop();
+}
+
+unsigned int CSocket::GetLocalPort() const
+{
+    return m_pReceiver->LocalPort();
+}
+
+int CSocket::GetReceiveBufferSize() const
+{
+    return m_pReceiver->BufferSize();
+}
+
+unsigned int CSocket::GetKernelDrops() const
+{
+    return m_pReceiver->KernelDrops();
+}
+
+unsigned int CSocket::GetTruncated() const
+{
+    return m_pReceiver->Truncated();
+}
+
+void CSocket::OnReceivedData(char*, long) {}
+
+void CSocket::OnReceivedData(char*, long, const CIPString&) {}
+
+void CSocket::OnConnected() {}
+
+void CSocket::OnTerminated() {}
+
+} // namespace RySocketIO

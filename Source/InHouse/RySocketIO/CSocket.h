@@ -1,0 +1,69 @@
+// A UDP socket with a receive thread: a stand-in for the console's socket library.
+#pragma once
+
+#include "RySocketIO/CIPString.h"
+
+#include <memory>
+
+namespace RySocketIO
+{
+
+enum enConnectionType : int
+{
+    enConnectionUDP = 2
+};
+
+// Receives datagrams of up to 65,507 bytes on one thread of its own and hands each to OnReceivedData. That thread starts with
+// InitialiseLocalSockets and ends with StopReceiving. It calls virtual functions: a class that overrides one calls StopReceiving
+// first thing in its destructor, and so does a class that derives further and overrides it again.
+//
+// Send may be called from any thread; everything else belongs to the thread that owns the socket. Failures are false results.
+class __attribute__((visibility("default"))) CSocket
+{
+public:
+    // Only UDP sockets exist here. The two flags belong to other kinds of connection.
+    CSocket(int nConnectionType, bool bFlag, bool bReserved);
+    virtual ~CSocket();
+    CSocket(const CSocket&) = delete;
+    CSocket& operator=(const CSocket&) = delete;
+
+    // Opens a socket on the port (0: one that the system picks) and starts to receive. The local address may be null, empty or
+    // "0.0.0.0" for any; multicast goes out and is joined on the interface that has szInterfaceAddress, null or empty for the
+    // system's choice. Asks for a receive buffer of 4 MiB. False for the second time, too.
+    bool InitialiseLocalSockets(unsigned int unPort, const char* szLocalAddress, const char* szInterfaceAddress, int nSockets);
+
+    // Joins a multicast group.
+    bool AddToGroup(const char* szGroup);
+
+    // True when the whole datagram was handed to the system.
+    bool Send(const char* szAddress, unsigned int unPort, const char* pData, long lLength);
+
+    // Chooses which OnReceivedData is called: with the sender's address, or, as at the start, without.
+    void SetUseSenderInfo(bool bUse);
+
+    // Ends the receive thread. Must not be called on it.
+    void StopReceiving();
+
+    // The port in use, and the receive buffer that the system granted in bytes; 0 before InitialiseLocalSockets.
+    unsigned int GetLocalPort() const;
+    int GetReceiveBufferSize() const;
+
+    // Datagrams lost since the start: by the kernel because the buffer was full (where the kernel tells, else 0), and too long to
+    // be taken whole.
+    unsigned int GetKernelDrops() const;
+    unsigned int GetTruncated() const;
+
+    // Called on the receive thread. The data is valid for the length of the call.
+    virtual void OnReceivedData(char* pData, long lLength);
+    virtual void OnReceivedData(char* pData, long lLength, const CIPString& sender);
+
+    // Called on the receive thread when it starts and before it ends.
+    virtual void OnConnected();
+    virtual void OnTerminated();
+
+private:
+    class CReceiver;
+    std::unique_ptr<CReceiver> m_pReceiver;
+};
+
+} // namespace RySocketIO
