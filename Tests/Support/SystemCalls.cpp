@@ -64,84 +64,85 @@ std::size_t LastMallocSize()
 extern "C"
 {
 
-void* __real_malloc(std::size_t);
-int __real_socket(int, int, int);
-ssize_t __real_sendto(int, const void*, std::size_t, int, const sockaddr*, socklen_t);
-int __real_close(int);
-hostent* __real_gethostbyname(const char*);
-int __real_pthread_mutex_init(pthread_mutex_t*, const pthread_mutexattr_t*);
-int __real_sem_init(sem_t*, int, unsigned int);
+    void* __real_malloc(std::size_t);
+    int __real_socket(int, int, int);
+    ssize_t __real_sendto(int, const void*, std::size_t, int, const sockaddr*, socklen_t);
+    int __real_close(int);
+    hostent* __real_gethostbyname(const char*);
+    int __real_pthread_mutex_init(pthread_mutex_t*, const pthread_mutexattr_t*);
+    int __real_sem_init(sem_t*, int, unsigned int);
 
-void* __wrap_malloc(std::size_t unSize)
-{
-    g_unLastMalloc = unSize;
-    return MayCall(Support::CFailingCall::enMalloc) ? __real_malloc(unSize) : nullptr;
-}
-
-int __wrap_socket(int nDomain, int nType, int nProtocol)
-{
-    if (g_pRecorder == nullptr)
+    void* __wrap_malloc(std::size_t unSize)
     {
-        return __real_socket(nDomain, nType, nProtocol);
+        g_unLastMalloc = unSize;
+        return MayCall(Support::CFailingCall::enMalloc) ? __real_malloc(unSize) : nullptr;
     }
-    if (g_pRecorder->bFailSocket)
-    {
-        errno = EMFILE;
-        return -1;
-    }
-    const int nSocket = Support::CSocketRecorder::nFirstSocket + static_cast<int>(g_pRecorder->opened.size());
-    g_pRecorder->opened.push_back(nSocket);
-    return nSocket;
-}
 
-ssize_t __wrap_sendto(int nSocket, const void* pData, std::size_t unLength, int nFlags, const sockaddr* pAddress, socklen_t unSize)
-{
-    if (g_pRecorder == nullptr)
+    int __wrap_socket(int nDomain, int nType, int nProtocol)
     {
-        return __real_sendto(nSocket, pData, unLength, nFlags, pAddress, unSize);
+        if (g_pRecorder == nullptr)
+        {
+            return __real_socket(nDomain, nType, nProtocol);
+        }
+        if (g_pRecorder->bFailSocket)
+        {
+            errno = EMFILE;
+            return -1;
+        }
+        const int nSocket = Support::CSocketRecorder::nFirstSocket + static_cast<int>(g_pRecorder->opened.size());
+        g_pRecorder->opened.push_back(nSocket);
+        return nSocket;
     }
-    if (g_pRecorder->bFailSend)
+
+    ssize_t __wrap_sendto(int nSocket, const void* pData, std::size_t unLength, int nFlags, const sockaddr* pAddress,
+                          socklen_t unSize)
     {
-        errno = ENETUNREACH;
-        return -1;
+        if (g_pRecorder == nullptr)
+        {
+            return __real_sendto(nSocket, pData, unLength, nFlags, pAddress, unSize);
+        }
+        if (g_pRecorder->bFailSend)
+        {
+            errno = ENETUNREACH;
+            return -1;
+        }
+        Support::stSentDatagram sent = {nSocket, {}, nFlags, {}};
+        std::memcpy(&sent.destination, pAddress, sizeof sent.destination);
+        const unsigned char* pBytes = static_cast<const unsigned char*>(pData);
+        sent.bytes.assign(pBytes, pBytes + unLength);
+        g_pRecorder->sent.push_back(sent);
+        return static_cast<ssize_t>(unLength);
     }
-    Support::stSentDatagram sent = {nSocket, {}, nFlags, {}};
-    std::memcpy(&sent.destination, pAddress, sizeof sent.destination);
-    const unsigned char* pBytes = static_cast<const unsigned char*>(pData);
-    sent.bytes.assign(pBytes, pBytes + unLength);
-    g_pRecorder->sent.push_back(sent);
-    return static_cast<ssize_t>(unLength);
-}
 
-int __wrap_close(int nDescriptor)
-{
-    if (g_pRecorder == nullptr)
+    int __wrap_close(int nDescriptor)
     {
-        return __real_close(nDescriptor);
+        if (g_pRecorder == nullptr)
+        {
+            return __real_close(nDescriptor);
+        }
+        g_pRecorder->closed.push_back(nDescriptor);
+        return 0;
     }
-    g_pRecorder->closed.push_back(nDescriptor);
-    return 0;
-}
 
-// No name is ever looked up on a network.
-hostent* __wrap_gethostbyname(const char* szName)
-{
-    return std::strcmp(szName, "localhost") == 0 ? __real_gethostbyname(szName) : nullptr;
-}
-
-int __wrap_pthread_mutex_init(pthread_mutex_t* pMutex, const pthread_mutexattr_t* pAttribute)
-{
-    return MayCall(Support::CFailingCall::enMutexInit) ? __real_pthread_mutex_init(pMutex, pAttribute) : ENOMEM;
-}
-
-int __wrap_sem_init(sem_t* pSemaphore, int nShared, unsigned int unValue)
-{
-    if (!MayCall(Support::CFailingCall::enSemInit))
+    // No name is ever looked up on a network.
+    hostent* __wrap_gethostbyname(const char* szName)
     {
-        errno = EINVAL;
-        return -1;
+        return std::strcmp(szName, "localhost") == 0 ? __real_gethostbyname(szName) : nullptr;
     }
-    return __real_sem_init(pSemaphore, nShared, unValue);
-}
+
+    int __wrap_pthread_mutex_init(pthread_mutex_t* pMutex, const pthread_mutexattr_t* pAttribute)
+    {
+        return MayCall(Support::CFailingCall::enMutexInit) ? __real_pthread_mutex_init(pMutex, pAttribute) : ENOMEM;
+    }
+
+    int __wrap_sem_init(sem_t* pSemaphore, int nShared, unsigned int unValue)
+    {
+        if (!MayCall(Support::CFailingCall::enSemInit))
+        {
+            errno = EINVAL;
+            return -1;
+        }
+        return __real_sem_init(pSemaphore, nShared, unValue);
+    }
 
 } // extern "C"

@@ -140,9 +140,9 @@ private:
     RySocketIO::CIPString m_Sender; // written by the receive thread; guarded by m_SenderMutex
     CMutex m_SenderMutex;
     std::atomic<bool> m_bSenderChanged;
-    int m_nCurrentCache;                                      // of the receive thread
-    std::atomic<unsigned char> m_aucNewUpdate[enCaches];      // changed under the cache's mutex
-    std::atomic<unsigned char> m_aucError[enCaches];          // changed under the cache's mutex
+    int m_nCurrentCache;                                          // of the receive thread
+    std::atomic<unsigned char> m_aucNewUpdate[enCaches];          // changed under the cache's mutex
+    std::atomic<unsigned char> m_aucError[enCaches];              // changed under the cache's mutex
     std::unique_ptr<unsigned char[]> m_apReceiveBuffer[enCaches]; // guarded by the cache's mutex
     CUpdateTiming m_SurfaceTiming;
     CUpdateTiming m_RotaryTiming;

@@ -145,7 +145,10 @@ stPPCResult ApplyPPCs(const unsigned char* pStream, long lLength, CBMAContainer&
     return result;
 }
 
-CImageFollower::CImageFollower(CBMAContainer& image) : CClientMsgHandler(false), m_Image(image), m_unTypesReceived(0) {}
+CImageFollower::CImageFollower(CBMAContainer& image)
+    : CClientMsgHandler(false), m_Image(image), m_unTypesReceived(0), m_unUpdatesApplied(0)
+{
+}
 
 CImageFollower::~CImageFollower() = default;
 
@@ -161,5 +164,6 @@ int CImageFollower::ProcessMCUpdate(const CMCUpdateMsg& update)
     }
     const unsigned int unWritten = ApplyMCUpdate(update, m_Image);
     m_unTypesReceived |= unWritten;
+    ++m_unUpdatesApplied;
     return unWritten == unCarried ? enApplied : enBlockLeftOut;
 }

@@ -6,6 +6,8 @@
 #include "Messages/MCUpdateMsg.h"
 #include "Runtime/Export.h"
 
+#include <cstdint>
+
 // The MC's side: fills message with the blocks of image that an update of this type carries, ready to be serialised. The message
 // is emptied first and has to be in deep mode. False when the type is above 30.
 LOGICALCONTROLS_EXPORT bool BuildMCUpdate(const CBMAContainer& image, MCUpdateType enUpdateType, CMCUpdateMsg& message);
@@ -46,9 +48,13 @@ public:
     // The message types that any update has written so far, bit t for type t; c_unWholeImage when all have come.
     unsigned int GetTypesReceived() const { return m_unTypesReceived; }
 
+    // How many updates have been applied, modulo 2^32.
+    std::uint32_t GetUpdatesApplied() const { return m_unUpdatesApplied; }
+
 private:
     CBMAContainer& m_Image;
     unsigned int m_unTypesReceived;
+    std::uint32_t m_unUpdatesApplied;
 };
 
 constexpr unsigned int c_unWholeImage = (1u << c_nMessageTypes) - 1;

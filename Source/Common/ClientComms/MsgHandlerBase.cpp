@@ -115,8 +115,7 @@ int CMsgHandlerBase::Reassemble(const char* pData, long lLength, unsigned char**
     const bool bCopy = nWantedType == enAnyType || header.nType == nWantedType;
     if (!JoinFragments(apTable, nTotal, *ppBuffer, nBufferSize, bCopy))
     {
-        CUtility::Debug(
-            "[CMsgHandlerBase::ValidatePacketSequence] fragmented message was too big to fit in the supplied buffer.");
+        CUtility::Debug("[CMsgHandlerBase::ValidatePacketSequence] fragmented message was too big to fit in the supplied buffer.");
         return enNoMessage;
     }
     return header.nType;

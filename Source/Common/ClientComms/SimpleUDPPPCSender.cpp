@@ -28,15 +28,9 @@ struct stFilteredRange
 };
 
 constexpr stFilteredRange caFiltered[] = {
-    {enSwitch, enGlobals, 5, 6},
-    {enSwitch, enGlobals, 228, 228},
-    {enInteger, enGlobals, 0, 58},
-    {enInteger, enGlobals, 126, 126},
-    {enInteger, enLineIOCPU, 32, 32},
-    {enInteger, enHeronBoxCPU, INT_MIN, INT_MAX},
-    {enInteger, enTern, INT_MIN, INT_MAX},
-    {enInteger, enFinchDetail, 28, 28},
-    {enInteger, enFinchDetail, 41, 41},
+    {enSwitch, enGlobals, 5, 6},           {enSwitch, enGlobals, 228, 228},    {enInteger, enGlobals, 0, 58},
+    {enInteger, enGlobals, 126, 126},      {enInteger, enLineIOCPU, 32, 32},   {enInteger, enHeronBoxCPU, INT_MIN, INT_MAX},
+    {enInteger, enTern, INT_MIN, INT_MAX}, {enInteger, enFinchDetail, 28, 28}, {enInteger, enFinchDetail, 41, 41},
 };
 
 template <typename T>
@@ -141,5 +135,4 @@ bool SimpleUDPPPCSender::_FilterPacket(tagenPPCMessageType enType, int nPathType
 
 template LOGICALCONTROLS_EXPORT void SimpleUDPPPCSender::SendPPCMessage(tagenPPCMessageType, int, int, int, float, bool);
 template LOGICALCONTROLS_EXPORT void SimpleUDPPPCSender::SendPPCMessage(tagenPPCMessageType, int, int, int, int, bool);
-template LOGICALCONTROLS_EXPORT void SimpleUDPPPCSender::SendPPCMessage(tagenPPCMessageType, int, int, int, RyGConsoleString,
-                                                                        bool);
+template LOGICALCONTROLS_EXPORT void SimpleUDPPPCSender::SendPPCMessage(tagenPPCMessageType, int, int, int, RyGConsoleString, bool);

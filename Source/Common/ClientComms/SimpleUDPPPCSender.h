@@ -2,8 +2,8 @@
 #pragma once
 
 #include "LogicalControls/ParameterModel.h"
-#include "RyGConsoleString.h"
 #include "Runtime/Export.h"
+#include "RyGConsoleString.h"
 
 #include <netinet/in.h>
 

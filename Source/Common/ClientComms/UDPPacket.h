@@ -11,9 +11,9 @@
 // Datagram types. 0 to 89 are valid.
 enum enDatagramType : int
 {
-    enDatagramMCUpdate = 0,    // an update message, in up to 5 fragments
-    enDatagramPPC = 1,         // serialised parameter changes
-    enDatagramPPCFlagged = 3   // one serialised parameter change, sent with its sender's flag
+    enDatagramMCUpdate = 0,  // an update message, in up to 5 fragments
+    enDatagramPPC = 1,       // serialised parameter changes
+    enDatagramPPCFlagged = 3 // one serialised parameter change, sent with its sender's flag
 };
 
 constexpr int c_nDatagramTypeLimit = 90;

@@ -145,8 +145,8 @@ void CBMAContainer::SetPPC(tagenPPCMessageType enType, tagenVirtualPathType enPa
 
 void CBMAContainer::SetPPC(tagenPPCMessageType, tagenVirtualPathType, int, int, double, bool, bool)
 {
-    AssertionFailed("0", "void CBMAContainer::SetPPC(enPPCMessageType, enVirtualPathType, int, int, double, bool, bool)", c_szSource,
-                    __LINE__);
+    AssertionFailed("0", "void CBMAContainer::SetPPC(enPPCMessageType, enVirtualPathType, int, int, double, bool, bool)",
+                    c_szSource, __LINE__);
 }
 
 void CBMAContainer::GetPPC(tagenPPCMessageType enType, tagenVirtualPathType enPathType, int nPath, int nParam, float& fValue) const
@@ -197,15 +197,15 @@ void CBMAContainer::GetPPC(tagenPPCMessageType enType, tagenVirtualPathType enPa
 
 void CBMAContainer::GetPPC(tagenPPCMessageType, tagenVirtualPathType, int, int, double&) const
 {
-    AssertionFailed("0", "void CBMAContainer::GetPPC(enPPCMessageType, enVirtualPathType, int, int, double&)", c_szSource, __LINE__);
+    AssertionFailed("0", "void CBMAContainer::GetPPC(enPPCMessageType, enVirtualPathType, int, int, double&)", c_szSource,
+                    __LINE__);
 }
 
 void CBMAContainer::SetPPCSI(tagenPPCMessageType enType, tagenVirtualPathType enPathType, int nPath, int nParam, float fValue,
                              bool bLite)
 {
-    const auto store = [&](auto& values) {
-        bLite ? values.SetPPCLite(enPathType, nPath, nParam, fValue) : values.SetPPC(enPathType, nPath, nParam, fValue);
-    };
+    const auto store = [&](auto& values)
+    { bLite ? values.SetPPCLite(enPathType, nPath, nParam, fValue) : values.SetPPC(enPathType, nPath, nParam, fValue); };
     if (enType == enFader)
     {
         store(m_FaderSI);
@@ -221,7 +221,8 @@ void CBMAContainer::SetPPCSI(tagenPPCMessageType enType, tagenVirtualPathType en
     }
 }
 
-void CBMAContainer::GetPPCSI(tagenPPCMessageType enType, tagenVirtualPathType enPathType, int nPath, int nParam, float& fValue) const
+void CBMAContainer::GetPPCSI(tagenPPCMessageType enType, tagenVirtualPathType enPathType, int nPath, int nParam,
+                             float& fValue) const
 {
     if (enType == enFader)
     {
@@ -238,12 +239,14 @@ void CBMAContainer::SetPPCStoreScope(tagenPPCMessageType enType, tagenVirtualPat
     SetScopeFlag(enStoreScope, enType, enPathType, nPath, nParam, nValue);
 }
 
-void CBMAContainer::SetPPCRecallScope(tagenPPCMessageType enType, tagenVirtualPathType enPathType, int nPath, int nParam, int nValue)
+void CBMAContainer::SetPPCRecallScope(tagenPPCMessageType enType, tagenVirtualPathType enPathType, int nPath, int nParam,
+                                      int nValue)
 {
     SetScopeFlag(enRecallScope, enType, enPathType, nPath, nParam, nValue);
 }
 
-void CBMAContainer::SetPPCGlobalScope(tagenPPCMessageType enType, tagenVirtualPathType enPathType, int nPath, int nParam, int nValue)
+void CBMAContainer::SetPPCGlobalScope(tagenPPCMessageType enType, tagenVirtualPathType enPathType, int nPath, int nParam,
+                                      int nValue)
 {
     SetScopeFlag(enGlobalScope, enType, enPathType, nPath, nParam, nValue);
 }
@@ -296,20 +299,24 @@ void CBMAContainer::GetMessageMemory(tagenPPCMessageType enType, void*& pMemory,
 {
     pMemory = nullptr;
     lBytes = 0;
-    VisitArray(m_Values, enType, [&](auto& values) {
-        pMemory = values.GetMemoryPointer();
-        lBytes = values.GetByteAllocation();
-    });
+    VisitArray(m_Values, enType,
+               [&](auto& values)
+               {
+                   pMemory = values.GetMemoryPointer();
+                   lBytes = values.GetByteAllocation();
+               });
 }
 
 void CBMAContainer::GetMessageMemory(tagenPPCMessageType enType, const void*& pMemory, long& lBytes) const
 {
     pMemory = nullptr;
     lBytes = 0;
-    VisitArray(m_Values, enType, [&](const auto& values) {
-        pMemory = values.GetMemoryPointer();
-        lBytes = values.GetByteAllocation();
-    });
+    VisitArray(m_Values, enType,
+               [&](const auto& values)
+               {
+                   pMemory = values.GetMemoryPointer();
+                   lBytes = values.GetByteAllocation();
+               });
 }
 
 void CBMAContainer::GetMeterMemory(void*& pMemory, long& lBytes)
@@ -364,10 +371,12 @@ void CBMAContainer::UpdateXors()
 {
     for (int nType = 0; nType < c_nMessageTypes; ++nType)
     {
-        VisitArray(m_Values, static_cast<tagenPPCMessageType>(nType), [](auto& values) {
-            const void* pMemory = values.GetMemoryPointer();
-            values.SetXorVal(pMemory != nullptr ? CheckWord(pMemory, values.GetByteAllocation()) : 0);
-        });
+        VisitArray(m_Values, static_cast<tagenPPCMessageType>(nType),
+                   [](auto& values)
+                   {
+                       const void* pMemory = values.GetMemoryPointer();
+                       values.SetXorVal(pMemory != nullptr ? CheckWord(pMemory, values.GetByteAllocation()) : 0);
+                   });
     }
 }
 
@@ -444,14 +453,14 @@ void CBMAContainer::Send(tagenPPCMessageType enType, tagenVirtualPathType enPath
     }
 }
 
-void CBMAContainer::SetScopeFlag(enScopes enScope, tagenPPCMessageType enType, tagenVirtualPathType enPathType, int nPath, int nParam,
-                                 int nValue)
+void CBMAContainer::SetScopeFlag(enScopes enScope, tagenPPCMessageType enType, tagenVirtualPathType enPathType, int nPath,
+                                 int nParam, int nValue)
 {
     VisitArray(m_aScopeFlags[enScope], enType, [&](auto& flags) { flags.SetPPC(enPathType, nPath, nParam, nValue); });
 }
 
-void CBMAContainer::GetScopeFlag(enScopes enScope, tagenPPCMessageType enType, tagenVirtualPathType enPathType, int nPath, int nParam,
-                                 int& nValue) const
+void CBMAContainer::GetScopeFlag(enScopes enScope, tagenPPCMessageType enType, tagenVirtualPathType enPathType, int nPath,
+                                 int nParam, int& nValue) const
 {
     VisitArray(m_aScopeFlags[enScope], enType, [&](const auto& flags) { flags.GetPPC(enPathType, nPath, nParam, nValue); });
 }

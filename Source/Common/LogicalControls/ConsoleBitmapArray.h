@@ -3,8 +3,8 @@
 
 #include "LogicalControls/ParameterArray.h"
 #include "LogicalControls/ParameterModel.h"
-#include "RyGConsoleString.h"
 #include "Runtime/Export.h"
+#include "RyGConsoleString.h"
 
 #include <cstdint>
 #include <memory>
@@ -66,11 +66,13 @@ public:
                 bool bLite, bool bSendOnly);
     void SetPPC(tagenPPCMessageType enType, tagenVirtualPathType enPathType, int nPath, int nParam, unsigned char ucValue,
                 bool bLite, bool bSendOnly);
-    [[noreturn]] void SetPPC(tagenPPCMessageType enType, tagenVirtualPathType enPathType, int nPath, int nParam, double, bool, bool);
+    [[noreturn]] void SetPPC(tagenPPCMessageType enType, tagenVirtualPathType enPathType, int nPath, int nParam, double, bool,
+                             bool);
 
     void GetPPC(tagenPPCMessageType enType, tagenVirtualPathType enPathType, int nPath, int nParam, float& fValue) const;
     void GetPPC(tagenPPCMessageType enType, tagenVirtualPathType enPathType, int nPath, int nParam, int& nValue) const;
-    void GetPPC(tagenPPCMessageType enType, tagenVirtualPathType enPathType, int nPath, int nParam, RyGConsoleString& strValue) const;
+    void GetPPC(tagenPPCMessageType enType, tagenVirtualPathType enPathType, int nPath, int nParam,
+                RyGConsoleString& strValue) const;
     void GetPPC(tagenPPCMessageType enType, tagenVirtualPathType enPathType, int nPath, int nParam, unsigned char& ucValue) const;
     [[noreturn]] void GetPPC(tagenPPCMessageType enType, tagenVirtualPathType enPathType, int nPath, int nParam, double&) const;
 
@@ -134,7 +136,8 @@ private:
     };
 
     template <class Values, class Flags, class Value>
-    void Store(Values& values, Flags& flags, tagenVirtualPathType enPathType, int nPath, int nParam, const Value& value, bool bLite);
+    void Store(Values& values, Flags& flags, tagenVirtualPathType enPathType, int nPath, int nParam, const Value& value,
+               bool bLite);
     template <class Value>
     void Send(tagenPPCMessageType enType, tagenVirtualPathType enPathType, int nPath, int nParam, const Value& value, bool bFlag);
     void SetScopeFlag(enScopes enScope, tagenPPCMessageType enType, tagenVirtualPathType enPathType, int nPath, int nParam,

@@ -17,7 +17,8 @@ void MoveMaskedElements(unsigned char* pDestination, const unsigned char* pSourc
     constexpr int c_nBits = 64;
     for (int nFirst = 0; nFirst < nElements; nFirst += c_nBits)
     {
-        std::uint64_t unMask = boost::endian::load_little_u64(pMaskA + nFirst / 8) & boost::endian::load_little_u64(pMaskB + nFirst / 8);
+        std::uint64_t unMask =
+            boost::endian::load_little_u64(pMaskA + nFirst / 8) & boost::endian::load_little_u64(pMaskB + nFirst / 8);
         if (nElements - nFirst < c_nBits)
         {
             unMask &= (std::uint64_t(1) << (nElements - nFirst)) - 1;

@@ -299,8 +299,8 @@ std::int64_t CParameterArray<T, N, compressed>::FlatIndex(tagenVirtualPathType e
 
 // What RangeCheck lets pass can still lie outside the block: bInside tells.
 template <typename T, tagenPPCMessageType N, bool compressed>
-bool CParameterArray<T, N, compressed>::Accept(const char* szOperation, tagenVirtualPathType enPathType, int nPath,
-                                               int nParam, bool bInside) const
+bool CParameterArray<T, N, compressed>::Accept(const char* szOperation, tagenVirtualPathType enPathType, int nPath, int nParam,
+                                               bool bInside) const
 {
     if (RangeCheck(enPathType, nPath, nParam) && bInside)
     {

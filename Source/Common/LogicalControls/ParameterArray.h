@@ -2,8 +2,8 @@
 #pragma once
 
 #include "LogicalControls/ParameterModel.h"
-#include "RyGConsoleString.h"
 #include "Runtime/Export.h"
+#include "RyGConsoleString.h"
 
 #include <cstdint>
 
@@ -86,10 +86,10 @@ private:
     CMaxPathParameterArray m_Limits;
     int m_anMaxParams[c_nPathTypes]; // of message type N
     int m_nElements;
-    int m_nByteAllocation;     // value arrays: the block's size; bit arrays: elements x 4, which their size is derived from
-    unsigned char* m_pValues;  // null in a bit array
-    unsigned char* m_pBits;    // null in a value array
-    T* m_pTyped;               // m_pValues as what it holds
+    int m_nByteAllocation;    // value arrays: the block's size; bit arrays: elements x 4, which their size is derived from
+    unsigned char* m_pValues; // null in a bit array
+    unsigned char* m_pBits;   // null in a value array
+    T* m_pTyped;              // m_pValues as what it holds
     unsigned char* m_apPathTypeBase[c_nPathTypes]; // element 0 of each path type; null in a bit array
     int m_anPathTypeOffset[c_nPathTypes];          // its flat number
     std::uint32_t m_unXorVal;

@@ -311,32 +311,36 @@ bool CMCUpdateMsg::ParseChecked(const unsigned char* pData, std::size_t unSize, 
 void CMCUpdateMsg::AssignDeep(const unsigned char* pData, std::size_t unSize)
 {
     m_Header = HeaderOf(pData);
-    WalkArrays(pData, unSize, [this](int nType, std::int32_t nLength, const unsigned char* pBytes) {
-        m_aDeep[nType].nLength = nLength;
-        if (nLength > c_nDeepParseLimit)
-        {
-            std::printf("CMCUpdateMsg operator<< - bma array too large, array size %d\n", nLength);
-            ReportError(enErrorArrayTooLarge);
-        }
-        else if (pBytes != nullptr)
-        {
-            std::memcpy(m_aDeep[nType].acData, pBytes, static_cast<std::size_t>(nLength));
-        }
-    });
+    WalkArrays(pData, unSize,
+               [this](int nType, std::int32_t nLength, const unsigned char* pBytes)
+               {
+                   m_aDeep[nType].nLength = nLength;
+                   if (nLength > c_nDeepParseLimit)
+                   {
+                       std::printf("CMCUpdateMsg operator<< - bma array too large, array size %d\n", nLength);
+                       ReportError(enErrorArrayTooLarge);
+                   }
+                   else if (pBytes != nullptr)
+                   {
+                       std::memcpy(m_aDeep[nType].acData, pBytes, static_cast<std::size_t>(nLength));
+                   }
+               });
 }
 
 void CMCUpdateMsg::AssignShallow(const unsigned char* pData, std::size_t unSize)
 {
     m_pShallowSource = pData;
     m_unShallowSet = 0;
-    WalkArrays(pData, unSize, [this](int nType, std::int32_t nLength, const unsigned char* pBytes) {
-        m_aShallow[nType].nLength = nLength;
-        if (pBytes != nullptr)
-        {
-            m_aShallow[nType].pData = pBytes;
-            m_unShallowSet |= 1u << nType;
-        }
-    });
+    WalkArrays(pData, unSize,
+               [this](int nType, std::int32_t nLength, const unsigned char* pBytes)
+               {
+                   m_aShallow[nType].nLength = nLength;
+                   if (pBytes != nullptr)
+                   {
+                       m_aShallow[nType].pData = pBytes;
+                       m_unShallowSet |= 1u << nType;
+                   }
+               });
 }
 
 void CMCUpdateMsg::ReportError(int nCode)

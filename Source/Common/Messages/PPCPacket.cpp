@@ -56,8 +56,8 @@ bool CPPCStreamReader::Next()
 
 stPPCAddress CPPCStreamReader::Address() const
 {
-    return {static_cast<tagenPPCMessageType>(int(m_Header.nMessageType)), static_cast<tagenVirtualPathType>(int(m_Header.nPathType)),
-            m_Header.nPath, m_Header.nParameter};
+    return {static_cast<tagenPPCMessageType>(int(m_Header.nMessageType)),
+            static_cast<tagenVirtualPathType>(int(m_Header.nPathType)), m_Header.nPath, m_Header.nParameter};
 }
 
 bool CPPCStreamReader::GetValue(float& fValue) const

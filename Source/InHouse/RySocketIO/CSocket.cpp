@@ -65,7 +65,7 @@ int AskForReceiveBuffer(int nSocket)
 
 } // namespace
 
-class CSocket::CReceiver
+class __attribute__((visibility("hidden"))) CSocket::CReceiver
 {
 public:
     explicit CReceiver(CSocket& owner)

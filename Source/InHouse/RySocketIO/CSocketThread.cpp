@@ -8,7 +8,7 @@
 namespace RySocketIO
 {
 
-class CSocketThread::CLoop
+class __attribute__((visibility("hidden"))) CSocketThread::CLoop
 {
 public:
     explicit CLoop(CSocketThread& owner) : m_Owner(owner), m_Delay(0) {}

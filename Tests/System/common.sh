@@ -1,0 +1,31 @@
+# What the system tests share. Source it with the built program in CONSOLECTL (and before it, the emulator that runs it).
+set -u
+here=$(cd "$(dirname "$0")" && pwd)
+failures=0
+
+fail() { echo "FAILED: $*"; failures=$((failures + 1)); }
+
+# expect STATUS WHAT COMMAND...: the command ends with that status; its output is left in $output.
+expect()
+{
+    wanted=$1 what=$2
+    shift 2
+    output=$("$@" 2>&1)
+    got=$?
+    [ "$got" = "$wanted" ] || fail "$what: status $got instead of $wanted: $output"
+}
+
+contains() { case $output in *"$1"*) ;; *) fail "no \"$1\" in: $output" ;; esac }
+
+# Goes on inside a network namespace of its own, or ends with 77 (skipped).
+enter_own_network()
+{
+    [ -n "${LOGICALCONTROLS_OWN_NETWORK-}" ] || exec "$here/../../Tools/in-namespace" "$0" "$@"
+}
+
+finish()
+{
+    [ $failures = 0 ] && echo "passed"
+    [ $failures = 0 ]
+    exit
+}

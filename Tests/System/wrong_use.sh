@@ -1,0 +1,55 @@
+#!/usr/bin/env bash
+# What consolectl says to wrong use: one clear line, exit status 2, nothing sent.    wrong_use.sh CONSOLECTL...
+# shellcheck source-path=SCRIPTDIR source=common.sh
+. "$(dirname "$0")/common.sh"
+enter_own_network "$@"
+
+refuse()
+{
+    text=$1
+    shift
+    expect 2 "$*" "${program[@]}" "$@"
+    contains "$text"
+    [ "$(printf '%s\n' "$output" | wc -l)" -le 2 ] || fail "more than a line and a hint: $output"
+}
+program=("$@")
+
+refuse "subcommand is required"
+refuse "subcommand is required" NotACommand
+refuse "--port: Value 0 not in range" mc --port 0
+refuse "--port: Value 65536 not in range" follow --port 65536
+refuse "--port" follow --port seven
+refuse "192.168.1.1 is not a multicast group" mc --group 192.168.1.1
+refuse "240.0.0.1 is not a multicast group" follow --group 240.0.0.1
+refuse "nonsense is not a multicast group" follow --group nonsense
+refuse "eth0 is not an IPv4 address" follow --interface eth0
+refuse "--surface-rate" mc --surface-rate -5
+refuse "--seconds" mc --seconds -1
+refuse "--moving-faders" mc --moving-faders 145
+refuse "no address: Group/path/Type/parameter" follow --set MicInput/3=1
+refuse "no change: ADDRESS=VALUE" follow --set MicInput/3/Fader/0
+refuse '"Mic" is no parameter group' follow --set Mic/3/Fader/0=1
+refuse '"Slider" is no message type' follow --set MicInput/3/Slider/0=1
+refuse 'path "144" is out of range: MicInput has 0 to 143' follow --set MicInput/144/Fader/0=1
+refuse 'path "-1" is out of range' follow --set MicInput/-1/Fader/0=1
+refuse 'parameter "2" is out of range: MicInput/Fader has 0 to 1' follow --set MicInput/3/Fader/2=1
+refuse 'parameter "99999999999" is out of range' follow --set MicInput/3/Fader/99999999999=1
+refuse '"loud" is no value of a Fader' follow --set MicInput/3/Fader/0=loud
+refuse '"2" is no value of a Switch' follow --set MicInput/3/Switch/0=2
+refuse '"1.5" is no value of a Integer' follow --set MicInput/3/Integer/0=1.5
+refuse "a console string holds 12 characters" follow --set MicInput/3/String/1=ThirteenChars
+refuse "meters are set by the MC alone" follow --set MicInput/3/Meter/0=1
+refuse "never sent" follow --set Globals/0/Integer/58=1
+refuse "A: File does not exist" verify /nonexistent/a /nonexistent/b
+refuse "B is required" verify "$0"
+
+expect 0 "help" "$@" --help
+contains "consolectl mc"
+expect 0 "help of mc" "$@" mc --help
+contains "--surface-rate"
+expect 27 "no MC" "$@" follow --timeout 0.3
+contains "no whole image within 0.3 seconds"
+expect 1 "an interface that is not there" "$@" mc --interface 203.0.113.9 --seconds 1
+expect 1 "no room for the file" "$@" mc --seconds 0.1 --save /nonexistent/folder/image
+contains "No such file or directory"
+finish

@@ -1,0 +1,65 @@
+// What the subcommands share: exit status, options that several take, and text for people.
+#pragma once
+
+#include <CLI/CLI.hpp>
+
+#include <chrono>
+#include <cstdarg>
+#include <string>
+
+enum enExitStatus : int
+{
+    enExitDone = 0,
+    enExitFailed = 1,
+    enExitWrongUse = 2,
+    enExitTimedOut = 27
+};
+
+// Where the MC's updates are multicast.
+struct stUpdateLink
+{
+    std::string strGroup = "225.0.0.46";
+    unsigned int unPort = 7060;
+    std::string strInterface; // empty: the system's choice
+};
+
+void AddLinkOptions(CLI::App& command, stUpdateLink& link);
+
+// Says once what was chosen.
+std::string Describe(const stUpdateLink& link, int nReceiveBuffer);
+
+// From when Ctrl-C is asked for, StopRequested tells whether it came.
+void CatchStopSignals();
+bool StopRequested();
+
+typedef std::chrono::steady_clock tSteadyClock;
+
+double SecondsSince(tSteadyClock::time_point start);
+
+// Sleeps until then, or until a signal.
+void SleepUntil(tSteadyClock::time_point time);
+
+enum enTextStyle
+{
+    enPlain,
+    enGood,
+    enBad,
+    enStrong,
+    enFaint
+};
+
+// The text as it is to a pipe, coloured to a terminal.
+std::string Styled(enTextStyle enStyle, const std::string& strText);
+bool IsTerminal();
+
+// printf into a string.
+std::string Format(const char* szFormat, ...) __attribute__((format(printf, 1, 2)));
+
+// One line on standard output, at once; on a terminal it takes the place of a live line.
+void Line(const char* szFormat, ...) __attribute__((format(printf, 1, 2)));
+
+// "241,339".
+std::string Grouped(long lNumber);
+
+// One line on standard error; returns enExitFailed.
+int Fail(const std::string& strText);

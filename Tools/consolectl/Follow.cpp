@@ -1,0 +1,245 @@
+// consolectl follow: a client that is kept in step.
+#include "Address.h"
+#include "Common.h"
+#include "ImageFile.h"
+#include "Subcommands.h"
+
+#include <cstdio>
+#include <memory>
+#include <vector>
+
+namespace
+{
+
+constexpr std::chrono::milliseconds c_LoopPeriod(2);
+
+struct stOptions
+{
+    stUpdateLink link;
+    double dSeconds = 0;
+    double dTimeout = 0;
+    double dUntilSilent = 0;
+    std::vector<std::string> changes;
+    std::string strSave;
+};
+
+// A change on its way: sent to the MC, and not yet back in an update.
+struct stTrackedChange
+{
+    stChange change;
+    bool bBack = false;
+    tSteadyClock::time_point sent = {};
+};
+
+std::string PeriodText(float fMilliseconds)
+{
+    return fMilliseconds < 0 ? "  none   " : Format("%6.1f ms", static_cast<double>(fMilliseconds));
+}
+
+class CFollow
+{
+public:
+    explicit CFollow(const stOptions& options) : m_Options(options), m_Follower(m_Image), m_Start(tSteadyClock::now()) {}
+
+    int Run();
+
+private:
+    void Loop();
+    void TakeUpdates();
+    bool IsOver() const;
+    bool IsWhole() const { return m_Follower.GetTypesReceived() == c_unWholeImage; }
+    void SendChanges();
+    void LookForChanges();
+    void PrintLiveLine(bool bLast);
+    int Finish();
+
+    const stOptions& m_Options;
+    CBMAContainer m_Image;
+    CImageFollower m_Follower;
+    std::vector<stTrackedChange> m_Changes;
+    tSteadyClock::time_point m_Start;
+    tSteadyClock::time_point m_LastUpdate = {};
+    double m_dNextLine = 1;
+    long m_lErrors = 0;
+    long m_lTimeouts = 0;
+    bool m_bChangesSent = false;
+    bool m_bTimedOut = false;
+};
+
+void CFollow::TakeUpdates()
+{
+    const int nResult = m_Follower.UpdateBMA();
+    if (nResult == CImageFollower::enApplied || nResult == CImageFollower::enBlockLeftOut)
+    {
+        m_LastUpdate = tSteadyClock::now();
+        LookForChanges();
+    }
+    else if (nResult == CClientMsgHandler::enUpdateDecodeError)
+    {
+        ++m_lErrors;
+        m_Follower.ClearReceiveErrors();
+    }
+    if (m_bChangesSent || !IsWhole())
+    {
+        return;
+    }
+    Line("%6.2f s  %s: %s parameters", SecondsSince(m_Start), Styled(enGood, "the image is whole").c_str(),
+         Grouped(c_nParameters).c_str());
+    SendChanges();
+}
+
+// Only sent, not stored: the image has them when the MC sent them back.
+void CFollow::SendChanges()
+{
+    m_bChangesSent = true;
+    for (stTrackedChange& tracked : m_Changes)
+    {
+        const stAddress& address = tracked.change.address;
+        const stValue before = ReadValue(m_Image, address);
+        tracked.bBack = SameValue(address, before, tracked.change.value);
+        Line("%6.2f s  change %s  %s -> %s%s", SecondsSince(m_Start), AddressText(address).c_str(),
+             ValueText(address, before).c_str(), ValueText(address, tracked.change.value).c_str(),
+             tracked.bBack ? "  (has that value)" : "  sent to the MC");
+        tracked.sent = tSteadyClock::now();
+        WriteValue(m_Image, tracked.change, true);
+    }
+}
+
+void CFollow::LookForChanges()
+{
+    for (stTrackedChange& tracked : m_Changes)
+    {
+        const stAddress& address = tracked.change.address;
+        if (m_bChangesSent && !tracked.bBack && SameValue(address, ReadValue(m_Image, address), tracked.change.value))
+        {
+            tracked.bBack = true;
+            Line("%6.2f s  %s  %s = %s after %.1f ms", SecondsSince(m_Start), Styled(enGood, "back from the MC").c_str(),
+                 AddressText(address).c_str(), ValueText(address, tracked.change.value).c_str(), SecondsSince(tracked.sent) * 1000);
+        }
+    }
+}
+
+bool CFollow::IsOver() const
+{
+    const double dNow = SecondsSince(m_Start);
+    return StopRequested() || (m_Options.dSeconds > 0 && dNow >= m_Options.dSeconds) ||
+           (m_Options.dUntilSilent > 0 && m_Follower.GetUpdatesApplied() > 0 &&
+            SecondsSince(m_LastUpdate) >= m_Options.dUntilSilent);
+}
+
+// In place on a terminal, a line of its own into a pipe.
+void CFollow::PrintLiveLine(bool bLast)
+{
+    m_Image.UpdateXors();
+    std::uint32_t unCheck = 0; // of all seven blocks; rotated, so that no two of them cancel out
+    for (int nType = 0; nType < c_nMessageTypes; ++nType)
+    {
+        unCheck = (unCheck << 5 | unCheck >> 27) ^ m_Image.GetXorVal(static_cast<tagenPPCMessageType>(nType));
+    }
+    m_lTimeouts += m_Follower.GetMCTimeouts();
+    std::printf("%s%6.2f s  surface %s  rotary %s  time-outs %ld  check %08x%s", IsTerminal() ? "\r\033[K" : "",
+                SecondsSince(m_Start), PeriodText(m_Follower.GetSurfUpdatePeriod()).c_str(),
+                PeriodText(m_Follower.GetRotsUpdatePeriod()).c_str(), m_lTimeouts, unCheck, IsTerminal() && !bLast ? "" : "\n");
+    std::fflush(stdout);
+}
+
+void CFollow::Loop()
+{
+    for (tSteadyClock::time_point next = m_Start; !IsOver(); next = std::max(next + c_LoopPeriod, tSteadyClock::now()))
+    {
+        TakeUpdates();
+        const double dNow = SecondsSince(m_Start);
+        if (m_Options.dTimeout > 0 && dNow >= m_Options.dTimeout && !IsWhole())
+        {
+            m_bTimedOut = true;
+            return;
+        }
+        if (dNow >= m_dNextLine)
+        {
+            PrintLiveLine(false);
+            m_dNextLine += 1;
+        }
+        SleepUntil(next);
+    }
+}
+
+int CFollow::Finish()
+{
+    PrintLiveLine(true);
+    Line("client: %s updates applied, %ld bad ones, %u datagrams dropped by the kernel",
+         Grouped(m_Follower.GetUpdatesApplied()).c_str(), m_lErrors, m_Follower.GetKernelDrops());
+    const std::string strError = m_Options.strSave.empty() ? std::string() : SaveImage(m_Image, m_Options.strSave);
+    if (!strError.empty())
+    {
+        return Fail(strError);
+    }
+    if (m_bTimedOut)
+    {
+        Fail(Format("no whole image within %g seconds", m_Options.dTimeout));
+        return enExitTimedOut;
+    }
+    for (const stTrackedChange& tracked : m_Changes)
+    {
+        if (!tracked.bBack)
+        {
+            return Fail(AddressText(tracked.change.address) + " never came back from the MC");
+        }
+    }
+    return IsWhole() ? int(enExitDone) : Fail("the image is not whole");
+}
+
+int CFollow::Run()
+{
+    SimpleUDPPPCSender filter;
+    for (const std::string& strChange : m_Options.changes)
+    {
+        const stChange change = ParseChange(strChange);
+        if (filter._FilterPacket(change.address.enType, change.address.enPathType, change.address.nParam))
+        {
+            throw CLI::ValidationError("--set", AddressText(change.address) + " is on the list of parameters that are never sent");
+        }
+        m_Changes.push_back({change});
+    }
+    m_Image.SetUseSimplePPCSender(!m_Changes.empty());
+    m_Image.InitSimplePPCSenderComms();
+    const stUpdateLink& link = m_Options.link;
+    m_Follower.InitialiseClient(link.unPort, nullptr, link.strGroup.c_str(), link.strInterface.c_str());
+    if (m_Follower.GetLocalPort() == 0)
+    {
+        return Fail(Format("port %u can't be had on this interface", link.unPort));
+    }
+    Line("client: %s", Describe(link, m_Follower.GetReceiveBufferSize()).c_str());
+    Loop();
+    m_Follower.Shutdown();
+    return Finish();
+}
+
+} // namespace
+
+void AddFollow(CLI::App& app, int& nStatus)
+{
+    const auto pOptions = std::make_shared<stOptions>();
+    CLI::App* pCommand =
+        app.add_subcommand("follow", "Follow an MC: keep an image in step, show update periods, time-outs and check words");
+    AddLinkOptions(*pCommand, pOptions->link);
+    pCommand->add_option("--seconds", pOptions->dSeconds, "Stop after so long; 0: at Ctrl-C")
+        ->check(CLI::Range(0.0, 86400.0))
+        ->capture_default_str();
+    pCommand->add_option("--timeout", pOptions->dTimeout, "Give up, with exit status 27, when the image is not whole by then")
+        ->check(CLI::Range(0.0, 86400.0));
+    pCommand->add_option("--until-silent", pOptions->dUntilSilent, "Stop when the MC has sent nothing for so many seconds")
+        ->check(CLI::Range(0.0, 86400.0));
+    pCommand
+        ->add_option("--set", pOptions->changes,
+                     "Once the image is whole, send this change to the MC and wait for it to come back, such as "
+                     "MicInput/100/Fader/0=-6.5; may be given several times")
+        ->type_name("ADDRESS=VALUE")
+        ->take_all();
+    pCommand->add_option("--save", pOptions->strSave, "Write the image to this file at the end");
+    pCommand->callback(
+        [pOptions, &nStatus]
+        {
+            CatchStopSignals();
+            nStatus = std::make_unique<CFollow>(*pOptions)->Run();
+        });
+}

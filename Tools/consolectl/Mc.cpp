@@ -1,0 +1,293 @@
+// consolectl mc: a simulated master controller.
+#include "Address.h"
+#include "Common.h"
+#include "ImageFile.h"
+#include "Subcommands.h"
+
+#include <algorithm>
+#include <cmath>
+#include <memory>
+#include <random>
+#include <vector>
+
+namespace
+{
+
+// Where clients send their changes.
+constexpr char c_szPPCGroup[] = "225.0.0.45";
+constexpr unsigned int c_unPPCPort = 7050;
+
+constexpr double c_dSettleSeconds = 0.5;
+
+struct stOptions
+{
+    stUpdateLink link;
+    double dSurfaceRate = 50;
+    double dRotaryRate = 10;
+    double dSeconds = 0;
+    int nMovingFaders = 24;
+    unsigned int unSeed = 1;
+    std::string strSave;
+};
+
+struct stReceivedPPCs
+{
+    std::vector<unsigned char> payload;
+    RySocketIO::CIPString sender;
+};
+
+// Takes the clients' changes off the network; the MC's own thread applies them.
+class CPPCReceiver : public CMsgHandlerBase, public RySocketIO::CSocket
+{
+public:
+    CPPCReceiver() : CSocket(RySocketIO::enConnectionUDP, false, false), m_Buffer(c_nMaxPayload * c_nMaxFragments)
+    {
+        SetUseSenderInfo(true);
+    }
+    ~CPPCReceiver() override { StopReceiving(); }
+
+    using CMsgHandlerBase::OnReceivedData;
+
+    void OnReceivedData(char* pData, long lLength, const RySocketIO::CIPString& sender) override
+    {
+        unsigned char* pBuffer = m_Buffer.data();
+        int nSize = static_cast<int>(m_Buffer.size());
+        const int nType = ValidatePacketSequence(pData, lLength, &pBuffer, nSize);
+        if (nType != enDatagramPPC && nType != enDatagramPPCFlagged)
+        {
+            return;
+        }
+        const CLockGuard<CCritSec> guard(m_Lock);
+        if (guard.IsHeld() && m_Received.size() < c_unMaxWaiting)
+        {
+            m_Received.push_back({{pBuffer, pBuffer + nSize}, sender});
+        }
+    }
+
+    std::vector<stReceivedPPCs> Take()
+    {
+        std::vector<stReceivedPPCs> received;
+        const CLockGuard<CCritSec> guard(m_Lock);
+        if (guard.IsHeld())
+        {
+            received.swap(m_Received);
+        }
+        return received;
+    }
+
+private:
+    static constexpr std::size_t c_unMaxWaiting = 10000;
+
+    std::vector<unsigned char> m_Buffer; // of the receive thread
+    CCritSec m_Lock;
+    std::vector<stReceivedPPCs> m_Received; // guarded by m_Lock
+};
+
+class CSimulatedMC
+{
+public:
+    explicit CSimulatedMC(const stOptions& options)
+        : m_Options(options), m_Updates(RySocketIO::enConnectionUDP, false, false), m_Start(tSteadyClock::now())
+    {
+    }
+
+    int Run();
+
+private:
+    bool OpenSockets();
+    void FillImage();
+    void MoveImage(double dSeconds);
+    void ApplyClientChanges();
+    void SendUpdate(MCUpdateType enType);
+    void RunUntil(double dSeconds, bool bMove);
+
+    const stOptions& m_Options;
+    CBMAContainer m_Image;
+    CMCUpdateMsg m_Message;
+    UDP_PACKET m_Packet;
+    std::vector<unsigned char> m_Serialised;
+    CPPCReceiver m_PPCs;
+    RySocketIO::CSocket m_Updates;
+    tSteadyClock::time_point m_Start;
+    double m_dNextSurface = 0;
+    double m_dNextRotary = 0;
+    std::uint32_t m_unMessageId = CClock::Seconds();
+    long m_lUpdates[2] = {};
+    long m_lDatagrams = 0;
+    long m_lLost = 0;
+    long m_lApplied = 0;
+    long m_lRefused = 0;
+};
+
+bool CSimulatedMC::OpenSockets()
+{
+    const char* szInterface = m_Options.link.strInterface.c_str();
+    return m_Updates.InitialiseLocalSockets(0, nullptr, szInterface, 1) &&
+           m_PPCs.InitialiseLocalSockets(c_unPPCPort, nullptr, szInterface, 1) && m_PPCs.AddToGroup(c_szPPCGroup);
+}
+
+// Something in every block, the same for the same seed on every machine.
+void CSimulatedMC::FillImage()
+{
+    std::mt19937 random(m_Options.unSeed);
+    BuildMCUpdate(m_Image, enMCUpdateAll, m_Message);
+    for (int nType = enRotary; nType < c_nMessageTypes; ++nType)
+    {
+        const void* pBlock = nullptr;
+        long lBytes = 0;
+        const CBMAContainer& image = m_Image;
+        image.GetMessageMemory(static_cast<tagenPPCMessageType>(nType), pBlock, lBytes);
+        unsigned char* pArray = m_Message.PrepareArray(static_cast<tagenPPCMessageType>(nType), static_cast<int>(lBytes));
+        // Small exponents, so that any four bytes make a tame float. The last byte may reach past the last parameter.
+        std::generate(pArray, pArray + lBytes - 1, [&] { return static_cast<unsigned char>(random() & 0x3f); });
+    }
+    ApplyMCUpdate(m_Message, m_Image);
+    for (int nPath = 0; nPath < canMaxPaths[enMicInput]; ++nPath)
+    {
+        RyGConsoleString strName(Format("Mic%d", nPath + 1));
+        m_Image.SetPPC(enString, enMicInput, nPath, canCommonParamTypesTable[enCommonName][enMicInput], strName, false, false);
+        m_Image.SetPPC(enFader, enMicInput, nPath, canCommonParamTypesTable[enCommonFader][enMicInput], -60.0f, false, false);
+    }
+}
+
+// The first mic inputs' faders swing from -60 to 0 dB, and their meters follow.
+void CSimulatedMC::MoveImage(double dSeconds)
+{
+    for (int nPath = 0; nPath < m_Options.nMovingFaders; ++nPath)
+    {
+        const double dSwing = 0.5 + 0.5 * std::sin(dSeconds * 2 + nPath * 0.3);
+        const int nFader = canCommonParamTypesTable[enCommonFader][enMicInput];
+        m_Image.SetPPC(enFader, enMicInput, nPath, nFader, static_cast<float>(-60 + 60 * dSwing), false, false);
+        m_Image.SetPPC(enMeter, enMicInput, nPath, 0, static_cast<unsigned char>(255 * dSwing), false, false);
+    }
+}
+
+void CSimulatedMC::ApplyClientChanges()
+{
+    for (const stReceivedPPCs& received : m_PPCs.Take())
+    {
+        const long lLength = static_cast<long>(received.payload.size());
+        CPPCStreamReader reader(received.payload.data(), lLength);
+        std::vector<stAddress> addresses;
+        while (reader.Next())
+        {
+            const stPPCAddress named = reader.Address();
+            if (IsParameterAddress(named.enType, named.enPathType, named.nPath, named.nParam))
+            {
+                addresses.push_back({named.enType, named.enPathType, named.nPath, named.nParam});
+            }
+        }
+        std::vector<std::string> before;
+        for (const stAddress& address : addresses)
+        {
+            before.push_back(ValueText(address, ReadValue(m_Image, address)));
+        }
+        const stPPCResult result = ApplyPPCs(received.payload.data(), lLength, m_Image);
+        m_lApplied += result.nApplied;
+        m_lRefused += result.nRefused + (result.bComplete ? 0 : 1);
+        for (std::size_t unChange = 0; unChange < addresses.size(); ++unChange)
+        {
+            const stAddress& address = addresses[unChange];
+            Line("%6.2f s  change from %s  %s  %s -> %s", SecondsSince(m_Start), received.sender.Text(),
+                 AddressText(address).c_str(), before[unChange].c_str(),
+                 Styled(enGood, ValueText(address, ReadValue(m_Image, address))).c_str());
+        }
+    }
+}
+
+void CSimulatedMC::SendUpdate(MCUpdateType enType)
+{
+    if (!BuildMCUpdate(m_Image, enType, m_Message))
+    {
+        return;
+    }
+    m_Serialised.resize(static_cast<std::size_t>(m_Message.GetTotalSize()));
+    unsigned char* pSerialised = m_Serialised.data();
+    m_Message >> &pSerialised;
+    const long lSize = static_cast<long>(m_Serialised.size());
+    ++m_unMessageId;
+    for (int nFragment = 1; nFragment <= CountFragments(lSize); ++nFragment)
+    {
+        const long lDatagram = MakeFragment(enDatagramMCUpdate, m_unMessageId, pSerialised, lSize, nFragment, m_Packet);
+        const bool bSent = m_Updates.Send(m_Options.link.strGroup.c_str(), m_Options.link.unPort,
+                                          reinterpret_cast<const char*>(&m_Packet), lDatagram);
+        ++(bSent ? m_lDatagrams : m_lLost);
+    }
+    ++m_lUpdates[enType == enMCUpdateRotary];
+}
+
+void CSimulatedMC::RunUntil(double dSeconds, bool bMove)
+{
+    for (double dNow = SecondsSince(m_Start); dNow < dSeconds && !StopRequested(); dNow = SecondsSince(m_Start))
+    {
+        ApplyClientChanges();
+        if (dNow >= m_dNextSurface)
+        {
+            if (bMove)
+            {
+                MoveImage(dNow);
+            }
+            SendUpdate(enMCUpdateSurface);
+            m_dNextSurface = std::max(m_dNextSurface + 1 / m_Options.dSurfaceRate, dNow);
+        }
+        if (dNow >= m_dNextRotary)
+        {
+            SendUpdate(enMCUpdateRotary);
+            m_dNextRotary = std::max(m_dNextRotary + 1 / m_Options.dRotaryRate, dNow);
+        }
+        const double dNext = std::min({m_dNextSurface, m_dNextRotary, dNow + 0.005});
+        SleepUntil(m_Start + std::chrono::duration_cast<tSteadyClock::duration>(std::chrono::duration<double>(dNext)));
+    }
+}
+
+int CSimulatedMC::Run()
+{
+    if (!OpenSockets())
+    {
+        return Fail(Format("the network can't be had: port %u, group %s, interface %s", c_unPPCPort, c_szPPCGroup,
+                           m_Options.link.strInterface.empty() ? "any" : m_Options.link.strInterface.c_str()));
+    }
+    FillImage();
+    Line("MC: %s", Describe(m_Options.link, m_PPCs.GetReceiveBufferSize()).c_str());
+    Line("MC: changes from clients on %s:%u", c_szPPCGroup, c_unPPCPort);
+    RunUntil(m_Options.dSeconds > 0 ? m_Options.dSeconds : HUGE_VAL, true);
+    if (!StopRequested())
+    {
+        RunUntil(m_Options.dSeconds + c_dSettleSeconds, false); // the last state, a few times over
+    }
+    Line("MC: sent %s surface and %s rotary updates in %s datagrams (%ld refused by the system); %ld changes applied, %ld refused",
+         Grouped(m_lUpdates[0]).c_str(), Grouped(m_lUpdates[1]).c_str(), Grouped(m_lDatagrams).c_str(), m_lLost, m_lApplied,
+         m_lRefused);
+    const std::string strError = m_Options.strSave.empty() ? std::string() : SaveImage(m_Image, m_Options.strSave);
+    return strError.empty() ? int(enExitDone) : Fail(strError);
+}
+
+} // namespace
+
+void AddMc(CLI::App& app, int& nStatus)
+{
+    const auto pOptions = std::make_shared<stOptions>();
+    CLI::App* pCommand = app.add_subcommand(
+        "mc", "Simulate a master controller: own an image, move faders and meters, multicast it, take clients' changes");
+    AddLinkOptions(*pCommand, pOptions->link);
+    pCommand->add_option("--surface-rate", pOptions->dSurfaceRate, "Surface updates (switches to meters) a second")
+        ->check(CLI::Range(0.1, 1000.0))
+        ->capture_default_str();
+    pCommand->add_option("--rotary-rate", pOptions->dRotaryRate, "Rotary updates (strings, rotaries) a second")
+        ->check(CLI::Range(0.1, 1000.0))
+        ->capture_default_str();
+    pCommand->add_option("--seconds", pOptions->dSeconds, "Stop after so long, the last state sent; 0: at Ctrl-C")
+        ->check(CLI::Range(0.0, 86400.0))
+        ->capture_default_str();
+    pCommand->add_option("--moving-faders", pOptions->nMovingFaders, "Mic inputs whose fader and meter move")
+        ->check(CLI::Range(0, canMaxPaths[enMicInput]))
+        ->capture_default_str();
+    pCommand->add_option("--seed", pOptions->unSeed, "Seed of the image's first contents")->capture_default_str();
+    pCommand->add_option("--save", pOptions->strSave, "Write the image to this file at the end");
+    pCommand->callback(
+        [pOptions, &nStatus]
+        {
+            CatchStopSignals();
+            nStatus = std::make_unique<CSimulatedMC>(*pOptions)->Run();
+        });
+}

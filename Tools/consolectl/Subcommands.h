@@ -1,0 +1,8 @@
+// Each adds one subcommand; running it leaves the exit status in nStatus.
+#pragma once
+
+#include <CLI/CLI.hpp>
+
+void AddMc(CLI::App& app, int& nStatus);
+void AddFollow(CLI::App& app, int& nStatus);
+void AddVerify(CLI::App& app, int& nStatus);

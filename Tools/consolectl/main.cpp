@@ -1,0 +1,37 @@
+// consolectl: the engineer's view of a console's logical controls.
+#include "Common.h"
+#include "Subcommands.h"
+
+#include <iostream>
+
+int main(int nArguments, char** ppArguments)
+{
+    CLI::App app(
+        "Works with the logical controls of a mixing console: simulates a master controller (MC), follows one, compares "
+        "images.\n\nA first look, in two terminals:\n  consolectl mc\n  consolectl follow\n\nEach subcommand explains itself: "
+        "consolectl mc --help");
+    app.require_subcommand(1);
+    app.get_formatter()->column_width(34);
+    int nStatus = enExitDone;
+    AddMc(app, nStatus);
+    AddFollow(app, nStatus);
+    AddVerify(app, nStatus);
+    try
+    {
+        app.parse(nArguments, ppArguments);
+    }
+    catch (const CLI::Success& success)
+    {
+        return app.exit(success);
+    }
+    catch (const CLI::ParseError& error)
+    {
+        std::cerr << "consolectl: " << error.what() << "\n(see consolectl --help)\n";
+        return enExitWrongUse;
+    }
+    catch (const std::exception& error)
+    {
+        return Fail(error.what());
+    }
+    return nStatus;
+}
