@@ -3,7 +3,7 @@ set -u
 here=$(cd "$(dirname "$0")" && pwd)
 failures=0
 
-fail() { echo "FAILED: $*"; failures=$((failures + 1)); }
+fail() { echo "FAILED: $*" | head -n 20; failures=$((failures + 1)); }
 
 # expect STATUS WHAT COMMAND...: the command ends with that status; its output is left in $output.
 expect()

@@ -60,6 +60,14 @@ int ParseIndex(const std::string& strText, int nLimit, const char* szWhat, const
     return nIndex;
 }
 
+// Two floats are the same when their bits are: a value that is no number, too.
+std::uint32_t Bits(float fValue)
+{
+    std::uint32_t unBits;
+    std::memcpy(&unBits, &fValue, sizeof unBits);
+    return unBits;
+}
+
 bool IsFloat(tagenPPCMessageType enType)
 {
     return enType == enRotary || enType == enFader;
@@ -170,5 +178,5 @@ bool SameValue(const stAddress& address, const stValue& a, const stValue& b)
     {
         return a.strValue == b.strValue;
     }
-    return IsFloat(address.enType) ? std::memcmp(&a.fValue, &b.fValue, sizeof a.fValue) == 0 : a.nValue == b.nValue;
+    return IsFloat(address.enType) ? Bits(a.fValue) == Bits(b.fValue) : a.nValue == b.nValue;
 }

@@ -95,7 +95,7 @@ std::string Format(const char* szFormat, ...)
 {
     va_list arguments;
     va_start(arguments, szFormat);
-    const std::string strText = FormatList(szFormat, arguments);
+    std::string strText = FormatList(szFormat, arguments);
     va_end(arguments);
     return strText;
 }

@@ -26,7 +26,7 @@ std::string SaveImage(const CBMAContainer& image, const std::string& strFile)
     file.close();
     if (!file || std::rename(strNew.c_str(), strFile.c_str()) != 0)
     {
-        const std::string strError = strFile + ": " + std::strerror(errno);
+        std::string strError = strFile + ": " + std::strerror(errno);
         std::remove(strNew.c_str());
         return strError;
     }

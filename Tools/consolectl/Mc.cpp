@@ -5,7 +5,6 @@
 #include "Subcommands.h"
 
 #include <algorithm>
-#include <cmath>
 #include <memory>
 #include <random>
 #include <vector>
@@ -18,6 +17,8 @@ constexpr char c_szPPCGroup[] = "225.0.0.45";
 constexpr unsigned int c_unPPCPort = 7050;
 
 constexpr double c_dSettleSeconds = 0.5;
+constexpr long c_lSwingMilliseconds = 1500; // a moving fader's way up, or down
+constexpr double c_dForEver = 1e9;
 
 struct stOptions
 {
@@ -155,7 +156,8 @@ void CSimulatedMC::MoveImage(double dSeconds)
 {
     for (int nPath = 0; nPath < m_Options.nMovingFaders; ++nPath)
     {
-        const double dSwing = 0.5 + 0.5 * std::sin(dSeconds * 2 + nPath * 0.3);
+        const long lPhase = (static_cast<long>(dSeconds * 1000) + nPath * 100) % (2 * c_lSwingMilliseconds);
+        const double dSwing = static_cast<double>(std::min(lPhase, 2 * c_lSwingMilliseconds - lPhase)) / c_lSwingMilliseconds;
         const int nFader = canCommonParamTypesTable[enCommonFader][enMicInput];
         m_Image.SetPPC(enFader, enMicInput, nPath, nFader, static_cast<float>(-60 + 60 * dSwing), false, false);
         m_Image.SetPPC(enMeter, enMicInput, nPath, 0, static_cast<unsigned char>(255 * dSwing), false, false);
@@ -178,6 +180,7 @@ void CSimulatedMC::ApplyClientChanges()
             }
         }
         std::vector<std::string> before;
+        before.reserve(addresses.size());
         for (const stAddress& address : addresses)
         {
             before.push_back(ValueText(address, ReadValue(m_Image, address)));
@@ -250,7 +253,7 @@ int CSimulatedMC::Run()
     FillImage();
     Line("MC: %s", Describe(m_Options.link, m_PPCs.GetReceiveBufferSize()).c_str());
     Line("MC: changes from clients on %s:%u", c_szPPCGroup, c_unPPCPort);
-    RunUntil(m_Options.dSeconds > 0 ? m_Options.dSeconds : HUGE_VAL, true);
+    RunUntil(m_Options.dSeconds > 0 ? m_Options.dSeconds : c_dForEver, true);
     if (!StopRequested())
     {
         RunUntil(m_Options.dSeconds + c_dSettleSeconds, false); // the last state, a few times over

@@ -2,9 +2,13 @@
 #include "Common.h"
 #include "Subcommands.h"
 
-#include <iostream>
+#include <cstdio>
+#include <exception>
 
-int main(int nArguments, char** ppArguments)
+namespace
+{
+
+int Run(int nArguments, char** ppArguments)
 {
     CLI::App app(
         "Works with the logical controls of a mixing console: simulates a master controller (MC), follows one, compares "
@@ -26,12 +30,24 @@ int main(int nArguments, char** ppArguments)
     }
     catch (const CLI::ParseError& error)
     {
-        std::cerr << "consolectl: " << error.what() << "\n(see consolectl --help)\n";
+        Fail(error.what());
+        std::fputs("(see consolectl --help)\n", stderr);
         return enExitWrongUse;
+    }
+    return nStatus;
+}
+
+} // namespace
+
+int main(int nArguments, char** ppArguments)
+{
+    try
+    {
+        return Run(nArguments, ppArguments);
     }
     catch (const std::exception& error)
     {
-        return Fail(error.what());
+        std::fprintf(stderr, "consolectl: %s\n", error.what());
     }
-    return nStatus;
+    return enExitFailed;
 }

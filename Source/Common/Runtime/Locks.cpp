@@ -49,7 +49,7 @@ CMutex::~CMutex()
         return;
     }
     // Unlocking a mutex that nobody holds is undefined: take it if it is free, and it is held in any case.
-    pthread_mutex_trylock(&m_Mutex);
+    static_cast<void>(pthread_mutex_trylock(&m_Mutex));
     pthread_mutex_unlock(&m_Mutex);
     pthread_mutex_destroy(&m_Mutex);
     m_bInitialised = false;
@@ -67,8 +67,6 @@ bool CMutex::Unlock()
 
 CRWMutex::CReadLock::CReadLock(CRWMutex& mutex) : m_Mutex(mutex) {}
 
-CRWMutex::CReadLock::~CReadLock() = default;
-
 bool CRWMutex::CReadLock::Lock()
 {
     return m_Mutex.m_bValid && pthread_rwlock_rdlock(&m_Mutex.m_Lock) == 0;
@@ -80,8 +78,6 @@ bool CRWMutex::CReadLock::Unlock()
 }
 
 CRWMutex::CWriteLock::CWriteLock(CRWMutex& mutex) : m_Mutex(mutex) {}
-
-CRWMutex::CWriteLock::~CWriteLock() = default;
 
 bool CRWMutex::CWriteLock::Lock()
 {

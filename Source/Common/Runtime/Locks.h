@@ -59,7 +59,6 @@ public:
     {
     public:
         explicit CReadLock(CRWMutex& mutex);
-        ~CReadLock();
         bool Lock();
         bool Unlock();
 
@@ -72,7 +71,6 @@ public:
     {
     public:
         explicit CWriteLock(CRWMutex& mutex);
-        ~CWriteLock();
         bool Lock();
         bool Unlock();
 
