@@ -43,4 +43,8 @@ set(CMAKE_LIBRARY_OUTPUT_DIRECTORY ${PROJECT_BINARY_DIR}/lib)
 if(LOGICALCONTROLS_SANITIZE)
     add_compile_options(-fsanitize=${LOGICALCONTROLS_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer)
     add_link_options(-fsanitize=${LOGICALCONTROLS_SANITIZE})
+    # The vptr check takes a base class that lies more than 1 MiB into its object, as the handler's socket does, for a bad one.
+    if(LOGICALCONTROLS_SANITIZE MATCHES "undefined")
+        add_compile_options(-fno-sanitize=vptr)
+    endif()
 endif()

@@ -1,12 +1,13 @@
 #!/usr/bin/env bash
 # The main road: an MC and a client over multicast, a fader, a switch and a string changed at the client, noise on the wire, and
-# in the end two equal images.    main_road.sh CONSOLECTL...  [MC_OPTIONS for both in LINK]
+# in the end two equal images.    [GROUP=...] [PORT=...] [INTERFACE=...] main_road.sh CONSOLECTL...
 # shellcheck source-path=SCRIPTDIR source=common.sh
 . "$(dirname "$0")/common.sh"
 enter_own_network "$@"
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
-read -ra link <<<"${LINK-}"
+group=${GROUP-225.0.0.46} port=${PORT-7060}
+link=(--group "$group" --port "$port" ${INTERFACE:+--interface "$INTERFACE"})
 
 # Datagrams that no MC would send: random bytes of many lengths, and update messages (type 0, 1 of 1) with random bodies.
 noise()
@@ -28,10 +29,10 @@ mc=$!
 client=$!
 sleep 0.5
 # Each write of dd is one datagram.
-noise | dd bs=65507 of=/dev/udp/225.0.0.46/7060 2>/dev/null
+noise | dd bs=65507 of="/dev/udp/$group/$port" 2>/dev/null
 for _ in $(seq 20); do
-    head -c $((RANDOM % 2000)) /dev/urandom >/dev/udp/225.0.0.46/7060
-    printf '\0\0\0\0\0\0\0\1\0\0\0\1\0\0\0\1\0\0\0\100%s' "$(head -c 64 /dev/zero | tr '\0' x)" >/dev/udp/225.0.0.46/7060
+    head -c $((RANDOM % 2000)) /dev/urandom >"/dev/udp/$group/$port"
+    printf '\0\0\0\0\0\0\0\1\0\0\0\1\0\0\0\1\0\0\0\100%s' "$(head -c 64 /dev/zero | tr '\0' x)" >"/dev/udp/$group/$port"
     head -c 40 /dev/urandom >/dev/udp/225.0.0.45/7050
 done
 wait $mc || fail "mc: $(cat "$work/mc.log")"

@@ -47,7 +47,7 @@ expect 0 "help" "$@" --help
 contains "consolectl mc"
 expect 0 "help of mc" "$@" mc --help
 contains "--surface-rate"
-expect 27 "no MC" "$@" follow --timeout 0.3
+expect 27 "no MC" "$@" follow --timeout 0.3 --seconds 5
 contains "no whole image within 0.3 seconds"
 expect 1 "an interface that is not there" "$@" mc --interface 203.0.113.9 --seconds 1
 expect 1 "no room for the file" "$@" mc --seconds 0.1 --save /nonexistent/folder/image

@@ -290,6 +290,7 @@ bool CMCUpdateMsg::ParseChecked(const unsigned char* pData, std::size_t unSize, 
         return false;
     }
     m_unShallowSet = 0;
+    m_pShallowSource = nullptr;
     const auto ignore = [](int, std::int32_t, const unsigned char*) {};
     if (unSize < sizeof m_Header || !ValidateUpdate(pData) || (bBounded && !WalkArrays(pData, unSize, ignore)))
     {
@@ -297,34 +298,35 @@ bool CMCUpdateMsg::ParseChecked(const unsigned char* pData, std::size_t unSize, 
         ReportError(enErrorInvalidUpdate);
         return false;
     }
-    if (m_bShallowMode)
+    if (!m_bShallowMode)
     {
-        AssignShallow(pData, unSize);
+        return AssignDeep(pData, unSize);
     }
-    else
-    {
-        AssignDeep(pData, unSize);
-    }
-    return !m_bError;
+    AssignShallow(pData, unSize);
+    return true;
 }
 
-void CMCUpdateMsg::AssignDeep(const unsigned char* pData, std::size_t unSize)
+// False when an array is too large; the others are taken over.
+bool CMCUpdateMsg::AssignDeep(const unsigned char* pData, std::size_t unSize)
 {
+    bool bAllTaken = true;
     m_Header = HeaderOf(pData);
     WalkArrays(pData, unSize,
-               [this](int nType, std::int32_t nLength, const unsigned char* pBytes)
+               [this, &bAllTaken](int nType, std::int32_t nLength, const unsigned char* pBytes)
                {
                    m_aDeep[nType].nLength = nLength;
                    if (nLength > c_nDeepParseLimit)
                    {
                        std::printf("CMCUpdateMsg operator<< - bma array too large, array size %d\n", nLength);
                        ReportError(enErrorArrayTooLarge);
+                       bAllTaken = false;
                    }
                    else if (pBytes != nullptr)
                    {
                        std::memcpy(m_aDeep[nType].acData, pBytes, static_cast<std::size_t>(nLength));
                    }
                });
+    return bAllTaken;
 }
 
 void CMCUpdateMsg::AssignShallow(const unsigned char* pData, std::size_t unSize)

@@ -103,7 +103,8 @@ public:
     // Parses, deeply or shallowly by mode. No length is known here: only for bytes that the caller vouches for.
     void operator<<(unsigned char* pData);
 
-    // The same for the unSize bytes at pData, whatever they are. A failed parse takes nothing over. False on error.
+    // The same for the unSize bytes at pData, whatever they are. False when this parse failed; then nothing was taken over, but for
+    // the arrays beside one that is too large.
     bool Parse(const unsigned char* pData, std::size_t unSize);
 
     // The shallow parse, for bytes that the caller vouches for.
@@ -116,7 +117,8 @@ public:
     // none.
     bool GetArray(tagenPPCMessageType enType, const unsigned char*& pData, int& nLength) const;
 
-    // Fills a deep array. False, and nothing changed, when the type or the length is outside its limits or the data is null.
+    // Fills a deep array; with length 0, empties it. False, and nothing changed, when the type or the length is outside its limits
+    // or there is no data.
     bool SetArray(tagenPPCMessageType enType, const unsigned char* pData, int nLength);
 
     // Gives a deep array its length and shows the bytes, for the caller to fill. Null, and nothing changed, when the type or the
@@ -139,7 +141,7 @@ private:
     template <class Visitor>
     static bool WalkArrays(const unsigned char* pData, std::size_t unSize, Visitor visit);
     bool ParseChecked(const unsigned char* pData, std::size_t unSize, bool bBounded);
-    void AssignDeep(const unsigned char* pData, std::size_t unSize);
+    bool AssignDeep(const unsigned char* pData, std::size_t unSize);
     void AssignShallow(const unsigned char* pData, std::size_t unSize);
     void ReportError(int nCode);
 

@@ -1,0 +1,357 @@
+#include "RySocketIO/CSocket.h"
+
+#include "RySocketIO/CIPString.h"
+#include "RySocketIO/CSocketThread.h"
+
+#include <gtest/gtest.h>
+
+#include <signal.h>
+
+#include <atomic>
+#include <chrono>
+#include <climits>
+#include <condition_variable>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <thread>
+#include <type_traits>
+#include <vector>
+
+namespace
+{
+
+using RySocketIO::CIPString;
+using RySocketIO::CSocket;
+using RySocketIO::CSocketThread;
+typedef std::vector<std::string> tTexts;
+
+// Events of another thread, in order.
+class CEvents
+{
+public:
+    void Note(const std::string& strEvent)
+    {
+        const std::lock_guard<std::mutex> guard(m_Mutex);
+        m_Events.push_back(strEvent);
+        m_Threads.push_back(std::this_thread::get_id());
+        m_Changed.notify_all();
+    }
+
+    // The events once there are nCount of them; fewer when that takes a minute.
+    tTexts WaitFor(std::size_t unCount)
+    {
+        std::unique_lock<std::mutex> lock(m_Mutex);
+        m_Changed.wait_for(lock, std::chrono::seconds(60), [this, unCount] { return m_Events.size() >= unCount; });
+        return m_Events;
+    }
+
+    std::vector<std::thread::id> Threads()
+    {
+        const std::lock_guard<std::mutex> guard(m_Mutex);
+        return m_Threads;
+    }
+
+private:
+    std::mutex m_Mutex;
+    std::condition_variable m_Changed;
+    tTexts m_Events;
+    std::vector<std::thread::id> m_Threads;
+};
+
+class CNotingSocket : public CSocket
+{
+public:
+    CNotingSocket() : CSocket(RySocketIO::enConnectionUDP, false, false) {}
+    ~CNotingSocket() override { StopReceiving(); }
+
+    void OnReceivedData(char* pData, long lLength) override
+    {
+        m_Received.Note(std::string(pData, static_cast<std::size_t>(lLength)));
+    }
+
+    void OnReceivedData(char* pData, long lLength, const CIPString& sender) override
+    {
+        m_Received.Note(std::string(sender.Text()) + "|" + std::string(pData, static_cast<std::size_t>(lLength)));
+    }
+
+    void OnConnected() override { m_Life.Note("connected"); }
+    void OnTerminated() override { m_Life.Note("terminated"); }
+
+    bool Open() { return InitialiseLocalSockets(0, "127.0.0.1", nullptr, 1); }
+
+    CEvents m_Received;
+    CEvents m_Life;
+};
+
+bool SendText(CSocket& from, const CSocket& to, const std::string& strText)
+{
+    return from.Send("127.0.0.1", to.GetLocalPort(), strText.data(), static_cast<long>(strText.size()));
+}
+
+TEST(Socket, AnUnopenedOneHasNothingAndCanDoNothing)
+{
+    CNotingSocket socket;
+    EXPECT_EQ(0u, socket.GetLocalPort());
+    EXPECT_EQ(0, socket.GetReceiveBufferSize());
+    EXPECT_EQ(0u, socket.GetKernelDrops());
+    EXPECT_EQ(0u, socket.GetTruncated());
+    EXPECT_FALSE(socket.Send("127.0.0.1", 9, "x", 1));
+    EXPECT_FALSE(socket.AddToGroup(nullptr));
+    socket.StopReceiving();
+    EXPECT_EQ(tTexts(), socket.m_Life.WaitFor(0));
+}
+
+TEST(Socket, OpensOnAPortOfTheSystemsChoiceOnce)
+{
+    CNotingSocket socket;
+    EXPECT_TRUE(socket.Open());
+    const unsigned int unPort = socket.GetLocalPort();
+    EXPECT_GT(unPort, 0u);
+    EXPECT_LT(unPort, 65536u);
+    EXPECT_GT(socket.GetReceiveBufferSize(), 0);
+    EXPECT_FALSE(socket.Open());
+    EXPECT_EQ(unPort, socket.GetLocalPort());
+}
+
+TEST(Socket, AnImpossibleAddressIsRefusedAndAGoodOneStillOpens)
+{
+    CNotingSocket socket;
+    for (const char* szAddress : {"nowhere", "300.0.0.1", "127.0.0", "127.0.0.1 "})
+    {
+        EXPECT_FALSE(socket.InitialiseLocalSockets(0, szAddress, nullptr, 1)) << szAddress;
+        EXPECT_EQ(0u, socket.GetLocalPort());
+    }
+    EXPECT_TRUE(socket.Open());
+}
+
+TEST(Socket, JoinsNothingThatIsNotAGroup)
+{
+    CNotingSocket socket;
+    ASSERT_TRUE(socket.Open());
+    for (const char* szGroup : {static_cast<const char*>(nullptr), "", "nowhere", "127.0.0.1", "239.0.0"})
+    {
+        EXPECT_FALSE(socket.AddToGroup(szGroup));
+    }
+}
+
+TEST(Socket, DeliversEveryDatagramWholeAndInOrderOnOneThread)
+{
+    CNotingSocket receiver, sender;
+    ASSERT_TRUE(receiver.Open() && sender.Open());
+    tTexts expected;
+    for (const std::size_t unSize : {1u, 2u, 20u, 1473u, 9001u, 65000u, 65001u, 65507u, 0u, 3u})
+    {
+        expected.emplace_back(unSize, static_cast<char>('a' + expected.size()));
+        ASSERT_TRUE(SendText(sender, receiver, expected.back())) << unSize;
+        ASSERT_EQ(expected, receiver.m_Received.WaitFor(expected.size())) << unSize;
+    }
+    for (const std::thread::id id : receiver.m_Received.Threads())
+    {
+        EXPECT_EQ(receiver.m_Life.Threads().at(0), id);
+    }
+    EXPECT_EQ(0u, receiver.GetTruncated());
+    EXPECT_EQ(0u, receiver.GetKernelDrops());
+    EXPECT_EQ(tTexts(), sender.m_Received.WaitFor(0));
+}
+
+TEST(Socket, TellsTheSenderWhenAskedTo)
+{
+    CNotingSocket receiver, sender;
+    receiver.SetUseSenderInfo(true);
+    ASSERT_TRUE(receiver.Open() && sender.Open());
+    ASSERT_TRUE(SendText(sender, receiver, "hello"));
+    EXPECT_EQ(tTexts{"127.0.0.1|hello"}, receiver.m_Received.WaitFor(1));
+    receiver.SetUseSenderInfo(false);
+    ASSERT_TRUE(SendText(sender, receiver, "again"));
+    EXPECT_EQ((tTexts{"127.0.0.1|hello", "again"}), receiver.m_Received.WaitFor(2));
+}
+
+TEST(Socket, MaySendToItself)
+{
+    CNotingSocket socket;
+    ASSERT_TRUE(socket.Open());
+    ASSERT_TRUE(SendText(socket, socket, "me"));
+    EXPECT_EQ(tTexts{"me"}, socket.m_Received.WaitFor(1));
+}
+
+TEST(Socket, RefusesWhatCannotBeSent)
+{
+    CNotingSocket socket;
+    ASSERT_TRUE(socket.Open());
+    const std::string strLarge(65508, 'x');
+    EXPECT_FALSE(SendText(socket, socket, strLarge));
+    EXPECT_FALSE(socket.Send("nowhere", socket.GetLocalPort(), "x", 1));
+    EXPECT_FALSE(socket.Send("", socket.GetLocalPort(), "x", 1));
+    EXPECT_FALSE(socket.Send(nullptr, socket.GetLocalPort(), "x", 1));
+    EXPECT_FALSE(socket.Send("127.0.0.1", socket.GetLocalPort(), "x", -1));
+    EXPECT_FALSE(socket.Send("127.0.0.1", socket.GetLocalPort(), nullptr, 1));
+    EXPECT_TRUE(SendText(socket, socket, "x"));
+    EXPECT_EQ(tTexts{"x"}, socket.m_Received.WaitFor(1));
+}
+
+TEST(Socket, ItsThreadTellsItsStartAndItsEnd)
+{
+    CNotingSocket socket;
+    ASSERT_TRUE(socket.Open());
+    EXPECT_EQ(tTexts{"connected"}, socket.m_Life.WaitFor(1));
+    socket.StopReceiving();
+    socket.StopReceiving();
+    EXPECT_EQ((tTexts{"connected", "terminated"}), socket.m_Life.WaitFor(2));
+    EXPECT_EQ(socket.m_Life.Threads().at(0), socket.m_Life.Threads().at(1));
+    EXPECT_NE(std::this_thread::get_id(), socket.m_Life.Threads().at(0));
+}
+
+TEST(Socket, NothingIsDeliveredAfterItStoppedReceiving)
+{
+    CNotingSocket receiver, sender;
+    ASSERT_TRUE(receiver.Open() && sender.Open());
+    const unsigned int unPort = receiver.GetLocalPort();
+    receiver.StopReceiving();
+    sender.Send("127.0.0.1", unPort, "late", 4);
+    EXPECT_EQ(tTexts(), receiver.m_Received.WaitFor(0));
+    EXPECT_EQ((tTexts{"connected", "terminated"}), receiver.m_Life.WaitFor(2));
+}
+
+TEST(Socket, ManyComeAndGoUnderTraffic)
+{
+    CNotingSocket sender;
+    ASSERT_TRUE(sender.Open());
+    for (int n = 0; n < 200; ++n)
+    {
+        CNotingSocket receiver;
+        ASSERT_TRUE(receiver.Open());
+        ASSERT_TRUE(SendText(sender, receiver, "one"));
+        ASSERT_TRUE(SendText(sender, receiver, "two"));
+        if (n % 2 == 0)
+        {
+            ASSERT_EQ((tTexts{"one", "two"}), receiver.m_Received.WaitFor(2));
+        }
+    }
+}
+
+bool AllSignalsBlocked()
+{
+    sigset_t blocked;
+    pthread_sigmask(SIG_SETMASK, nullptr, &blocked);
+    return sigismember(&blocked, SIGINT) == 1 && sigismember(&blocked, SIGTERM) == 1 && sigismember(&blocked, SIGALRM) == 1 &&
+           sigismember(&blocked, SIGUSR1) == 1;
+}
+
+class CNotingThread : public CSocketThread
+{
+public:
+    ~CNotingThread() override { Stop(); }
+
+    CEvents m_Events;
+    std::atomic<bool> m_bSignalsBlocked{false};
+
+protected:
+    void ThreadStarted() override
+    {
+        m_bSignalsBlocked = AllSignalsBlocked();
+        m_Events.Note("started");
+    }
+    void Do() override { m_Events.Note("do"); }
+};
+
+TEST(SocketThread, DoesItsRoundsAndNoMore)
+{
+    CNotingThread thread;
+    thread.SetIterationDelay(0, 1);
+    ASSERT_TRUE(thread.Start(3));
+    EXPECT_EQ((tTexts{"started", "do", "do", "do"}), thread.m_Events.WaitFor(4));
+    thread.Stop();
+    EXPECT_EQ(4u, thread.m_Events.WaitFor(0).size());
+    for (const std::thread::id id : thread.m_Events.Threads())
+    {
+        EXPECT_NE(std::this_thread::get_id(), id);
+        EXPECT_EQ(thread.m_Events.Threads()[0], id);
+    }
+}
+
+TEST(SocketThread, LeavesSignalsToTheApplication)
+{
+    CNotingThread thread;
+    const bool bBefore = AllSignalsBlocked();
+    ASSERT_TRUE(thread.Start(1));
+    thread.m_Events.WaitFor(1);
+    EXPECT_TRUE(thread.m_bSignalsBlocked);
+    EXPECT_EQ(bBefore, AllSignalsBlocked());
+}
+
+TEST(SocketThread, GoesOnUntilItIsStoppedAndMayStartAgain)
+{
+    CNotingThread thread;
+    thread.SetIterationDelay(0, 1);
+    EXPECT_FALSE(thread.IsRunning());
+    EXPECT_FALSE(thread.Stop());
+    for (int nTime = 0; nTime < 2; ++nTime)
+    {
+        const std::size_t unBefore = thread.m_Events.WaitFor(0).size();
+        ASSERT_TRUE(thread.Start(-1));
+        EXPECT_TRUE(thread.IsRunning());
+        EXPECT_FALSE(thread.Start(-1));
+        EXPECT_GE(thread.m_Events.WaitFor(unBefore + 50).size(), unBefore + 50);
+        EXPECT_TRUE(thread.Stop());
+        EXPECT_FALSE(thread.IsRunning());
+        EXPECT_FALSE(thread.Stop());
+        const std::size_t unAfter = thread.m_Events.WaitFor(0).size();
+        EXPECT_EQ(unAfter, thread.m_Events.WaitFor(0).size());
+        EXPECT_EQ("started", thread.m_Events.WaitFor(0)[unBefore]);
+    }
+}
+
+TEST(SocketThread, KeepsAtLeastTheDelayFromRoundToRound)
+{
+    CNotingThread thread;
+    thread.SetIterationDelay(0, 20000);
+    const auto start = std::chrono::steady_clock::now();
+    ASSERT_TRUE(thread.Start(4));
+    EXPECT_EQ(5u, thread.m_Events.WaitFor(5).size());
+    EXPECT_GE(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(59)); // three delays
+}
+
+TEST(SocketThread, StopsWithoutWaitingOutTheDelay)
+{
+    CNotingThread thread;
+    thread.SetIterationDelay(3600, 0);
+    ASSERT_TRUE(thread.Start(-1));
+    EXPECT_EQ((tTexts{"started", "do"}), thread.m_Events.WaitFor(2));
+    const auto start = std::chrono::steady_clock::now();
+    EXPECT_TRUE(thread.Stop());
+    EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(60));
+    EXPECT_EQ((tTexts{"started", "do"}), thread.m_Events.WaitFor(0));
+}
+
+static_assert(std::is_trivially_copyable<CIPString>::value, "copied without allocating");
+
+TEST(IPString, HoldsAtMost47Characters)
+{
+    EXPECT_STREQ("192.168.1.20", CIPString("192.168.1.20").Text());
+    EXPECT_EQ(std::string(47, '1'), CIPString(std::string(47, '1').c_str()).Text());
+    EXPECT_EQ(std::string(47, '1'), CIPString(std::string(48, '1').c_str()).Text());
+    EXPECT_EQ(std::string(47, '1'), CIPString(std::string(5000, '1').c_str()).Text());
+}
+
+TEST(IPString, NullAndNothingAreEmpty)
+{
+    EXPECT_STREQ("", CIPString().Text());
+    EXPECT_STREQ("", CIPString(nullptr).Text());
+    EXPECT_TRUE(CIPString() == CIPString(""));
+}
+
+TEST(IPString, IsEqualByItsText)
+{
+    CIPString address("10.0.0.1");
+    EXPECT_TRUE(address == CIPString("10.0.0.1"));
+    EXPECT_FALSE(address != CIPString("10.0.0.1"));
+    EXPECT_TRUE(address != CIPString("10.0.0.10"));
+    EXPECT_FALSE(address == CIPString("10.0.0.2"));
+    const CIPString copy(address);
+    address = CIPString("10.0.0.200");
+    EXPECT_STREQ("10.0.0.1", copy.Text());
+    EXPECT_STREQ("10.0.0.200", address.Text());
+}
+
+} // namespace
