@@ -6,7 +6,7 @@
 
 // Thirteen bytes that are stored, copied and sent whole: up to twelve characters and a zero. Longer text is cut. A value that
 // came from a network may use all thirteen bytes; Text never reads past them. Trivially copyable, no pointer inside.
-class RyGConsoleString
+class __attribute__((visibility("default"))) RyGConsoleString
 {
 public:
     enum : int

@@ -70,6 +70,7 @@ class CKeepingHandler : public CClientMsgHandler
 {
 public:
     CKeepingHandler() : CClientMsgHandler(false) {}
+    ~CKeepingHandler() override { Shutdown(); }
 
     int ProcessMCUpdate(const CMCUpdateMsg& update) override
     {
@@ -189,10 +190,16 @@ TEST_F(ClientMsgHandler, AnUpdateInFragmentsIsAppliedAfterTheLastAndMovesTheCach
 TEST_F(ClientMsgHandler, FaultsInOneDatagramLeaveTheNextUpdateWhole)
 {
     const tBytes update = Update(1, Hex("55"));
-    const tBytes aFaults[] = {tBytes(), tBytes(19, 0), Datagram(90, 7, 1, 1, update), Datagram(0, 7, 3, 2, update),
-                              Datagram(0, 7, 1, 1, 2000000, update), Datagram(0, 7, 1, 1, 26, Hex("01")),
-                              Datagram(0, 7, 1, 6, update), Datagram(0, 7, 1, 2, 0xffffffff, update),
-                              Datagram(0, 7, 5, 5, update), tBytes(65507, 0xff)};
+    const tBytes aFaults[] = {tBytes(),
+                              tBytes(19, 0),
+                              Datagram(90, 7, 1, 1, update),
+                              Datagram(0, 7, 3, 2, update),
+                              Datagram(0, 7, 1, 1, 2000000, update),
+                              Datagram(0, 7, 1, 1, 26, Hex("01")),
+                              Datagram(0, 7, 1, 6, update),
+                              Datagram(0, 7, 1, 2, 0xffffffff, update),
+                              Datagram(0, 7, 5, 5, update),
+                              tBytes(65507, 0xff)};
     for (const tBytes& fault : aFaults)
     {
         const tLines lines = Deliver(fault);
@@ -211,7 +218,10 @@ TEST_F(ClientMsgHandler, ForeignMessagesAreIgnoredAndHarmNothingThatWaits)
     {
         EXPECT_EQ((tLines{"CClientMsgHandler::OnReceivedData length 520",
                           "CMsgHandlerBase::ValidatePacketSequence - validating (lLength = 520) (m_nReceivedPackets = " +
-                              std::to_string(unType == 1 ? 0 : unType == 3 ? 1 : 2) + ")",
+                              std::to_string(unType == 1   ? 0
+                                             : unType == 3 ? 1
+                                                           : 2) +
+                              ")",
                           c_szWrongType}),
                   Deliver(Single(tBytes(500, 0x99), unType)));
         EXPECT_EQ(c_szPartial, Deliver(Datagram(unType, unType, 1, 2, tBytes(500, 0x99))).back());
@@ -266,8 +276,8 @@ TEST_F(ClientMsgHandler, WhatIsNotAnUpdateFailsWithItsCodeAndPrintsIt)
 {
     tBytes cut = Update(1, Hex("01 02"));
     cut.pop_back();
-    const tBytes aBad[] = {tBytes(), tBytes(16, 0), Support::UpdateHeader(1, 0, 0), Support::UpdateHeader(1, 0, 2),
-                           Support::UpdateHeader(31, 0), cut};
+    const tBytes aBad[] = {
+        tBytes(), tBytes(16, 0), Support::UpdateHeader(1, 0, 0), Support::UpdateHeader(1, 0, 2), Support::UpdateHeader(31, 0), cut};
     for (const tBytes& bad : aBad)
     {
         m_pHandler = std::make_unique<CKeepingHandler>();
@@ -490,12 +500,10 @@ TEST_F(ClientMsgHandler, RemembersWhoSentTheLastGoodUpdate)
         const char* szSender;
         bool bChanged;
         const char* szLast;
-    } aCases[] = {{Single(tBytes(), 1), "10.0.0.1", false, ""},
-                  {Datagram(0, 7, 1, 2, Hex("01")), "10.0.0.1", false, ""},
-                  {Surface(1), "10.0.0.2", true, "10.0.0.2"},
-                  {Surface(1), "10.0.0.2", false, "10.0.0.2"},
-                  {Single(tBytes(), 3), "10.0.0.3", false, "10.0.0.2"},
-                  {Single(Update(9, Hex("01"))), "10.0.0.3", true, "10.0.0.3"}};
+    } aCases[] = {
+        {Single(tBytes(), 1), "10.0.0.1", false, ""},         {Datagram(0, 7, 1, 2, Hex("01")), "10.0.0.1", false, ""},
+        {Surface(1), "10.0.0.2", true, "10.0.0.2"},           {Surface(1), "10.0.0.2", false, "10.0.0.2"},
+        {Single(tBytes(), 3), "10.0.0.3", false, "10.0.0.2"}, {Single(Update(9, Hex("01"))), "10.0.0.3", true, "10.0.0.3"}};
     for (const auto& c : aCases)
     {
         Deliver(c.datagram, c.szSender);
@@ -591,25 +599,27 @@ public:
 
 TEST_F(ClientMsgHandler, NoUpdateIsTornBetweenTheThreadsAndTheLastIsApplied)
 {
+    RySocketIO::CUtility::SetDebugSink(nullptr); // its lock would put the threads in order
     const auto pHandler = std::make_unique<CTearCheckingHandler>();
     std::atomic<bool> bDone{false};
-    std::thread receiver([&pHandler, &bDone] {
-        for (int n = 0; n < 20000; ++n)
+    std::thread receiver(
+        [&pHandler, &bDone]
         {
-            const int nLength = n == 19999 ? CTearCheckingHandler::c_nLastLength : 2000 + n % 300;
-            tBytes datagram = Single(Update(1, tBytes(static_cast<std::size_t>(nLength), static_cast<unsigned char>(n % 251))));
-            pHandler->OnReceivedData(reinterpret_cast<char*>(datagram.data()), static_cast<long>(datagram.size()),
-                                     CIPString(n % 2 == 0 ? "10.0.0.1" : "10.0.0.2"));
-        }
-        bDone = true;
-    });
+            for (int n = 0; n < 20000; ++n)
+            {
+                const int nLength = n == 19999 ? CTearCheckingHandler::c_nLastLength : 2000 + n % 300;
+                tBytes datagram = Single(Update(1, tBytes(static_cast<std::size_t>(nLength), static_cast<unsigned char>(n % 251))));
+                pHandler->OnReceivedData(reinterpret_cast<char*>(datagram.data()), static_cast<long>(datagram.size()),
+                                         CIPString(n % 2 == 0 ? "10.0.0.1" : "10.0.0.2"));
+            }
+            bDone = true;
+        });
     CIPString sender;
     while (!bDone)
     {
         pHandler->UpdateBMA();
         pHandler->GetSurfUpdatePeriod();
         pHandler->GetLastSender(sender);
-        m_Log.Take();
     }
     receiver.join();
     pHandler->UpdateBMA();

@@ -120,9 +120,9 @@ private:
     const tBytes* Newest(std::uint32_t unId, std::uint32_t unNumber) const
     {
         const auto end = m_Stored.begin() + static_cast<long>(std::min<std::size_t>(m_Stored.size(), 50));
-        const auto found = std::find_if(m_Stored.begin(), end, [unId, unNumber](const tBytes& stored) {
-            return Field(stored, 1) == unId && Field(stored, 2) == unNumber;
-        });
+        const auto found = std::find_if(m_Stored.begin(), end,
+                                        [unId, unNumber](const tBytes& stored)
+                                        { return Field(stored, 1) == unId && Field(stored, 2) == unNumber; });
         return found == end ? nullptr : &*found;
     }
 
@@ -260,8 +260,9 @@ TEST_F(Reassembly, EveryMixOfBoundaryValuesIsJudgedByTypeNumberAndTotal)
     int nMessages = 0;
     for (std::uint32_t unMix = 0; unMix < 512; ++unMix)
     {
-        const std::uint32_t unNumber = c_aunBoundaries[unMix / 8 % 8];
-        nMessages += Deliver(Datagram(c_aunBoundaries[unMix / 64], unMix, unNumber, c_aunBoundaries[unMix % 8], Hex("42"))).nResult >= 0;
+        const std::uint32_t unType = c_aunBoundaries[unMix / 64], unNumber = c_aunBoundaries[unMix / 8 % 8];
+        const std::uint32_t unTotal = c_aunBoundaries[unMix % 8];
+        nMessages += Deliver(Datagram(unType, unMix, unNumber, unTotal, Hex("42"))).nResult >= 0 ? 1 : 0;
     }
     EXPECT_EQ(5, nMessages); // 1 of 1, in five valid types
 }
@@ -523,12 +524,11 @@ public:
     void Store(std::uint32_t unId, std::uint32_t unNumber, std::uint32_t unTotal, const tBytes& payload)
     {
         const tBytes datagram = Datagram(0, unId, unNumber, unTotal, payload);
-        unsigned char* pNothing = nullptr;
         unsigned char ucBuffer = 0;
-        pNothing = &ucBuffer;
+        unsigned char* pBuffer = &ucBuffer;
         int nSize = 1;
         EXPECT_EQ(-1, ValidatePacketSequence(reinterpret_cast<const char*>(datagram.data()), static_cast<long>(datagram.size()),
-                                             &pNothing, nSize));
+                                             &pBuffer, nSize));
     }
 };
 

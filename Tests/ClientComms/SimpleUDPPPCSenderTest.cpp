@@ -51,6 +51,14 @@ tBytes Part(const tBytes& bytes, int nOffset, int nLength)
     return tBytes(bytes.begin() + nOffset, bytes.begin() + nOffset + nLength);
 }
 
+// The number that the next descriptor to be opened gets.
+int NextDescriptor()
+{
+    const int nNext = open("/dev/null", O_RDONLY);
+    close(nNext);
+    return nNext;
+}
+
 // An open sender whose datagrams are caught.
 class SimpleSender : public testing::Test
 {
@@ -310,11 +318,22 @@ TEST(SimpleSenderSocket, NumberOfAClosedSocketIsNeverUsedAgain)
     }
 }
 
+TEST(SimpleSenderSocket, SendAfterDeInitCommsFails)
+{
+    CSocketRecorder recorder;
+    SimpleUDPPPCSender sender;
+    sender.InitComms();
+    sender.SendPPCMessage(enFader, 1, 0, 0, 1.0f, false);
+    EXPECT_TRUE(sender.LastSendSucceeded());
+    sender.DeInitComms();
+    recorder.bFailSend = true; // as the system does for a closed socket
+    sender.SendPPCMessage(enFader, 1, 0, 0, 1.0f, false);
+    EXPECT_FALSE(sender.LastSendSucceeded());
+}
+
 TEST(SimpleSenderSocket, IsAUdpSocketWithTheSystemsMulticastDefaults)
 {
-    const int nSocket = dup(0); // the number that the next descriptor gets
-    ASSERT_GT(nSocket, 0);
-    close(nSocket);
+    const int nSocket = NextDescriptor();
     SimpleUDPPPCSender sender;
     ASSERT_TRUE(sender.InitComms());
 
@@ -343,15 +362,12 @@ TEST(SimpleSenderSocket, TenThousandInitsUseOneDescriptor)
 {
     SimpleUDPPPCSender sender;
     sender.InitComms();
-    const int nFree = dup(0);
-    close(nFree);
+    const int nNext = NextDescriptor();
     for (int nRound = 0; nRound < 10000; ++nRound)
     {
         sender.InitComms();
     }
-    const int nFreeAfterwards = dup(0);
-    close(nFreeAfterwards);
-    EXPECT_EQ(nFree, nFreeAfterwards);
+    EXPECT_EQ(nNext, NextDescriptor());
 }
 
 TEST(SimpleSenderSocket, IsOwnedByOneSenderThatCanBeDerivedFrom)

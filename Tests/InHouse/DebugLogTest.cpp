@@ -86,12 +86,14 @@ TEST(DebugLog, LinesOfSeveralThreadsStayWhole)
     {
         const std::string strLine(400, static_cast<char>('a' + nThread));
         expected.insert(expected.end(), 500, strLine);
-        threads.emplace_back([strLine] {
-            for (int n = 0; n < 500; ++n)
+        threads.emplace_back(
+            [strLine]
             {
-                CUtility::Debug("%s", strLine.c_str());
-            }
-        });
+                for (int n = 0; n < 500; ++n)
+                {
+                    CUtility::Debug("%s", strLine.c_str());
+                }
+            });
     }
     for (std::thread& thread : threads)
     {

@@ -12,6 +12,7 @@
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
+#include <fcntl.h>
 #include <memory>
 #include <new>
 #include <string>
@@ -124,6 +125,22 @@ int Flag(const CBMAContainer& image, int nScope, const stAt& at)
     const tGetScope pGet = c_apGetScope[nScope];
     (image.*pGet)(Type(at.nType), Path(at.nPathType), at.nPath, at.nParam, nValue);
     return nValue;
+}
+
+typedef void (CBMAContainer::*tGetMemory)(void*&, long&);
+
+// Through the type's own accessor; others have none. (g++ 12 loses the object of such a call under its undefined behaviour
+// sanitizer where that is a member of the caller's.)
+void GetTypesMemory(CBMAContainer& image, tGetMemory pGetMemory, void*& pMemory, long& lBytes)
+{
+    if (pGetMemory != nullptr)
+    {
+        (image.*pGetMemory)(pMemory, lBytes);
+    }
+    else
+    {
+        image.GetMessageMemory(enOther, pMemory, lBytes);
+    }
 }
 
 template <class Call>
@@ -603,7 +620,7 @@ TEST_F(ConsoleImage, RoleThatIsNowhereReadsZeroWithoutTouchingAnArray)
 {
     ForEachParameter(enSwitch, [&](const stAt& at) { Set(m_Image, at, 1); });
     static const int aanCases[][2] = {{41, 1}, {-1, 1}, {INT_MAX, 1}, {INT_MIN, 1}, {0, 51}, {0, -1}, {0, INT_MAX},
-                                      {0, INT_MIN}, {2, 3}, {0, 0}, {0, 6}, {0, 9}, {0, 13}, {0, 50}, {41, 51}};
+                                      {0, INT_MIN}, {2, 3}, {0, 0}, {0, 6}, {0, 9}, {0, 13}, {0, 50}, {40, 51}, {41, 51}};
     for (const auto& anCase : aanCases)
     {
         EXPECT_EQ("", Complaint([&] {
@@ -625,10 +642,9 @@ TEST_F(ConsoleImage, RoleOfAPathThatDoesNotExistIsRefusedByTheArray)
 
 TEST_F(ConsoleImage, HandsOutEachTypesBlock)
 {
-    typedef void (CBMAContainer::*tMemory)(void*&, long&);
     static const struct
     {
-        tMemory pGetMemory;
+        tGetMemory pGetMemory;
         std::size_t unFirstMicInput; // byte of its parameter 0
         const char* szBytes;         // after a 1 is written there
     } aCases[] = {{&CBMAContainer::GetStringMemory, 975, "31 00"}, {&CBMAContainer::GetRotaryMemory, 28, nullptr},
@@ -644,14 +660,7 @@ TEST_F(ConsoleImage, HandsOutEachTypesBlock)
         const void* pConst = nullptr;
         long alBytes[3] = {-1, -1, -1};
         m_Image.GetMessageMemory(Type(nType), apMemory[0], alBytes[0]);
-        if (const tMemory pGetMemory = c.pGetMemory)
-        {
-            (m_Image.*pGetMemory)(apMemory[1], alBytes[1]);
-        }
-        else // others have none of their own
-        {
-            m_Image.GetMessageMemory(enOther, apMemory[1], alBytes[1]);
-        }
+        GetTypesMemory(m_Image, c.pGetMemory, apMemory[1], alBytes[1]);
         static_cast<const CBMAContainer&>(m_Image).GetMessageMemory(Type(nType), pConst, alBytes[2]);
         EXPECT_EQ(apMemory[0], apMemory[1]) << nType;
         EXPECT_EQ(apMemory[0], pConst) << nType;
@@ -923,7 +932,7 @@ TEST_F(SendingImage, DeInitEndsSendingUntilTheNextInit)
 TEST(ConsoleImageSocket, IsClosedBeforeTheNextIsOpened)
 {
     const auto free = [] {
-        const int nFree = dup(0);
+        const int nFree = open("/dev/null", O_RDONLY);
         close(nFree);
         return nFree;
     };

@@ -124,6 +124,7 @@ void CClientMsgHandler::OnReceivedData(char* pData, long lLength, const RySocket
     CUtility::Debug("CClientMsgHandler::OnReceivedData length %d", static_cast<int>(lLength));
     const int nCache = m_nCurrentCache;
     int nResult = enNoMessage;
+    bool bNewUpdate = false;
     {
         // One hold over joining and decoding: what the application finds is one update, whole.
         const CLockGuard<CMutex> guard(m_aCaches[nCache].mutex);
@@ -137,11 +138,15 @@ void CClientMsgHandler::OnReceivedData(char* pData, long lLength, const RySocket
         if (nResult == enDatagramMCUpdate)
         {
             DecodeUpdate(nCache, pBuffer, nSize);
+            bNewUpdate = m_aucNewUpdate[nCache] != 0;
         }
     }
     if (nResult == enDatagramMCUpdate)
     {
-        RememberSender(sender);
+        if (bNewUpdate)
+        {
+            RememberSender(sender);
+        }
         m_nCurrentCache = 1 - nCache;
     }
     else if (nResult == enNoMessage)
@@ -273,7 +278,7 @@ void CClientMsgHandler::DecodeUpdate(int nCache, const unsigned char* pData, lon
 
 void CClientMsgHandler::RememberSender(const RySocketIO::CIPString& sender)
 {
-    if (m_aucNewUpdate[m_nCurrentCache] == 0 || !(sender != m_Sender))
+    if (!(sender != m_Sender))
     {
         return;
     }

@@ -94,7 +94,8 @@ public:
     void OnReceivedData(char* pData, long lLength, const RySocketIO::CIPString& sender) override;
 
     // Hands an update to the application, which returns a result of its own for UpdateBMA. Called with the cache's mutex held:
-    // it must not call UpdateBMA, and the update's arrays are valid for the length of the call only. This one returns 0.
+    // it must not call UpdateBMA, and the update's arrays are valid for the length of the call only: it is a shallow message, of
+    // which a copy keeps nothing. This one returns 0.
     virtual int ProcessMCUpdate(const CMCUpdateMsg& update);
 
     // One round of the application's loop: applies what is new, and says how it went.

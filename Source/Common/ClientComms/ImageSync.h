@@ -25,7 +25,8 @@ struct stPPCResult
 };
 
 // The MC's side: writes each of the serialised parameter changes in the lLength bytes at pStream into image, through SetPPC. A
-// refused record is logged and passed over. The records' markers are not looked at: not every sender writes them.
+// refused record is logged and passed over. The records' markers are not looked at: not every sender writes them. An image that
+// uses its simple sender sends each change on.
 LOGICALCONTROLS_EXPORT stPPCResult ApplyPPCs(const unsigned char* pStream, long lLength, CBMAContainer& image);
 
 // The client that most programs need: a message handler that applies every update to one image, on the thread that calls

@@ -21,8 +21,9 @@ class SimpleUDPPPCSender;
 //     unsigned char      meters
 //
 // A message type that an overload does not take is ignored, and a read leaves its result as it was. An address outside the
-// limits is reported on standard error by the value array and changes nothing; a switch's is ignored silently. A double is a
-// mistake that aborts: say 0.5f, not 0.5.
+// limits is reported on standard error by the value array and changes nothing. Switches and scope flags are not held against the
+// limits: outside their block they are ignored silently, inside it they are a neighbour's (IsParameterAddress tells beforehand).
+// A double is a mistake that aborts: say 0.5f, not 0.5.
 //
 // Every value that is written through SetPPC clears the parameter's global flag, and with the simple sender in use goes out at
 // once as a datagram, on the calling thread. Memory moved as whole blocks does neither.

@@ -53,6 +53,13 @@ CParameterArray<T, N, compressed>::~CParameterArray()
 template <typename T, tagenPPCMessageType N, bool compressed>
 CParameterArray<T, N, compressed>& CParameterArray<T, N, compressed>::operator=(const CParameterArray& other)
 {
+    Copy(other);
+    return *this;
+}
+
+template <typename T, tagenPPCMessageType N, bool compressed>
+void CParameterArray<T, N, compressed>::Copy(const CParameterArray& other)
+{
     const int nBytes = compressed ? (m_nElements + 7) / 8 : m_nByteAllocation;
     const void* pSource = other.GetMemoryPointer();
     void* pDestination = GetMemoryPointer();
@@ -60,7 +67,6 @@ CParameterArray<T, N, compressed>& CParameterArray<T, N, compressed>::operator=(
     {
         std::memcpy(pDestination, pSource, static_cast<std::size_t>(nBytes));
     }
-    return *this;
 }
 
 template <typename T, tagenPPCMessageType N, bool compressed>

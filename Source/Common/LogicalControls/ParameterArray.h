@@ -26,9 +26,12 @@ struct Int2Type
 //                        switches' value store, and the scope flags of every message type
 //
 // The array owns its block for life: allocated and zeroed at construction (a value array throws int 0 when there is no memory),
-// never resized. It takes no lock; whoever owns it serialises access. Nothing here touches memory outside the block, whatever
-// the address: a value array reports a bad one on standard error and ignores the call, a bit array ignores it silently, and a
-// read that is refused leaves its result as it was. SetPPC, SetPPCLite and GetPPC return whether the address was accepted.
+// never resized. It takes no lock; whoever owns it serialises access.
+//
+// Nothing here touches memory outside the block, whatever the address. A value array holds an address against the limits (see
+// RangeCheck), reports one that it refuses on standard error, and ignores the call. A bit array knows only its block: silently it
+// ignores what lies outside, and an address beyond the limits that falls inside is a neighbour's bit. IsParameterAddress tells
+// beforehand. A read that is refused leaves its result as it was. SetPPC, SetPPCLite and GetPPC return false when they refused.
 //
 // The library holds the instantiations that exist (below); clients don't compile the template.
 template <typename T, tagenPPCMessageType N, bool compressed>
@@ -42,13 +45,16 @@ public:
     CParameterArray(const CParameterArray&) = delete;
     CParameterArray& operator=(const CParameterArray& other);
 
+    // Takes over the other array's elements, and nothing else; so does assignment.
+    void Copy(const CParameterArray& other);
+
     // Called by the constructor: lays the elements out and allocates the block.
     void Initialise();
     void InitialiseCompressedMemory();
 
     bool SetPPC(tagenVirtualPathType enPathType, int nPath, int nParam, T value);
 
-    // The light set. A bit array stores as SetPPC does; a value array checks the address and stores nothing, on purpose.
+    // The light set. A bit array stores as SetPPC does; a value array does its RangeCheck and stores nothing, on purpose.
     bool SetPPCLite(tagenVirtualPathType enPathType, int nPath, int nParam, T value);
 
     bool GetPPC(tagenVirtualPathType enPathType, int nPath, int nParam, T& value) const;
@@ -72,8 +78,9 @@ public:
     void Import(const CParameterArray& source, tMask& maskA, tMask& maskB);
     void Export(CParameterArray& destination, tMask& maskA, tMask& maskB);
 
-    // False, with a line on standard error, for an address outside the limits. The last of its checks is loose on purpose: it
-    // lets some negative paths and parameters pass, which SetPPC and GetPPC then refuse themselves.
+    // False, with a line on standard error, for an address outside the limits. The last of its checks is loose on purpose: some
+    // negative paths and parameters pass. SetPPC and GetPPC refuse those of them that lie outside the block; the others are a
+    // neighbour's element.
     bool RangeCheck(tagenVirtualPathType enPathType, int nPath, int nParam) const;
 
 private:

@@ -104,7 +104,7 @@ void CMCUpdateMsg::SetMarker(std::uint32_t unMarker)
     m_Header.unMarker = unMarker;
 }
 
-bool CMCUpdateMsg::HaveError(int* pnCode)
+bool CMCUpdateMsg::HaveError(int* pnCode) const
 {
     if (pnCode != nullptr)
     {

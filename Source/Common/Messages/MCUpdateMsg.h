@@ -49,7 +49,7 @@ static_assert(offsetof(stMCUpdateHeader, ucFlag) == 4 && offsetof(stMCUpdateHead
               "the offsets of the header");
 
 // An update as a message: parsed deeply (arrays copied into the message's own buffers) or shallowly (the message only points
-// into the parsed bytes, which must stay in place for as long as the arrays are looked at), and serialised again.
+// into the parsed bytes, which must stay in place for as long as its arrays or update type are looked at), and serialised again.
 //
 // Some 1.8 MB large: make it with new. Takes no lock: whoever owns it serialises access. Nothing throws; a parse that failed
 // sets a sticky error and says why on standard output:
@@ -60,6 +60,9 @@ static_assert(offsetof(stMCUpdateHeader, ucFlag) == 4 && offsetof(stMCUpdateHead
 //
 // A length of 0 is not consumed when parsing, on purpose: the first carried array that is empty ends the parse. So an empty
 // array must not stand ahead of one that matters.
+//
+// A whole rotary block fills a buffer to its last byte, which the deep parse refuses and a copy leaves behind: images travel by
+// shallow parses. Copying a message that was parsed shallowly copies no array.
 class LOGICALCONTROLS_EXPORT CMCUpdateMsg : public MemPool::CMemPoolBase
 {
 public:
@@ -89,7 +92,7 @@ public:
     // A message is made valid by marker 1; a fresh one has 0.
     void SetMarker(std::uint32_t unMarker);
 
-    bool HaveError(int* pnCode);
+    bool HaveError(int* pnCode) const;
     void ClearError();
 
     // 17 plus, for each carried array, 4 plus its deep length.
@@ -100,7 +103,8 @@ public:
     // Serialises into *ppOut, which holds at least GetTotalSize() bytes. Of an array, no more is written than the message holds.
     void operator>>(unsigned char** ppOut);
 
-    // Parses, deeply or shallowly by mode. No length is known here: only for bytes that the caller vouches for.
+    // Parses, deeply or shallowly by mode. No length is known here: only for bytes that the caller vouches for. The walk ends 4 MiB
+    // in, which no update reaches.
     void operator<<(unsigned char* pData);
 
     // The same for the unSize bytes at pData, whatever they are. False when this parse failed; then nothing was taken over, but for

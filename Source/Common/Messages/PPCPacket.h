@@ -151,7 +151,7 @@ public:
     const unsigned char* Value() const { return m_pValue; }
     stPPCAddress Address() const;
 
-    // The current record's value as what its message type says. False when it is too short for that.
+    // The current record's value, read as the argument's type whatever its message type. False when it is too short for that.
     bool GetValue(float& fValue) const;
     bool GetValue(int& nValue) const;
     bool GetValue(RyGConsoleString& strValue) const;

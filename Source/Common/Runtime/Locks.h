@@ -48,8 +48,9 @@ private:
     enMutexTypes m_enType;
 };
 
-// A reader/writer lock that lets a waiting writer go first where the C library offers that (IsValid is false where it does
-// not: the lock is then not set up and refuses every Lock and Unlock). Used through its bound lock objects:
+// A reader/writer lock of the kind that prefers writers; what that means for a reader that comes while a writer waits is the C
+// library's affair. Where it has no such kind IsValid is false, and every Lock and Unlock is refused. Used through its bound lock
+// objects:
 // `lock.Read().Lock()`, `lock.Write().Unlock()`.
 class LOGICALCONTROLS_EXPORT CRWMutex
 {

@@ -1,0 +1,102 @@
+// The library as a client links it: what the public headers name is exported.
+#include "LogicalControls.h"
+
+#include <gtest/gtest.h>
+
+#include <memory>
+
+namespace
+{
+
+// Makes, writes, reads and copies an array of values or of bits.
+template <typename T, tagenPPCMessageType N, bool compressed>
+int BytesOfAnArray(T value)
+{
+    CParameterArray<int, N, true> mask;
+    const auto pArray = std::make_unique<CParameterArray<T, N, compressed>>();
+    CParameterArray<T, N, compressed> other;
+    T read = T();
+    EXPECT_TRUE(pArray->SetPPC(enGlobals, 0, 0, value));
+    EXPECT_TRUE(pArray->SetPPCLite(enGlobals, 0, 0, value));
+    other = *pArray;
+    EXPECT_TRUE(other.GetPPC(enGlobals, 0, 0, read));
+    EXPECT_TRUE(read == value);
+    other.Import(*pArray, mask, mask);
+    other.Export(*pArray, mask, mask);
+    other.SetXorVal(1);
+    return other.GetByteAllocation();
+}
+
+} // namespace
+
+TEST(Exports, HoldEveryValueArray)
+{
+    EXPECT_EQ(40963, (BytesOfAnArray<RyGConsoleString, enString, false>("x")));
+    EXPECT_EQ(261200, (BytesOfAnArray<float, enRotary, false>(0.5f)));
+    EXPECT_EQ(59424, (BytesOfAnArray<int, enInteger, false>(7)));
+    EXPECT_EQ(11060, (BytesOfAnArray<float, enFader, false>(0.5f)));
+    EXPECT_EQ(2692, (BytesOfAnArray<int, enOther, false>(7)));
+    EXPECT_EQ(15898, (BytesOfAnArray<unsigned char, enMeter, false>(7)));
+}
+
+TEST(Exports, HoldEveryBitArray)
+{
+    EXPECT_EQ(394, (BytesOfAnArray<int, enString, true>(1)));
+    EXPECT_EQ(8163, (BytesOfAnArray<int, enRotary, true>(1)));
+    EXPECT_EQ(17338, (BytesOfAnArray<int, enSwitch, true>(1)));
+    EXPECT_EQ(1858, (BytesOfAnArray<int, enInteger, true>(1)));
+    EXPECT_EQ(346, (BytesOfAnArray<int, enFader, true>(1)));
+    EXPECT_EQ(85, (BytesOfAnArray<int, enOther, true>(1)));
+    EXPECT_EQ(1988, (BytesOfAnArray<int, enMeter, true>(1)));
+}
+
+TEST(Exports, HoldTheTables)
+{
+    EXPECT_EQ(144, canMaxPaths[enMicInput]);
+    EXPECT_EQ(576, canMaxParams[enMicInput * c_nMessageTypes + enSwitch]);
+    EXPECT_EQ(65300, canParameterCounts[enRotary]);
+    EXPECT_EQ(0, canCommonParamTypesTable[enCommonFader][enMicInput]);
+    EXPECT_EQ(enString, caCommonParamTypeToMessageType[enCommonName]);
+    EXPECT_STREQ("Meter", caMessageTypeNames[enMeter]);
+    EXPECT_STREQ("Auk", caParameterGroupNames[enAuk]);
+    EXPECT_EQ(3, CBMAContainer::m_anScopeMasks[3]);
+    EXPECT_EQ(51, CMaxPathParameterArray().GetMaxPathTypes());
+}
+
+TEST(Exports, HoldTheMessagesAndTheSender)
+{
+    const auto pImage = std::make_unique<CBMAContainer>();
+    const auto pMessage = std::make_unique<CMCUpdateMsg>();
+    const auto pPacket = std::make_unique<UDP_PACKET>();
+    EXPECT_TRUE(BuildMCUpdate(*pImage, enMCUpdateSurface, *pMessage));
+    EXPECT_EQ(0x7cu, ApplyMCUpdate(*pMessage, *pImage));
+    EXPECT_EQ(2, CountFragments(pMessage->GetTotalSize()));
+    EXPECT_EQ(20, MakeFragment(enDatagramPPC, 1, nullptr, 0, 1, *pPacket));
+    EXPECT_TRUE(ApplyPPCs(nullptr, 0, *pImage).bComplete);
+    EXPECT_TRUE(IsParameterAddress(enFader, enMicInput, 143, 1));
+
+    SimpleUDPPPCSender sender; // sends nothing until it is opened
+    sender.SendPPCMessage(enFader, enMicInput, 0, 0, 0.5f, false);
+    sender.SendPPCMessage(enSwitch, enMicInput, 0, 0, 1, false);
+    sender.SendPPCMessage(enString, enMicInput, 0, 0, RyGConsoleString("x"), false);
+    EXPECT_FALSE(sender.LastSendSucceeded());
+
+    const auto pFollower = std::make_unique<CImageFollower>(*pImage);
+    EXPECT_EQ(CClientMsgHandler::enUpdateTimeout, pFollower->UpdateBMA());
+}
+
+TEST(Exports, HoldTheRuntime)
+{
+    CCritSec section;
+    CMutex mutex(CMutex::enNormal);
+    CRWMutex readWrite;
+    CSema semaphore("exports");
+    EXPECT_TRUE(CLockGuard<CCritSec>(section).IsHeld() && CLockGuard<CMutex>(mutex).IsHeld());
+    EXPECT_EQ(readWrite.IsValid(), readWrite.Read().Lock() && readWrite.Read().Unlock());
+    EXPECT_EQ(0, semaphore.Post());
+    semaphore.Wait();
+    void* pBlock = GBMalloc(1);
+    EXPECT_NE(nullptr, pBlock);
+    GBFree(pBlock);
+    EXPECT_GT(CClock::Seconds(), 0u);
+}
