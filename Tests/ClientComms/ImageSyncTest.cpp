@@ -560,6 +560,25 @@ TEST(ImageFollower, AppliesTwoPendingUpdatesInOneRound)
     EXPECT_EQ(EqualBlocks(*pSource, *pImage), 0x7fu);
 }
 
+TEST(ImageFollower, NeverPutsAnOlderBlockOverANewerOne)
+{
+    const tImage aSources[] = {RandomImage(21), RandomImage(22), RandomImage(23)};
+    const auto pImage = std::make_unique<CBMAContainer>();
+    const auto pFollower = std::make_unique<CImageFollower>(*pImage);
+    for (std::uint32_t unId = 0; unId < 3; ++unId) // the third takes the place of the first, and is applied before the second
+    {
+        ReceiveMessage(*pFollower, unId, Update(*aSources[unId], enMCUpdateSurface));
+    }
+    EXPECT_EQ(pFollower->UpdateBMA(), 0);
+    EXPECT_EQ(pFollower->GetUpdatesApplied(), 2u);
+    EXPECT_EQ(pFollower->GetUpdateSequence(), 2u);
+    EXPECT_EQ(EqualBlocks(*aSources[2], *pImage) & 0x7cu, 0x7cu);
+    ReceiveMessage(*pFollower, 4, Update(*aSources[0], enMCUpdateSwitchesIntegers4));
+    EXPECT_EQ(pFollower->UpdateBMA(), 0);
+    EXPECT_EQ(pFollower->GetUpdateSequence(), 4u);
+    EXPECT_EQ(EqualBlocks(*aSources[0], *pImage) & 0x7cu, 0x0cu);
+}
+
 TEST(ImageFollower, AnswersTwoWhenABlockDoesNotFitAndZeroWhenNothingIsCarried)
 {
     const tImage pImage = RandomImage(12);

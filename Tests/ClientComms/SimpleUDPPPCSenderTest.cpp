@@ -109,7 +109,11 @@ TEST_F(SimpleSender, SendsAStringAs58Bytes)
 TEST_F(SimpleSender, SendsAllThirteenBytesOfAString)
 {
     RyGConsoleString strValue;
-    std::memcpy(static_cast<void*>(&strValue), "\xff" "23456\0" "890ab\x80", 13);
+    std::memcpy(static_cast<void*>(&strValue),
+                "\xff"
+                "23456\0"
+                "890ab\x80",
+                13);
 
     EXPECT_EQ(Hex("ff 32 33 34 35 36 00 38 39 30 61 62 80"), Part(Sent(enString, 1, 2, 1, strValue, true), 45, 13));
 }
@@ -424,8 +428,9 @@ TEST(SimpleSenderFilter, HoldsBackExactlyTheListedParameters)
         int nPathType;
         int nFirst;
         int nLast;
-    } aHeldBack[] = {{2, 0, 5, 6},  {2, 0, 228, 228}, {3, 0, 0, 58},  {3, 0, 126, 126},         {3, 14, 32, 32},
-                     {3, 39, 28, 28}, {3, 39, 41, 41},  {3, 35, INT_MIN, INT_MAX}, {3, 37, INT_MIN, INT_MAX}};
+    } aHeldBack[] = {{2, 0, 5, 6},     {2, 0, 228, 228},          {3, 0, 0, 58},
+                     {3, 0, 126, 126}, {3, 14, 32, 32},           {3, 39, 28, 28},
+                     {3, 39, 41, 41},  {3, 35, INT_MIN, INT_MAX}, {3, 37, INT_MIN, INT_MAX}};
     std::vector<int> params = {INT_MIN, INT_MAX, 65536, 65536 + 32};
     for (int nParam = -2; nParam < 600; ++nParam)
     {
@@ -441,8 +446,8 @@ TEST(SimpleSenderFilter, HoldsBackExactlyTheListedParameters)
                 bool bHeldBack = false;
                 for (const auto& range : aHeldBack)
                 {
-                    bHeldBack |= nType == range.nType && nPathType == range.nPathType && nParam >= range.nFirst &&
-                                 nParam <= range.nLast;
+                    bHeldBack |=
+                        nType == range.nType && nPathType == range.nPathType && nParam >= range.nFirst && nParam <= range.nLast;
                 }
                 ASSERT_EQ(bHeldBack, sender._FilterPacket(static_cast<tagenPPCMessageType>(nType), nPathType, nParam))
                     << nType << " " << nPathType << " " << nParam;
@@ -459,17 +464,18 @@ TEST(SimpleSenderFilter, EdgesAndTheirNeighbours)
         int nPathType;
         int nParam;
         bool bHeldBack;
-    } aCases[] = {{enSwitch, 0, 4, false},   {enSwitch, 0, 5, true},    {enSwitch, 0, 6, true},    {enSwitch, 0, 7, false},
-                  {enSwitch, 0, 227, false}, {enSwitch, 0, 228, true},  {enSwitch, 0, 229, false}, {enSwitch, 1, 5, false},
-                  {enInteger, 0, -1, false}, {enInteger, 0, 0, true},   {enInteger, 0, 1, true},   {enInteger, 0, 57, true},
-                  {enInteger, 0, 58, true},  {enInteger, 0, 59, false}, {enInteger, 0, 125, false}, {enInteger, 0, 126, true},
-                  {enInteger, 0, 127, false}, {enInteger, -1, 5, false}, {enInteger, 1, 5, false},  {enInteger, 14, 31, false},
-                  {enInteger, 14, 32, true}, {enInteger, 14, 33, false}, {enInteger, 13, 32, false}, {enInteger, 15, 32, false},
-                  {enInteger, 34, 0, false}, {enInteger, 35, 0, true},  {enInteger, 35, 56, true}, {enInteger, 36, 0, false},
-                  {enInteger, 37, 0, true},  {enInteger, 37, 11, true}, {enInteger, 38, 28, false}, {enInteger, 39, 27, false},
-                  {enInteger, 39, 28, true}, {enInteger, 39, 29, false}, {enInteger, 39, 40, false}, {enInteger, 39, 41, true},
-                  {enInteger, 39, 42, false}, {enInteger, 40, 28, false}, {enInteger, INT_MAX, 28, false}, {enOther, 35, 0, false},
-                  {enRotary, 0, 5, false},   {enFader, 37, 0, false},   {enString, 0, 5, false},   {enMeter, 35, 0, false}};
+    } aCases[] = {
+        {enSwitch, 0, 4, false},    {enSwitch, 0, 5, true},     {enSwitch, 0, 6, true},          {enSwitch, 0, 7, false},
+        {enSwitch, 0, 227, false},  {enSwitch, 0, 228, true},   {enSwitch, 0, 229, false},       {enSwitch, 1, 5, false},
+        {enInteger, 0, -1, false},  {enInteger, 0, 0, true},    {enInteger, 0, 1, true},         {enInteger, 0, 57, true},
+        {enInteger, 0, 58, true},   {enInteger, 0, 59, false},  {enInteger, 0, 125, false},      {enInteger, 0, 126, true},
+        {enInteger, 0, 127, false}, {enInteger, -1, 5, false},  {enInteger, 1, 5, false},        {enInteger, 14, 31, false},
+        {enInteger, 14, 32, true},  {enInteger, 14, 33, false}, {enInteger, 13, 32, false},      {enInteger, 15, 32, false},
+        {enInteger, 34, 0, false},  {enInteger, 35, 0, true},   {enInteger, 35, 56, true},       {enInteger, 36, 0, false},
+        {enInteger, 37, 0, true},   {enInteger, 37, 11, true},  {enInteger, 38, 28, false},      {enInteger, 39, 27, false},
+        {enInteger, 39, 28, true},  {enInteger, 39, 29, false}, {enInteger, 39, 40, false},      {enInteger, 39, 41, true},
+        {enInteger, 39, 42, false}, {enInteger, 40, 28, false}, {enInteger, INT_MAX, 28, false}, {enOther, 35, 0, false},
+        {enRotary, 0, 5, false},    {enFader, 37, 0, false},    {enString, 0, 5, false},         {enMeter, 35, 0, false}};
     SimpleUDPPPCSender sender;
     for (const auto& c : aCases)
     {

@@ -263,7 +263,16 @@ TEST(SocketThread, DoesItsRoundsAndNoMore)
     EXPECT_EQ((tTexts{"started", "do", "do", "do"}), thread.m_Events.WaitFor(4));
     thread.Stop();
     EXPECT_EQ(4u, thread.m_Events.WaitFor(0).size());
-    for (const std::thread::id id : thread.m_Events.Threads())
+    EXPECT_FALSE(thread.IsRunning());
+    ASSERT_TRUE(thread.Start(1));
+    EXPECT_EQ(6u, thread.m_Events.WaitFor(6).size());
+    while (thread.IsRunning()) // ends by itself
+    {
+        std::this_thread::yield();
+    }
+    EXPECT_TRUE(thread.Start(0));
+    thread.Stop();
+    for (const std::thread::id id : std::vector<std::thread::id>(1, thread.m_Events.Threads()[0]))
     {
         EXPECT_NE(std::this_thread::get_id(), id);
         EXPECT_EQ(thread.m_Events.Threads()[0], id);

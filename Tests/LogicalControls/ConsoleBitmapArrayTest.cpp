@@ -215,11 +215,23 @@ struct stOutside
     bool bOutsideTheBlock;
 };
 
-constexpr stOutside c_aOutside[] = {{-1, 0, 0, true},       {51, 0, 0, true},       {INT_MIN, 0, 0, true}, {INT_MAX, 0, 0, true},
-                                    {0, -1, -1, true},      {0, 0, -1, true},       {1, -1000, 0, true},   {1, INT_MIN, 0, true},
-                                    {1, INT_MAX, 0, true},  {1, 0, INT_MIN, true},  {1, 0, INT_MAX, true}, {50, 2, 0, true},
-                                    {50, INT_MAX, 0, true}, {1, 144, 0, false},     {1, 0, -2, false},
-                                    {50, INT_MIN, INT_MIN, true}, {50, INT_MAX, INT_MAX, true}};
+constexpr stOutside c_aOutside[] = {{-1, 0, 0, true},
+                                    {51, 0, 0, true},
+                                    {INT_MIN, 0, 0, true},
+                                    {INT_MAX, 0, 0, true},
+                                    {0, -1, -1, true},
+                                    {0, 0, -1, true},
+                                    {1, -1000, 0, true},
+                                    {1, INT_MIN, 0, true},
+                                    {1, INT_MAX, 0, true},
+                                    {1, 0, INT_MIN, true},
+                                    {1, 0, INT_MAX, true},
+                                    {50, 2, 0, true},
+                                    {50, INT_MAX, 0, true},
+                                    {1, 144, 0, false},
+                                    {1, 0, -2, false},
+                                    {50, INT_MIN, INT_MIN, true},
+                                    {50, INT_MAX, INT_MAX, true}};
 
 template <class Call>
 void ForEachOutside(int nType, bool bBitArray, Call call)
@@ -333,35 +345,38 @@ TEST_F(SendingImage, IgnoresTypesThatAnOverloadDoesNotTake)
 {
     const std::vector<tBytes> before = Blocks(m_Image);
     RyGConsoleString strValue("1");
-    const std::string strComplaint = Complaint([&] {
-        for (const int nType : {INT_MIN, -1, 0, 1, 2, 3, 4, 5, 6, 7, INT_MAX})
+    const std::string strComplaint = Complaint(
+        [&]
         {
-            SetFlag(m_Image, enGlobal, {nType, 1, 0, 0}, 1);
-            const auto set = [&](auto&& value) {
-                for (const int nHow : {0, 1, 2, 3})
+            for (const int nType : {INT_MIN, -1, 0, 1, 2, 3, 4, 5, 6, 7, INT_MAX})
+            {
+                SetFlag(m_Image, enGlobal, {nType, 1, 0, 0}, 1);
+                const auto set = [&](auto&& value)
                 {
-                    m_Image.SetPPC(Type(nType), enMicInput, 0, 0, value, (nHow & 1) != 0, (nHow & 2) != 0);
+                    for (const int nHow : {0, 1, 2, 3})
+                    {
+                        m_Image.SetPPC(Type(nType), enMicInput, 0, 0, value, (nHow & 1) != 0, (nHow & 2) != 0);
+                    }
+                };
+                if (nType != enRotary && nType != enFader)
+                {
+                    set(1.0f);
                 }
-            };
-            if (nType != enRotary && nType != enFader)
-            {
-                set(1.0f);
+                if (nType != enSwitch && nType != enInteger && nType != enOther)
+                {
+                    set(1);
+                }
+                if (nType != enString)
+                {
+                    set(strValue);
+                }
+                if (nType != enMeter)
+                {
+                    set(static_cast<unsigned char>(1));
+                }
+                EXPECT_EQ(nType >= 0 && nType <= 6 ? 1 : 77, Flag(m_Image, enGlobal, {nType, 1, 0, 0}));
             }
-            if (nType != enSwitch && nType != enInteger && nType != enOther)
-            {
-                set(1);
-            }
-            if (nType != enString)
-            {
-                set(strValue);
-            }
-            if (nType != enMeter)
-            {
-                set(static_cast<unsigned char>(1));
-            }
-            EXPECT_EQ(nType >= 0 && nType <= 6 ? 1 : 77, Flag(m_Image, enGlobal, {nType, 1, 0, 0}));
-        }
-    });
+        });
     EXPECT_EQ("", strComplaint);
     EXPECT_EQ(before, Blocks(m_Image));
     EXPECT_THAT(Sent(), IsEmpty());
@@ -443,13 +458,17 @@ TEST_F(SendingImage, RefusedWriteChangesNoValueAndNoFlagButIsSent)
     for (int nType = 0; nType < c_nMessageTypes; ++nType)
     {
         ForEachParameter(nType, [&](const stAt& at) { SetFlag(m_Image, enGlobal, at, 1); });
-        const std::string strComplaint = Complaint([&] {
-            ForEachOutside(nType, nType == enSwitch, [&](const stAt& at) {
-                Set(m_Image, at, 1);
-                Set(m_Image, at, 1, true);
-                EXPECT_EQ(std::vector<int>(nType == enMeter ? 0 : 2, 1), Sent());
+        const std::string strComplaint = Complaint(
+            [&]
+            {
+                ForEachOutside(nType, nType == enSwitch,
+                               [&](const stAt& at)
+                               {
+                                   Set(m_Image, at, 1);
+                                   Set(m_Image, at, 1, true);
+                                   EXPECT_EQ(std::vector<int>(nType == enMeter ? 0 : 2, 1), Sent());
+                               });
             });
-        });
         EXPECT_EQ(nType == enSwitch, strComplaint.empty());
         EXPECT_EQ(canParameterCounts[nType], FlagCount(m_Image, enGlobal, nType)) << nType;
     }
@@ -460,9 +479,10 @@ TEST_F(ConsoleImage, RefusedReadLeavesItsResult)
 {
     for (int nType = 0; nType < c_nMessageTypes; ++nType)
     {
-        const std::string strComplaint = Complaint([&] {
-            ForEachOutside(nType, nType == enSwitch, [&](const stAt& at) { EXPECT_EQ(77, Get(m_Image, at)) << at.nPathType; });
-        });
+        const std::string strComplaint = Complaint(
+            [&] {
+                ForEachOutside(nType, nType == enSwitch, [&](const stAt& at) { EXPECT_EQ(77, Get(m_Image, at)) << at.nPathType; });
+            });
         EXPECT_EQ(nType == enSwitch, strComplaint.empty());
     }
 }
@@ -482,10 +502,16 @@ TEST_F(ConsoleImage, RefusalsAreReportedByTheValueArraysWord)
     }
     EXPECT_EQ("Range Check failed, pt > maxpath types  \n "
               "CParameterArray::SetPPC(pt = 51, nPath=0, nParam=0 ) ### RANGE CHECK FAILED - IGNORING\n",
-              Complaint([&] { Set(m_Image, {enFader, 51, 0, 0}, 1); }));
+              Complaint(
+                  [&] {
+                      Set(m_Image, {enFader, 51, 0, 0}, 1);
+                  }));
     EXPECT_EQ("base address check 1 failed\n "
               "CParameterArray::SetPPC(pt = 0, nPath=0, nParam=-1 ) ### RANGE CHECK FAILED - IGNORING\n",
-              Complaint([&] { Set(m_Image, {enOther, 0, 0, -1}, 1); }));
+              Complaint(
+                  [&] {
+                      Set(m_Image, {enOther, 0, 0, -1}, 1);
+                  }));
 }
 
 TEST_F(ConsoleImage, SwitchBesideItsPathIsItsNeighbourInTheBlock)
@@ -521,19 +547,22 @@ TEST_F(ConsoleImage, KeepsFourFlagsOfEachParameterApart)
 
 TEST_F(ConsoleImage, FlagOutsideIsIgnoredSilently)
 {
-    const std::string strComplaint = Complaint([&] {
-        for (const int nType : {INT_MIN, -1, 0, 1, 2, 3, 4, 5, 6, 7, INT_MAX})
+    const std::string strComplaint = Complaint(
+        [&]
         {
-            for (int nScope = 0; nScope < 4; ++nScope)
+            for (const int nType : {INT_MIN, -1, 0, 1, 2, 3, 4, 5, 6, 7, INT_MAX})
             {
-                const auto refuse = [&](const stAt& at) {
-                    SetFlag(m_Image, nScope, at, 1);
-                    EXPECT_EQ(77, Flag(m_Image, nScope, at));
-                };
-                nType >= 0 && nType <= 6 ? ForEachOutside(nType, true, refuse) : refuse({nType, 1, 0, 0});
+                for (int nScope = 0; nScope < 4; ++nScope)
+                {
+                    const auto refuse = [&](const stAt& at)
+                    {
+                        SetFlag(m_Image, nScope, at, 1);
+                        EXPECT_EQ(77, Flag(m_Image, nScope, at));
+                    };
+                    nType >= 0 && nType <= 6 ? ForEachOutside(nType, true, refuse) : refuse({nType, 1, 0, 0});
+                }
             }
-        }
-    });
+        });
     EXPECT_EQ("", strComplaint);
     for (int nType = 0; nType < c_nMessageTypes; ++nType)
     {
@@ -584,13 +613,12 @@ TEST_F(ConsoleImage, FindsTheValueOfARole)
     {
         int nCommonType;
         stAt at;
-    } aCases[] = {{0, {2, 1, 143, 0}}, {1, {2, 10, 17, 97}}, {2, {2, 1, 9, 571}}, {33, {2, 5, 23, 91}}, {40, {2, 5, 1, 2}},
-                  {29, {3, 1, 143, 15}}, {29, {3, 7, 2, 29}}, {29, {3, 8, 35, 3}}, {29, {3, 12, 7, 0}}};
+    } aCases[] = {{0, {2, 1, 143, 0}},   {1, {2, 10, 17, 97}}, {2, {2, 1, 9, 571}}, {33, {2, 5, 23, 91}}, {40, {2, 5, 1, 2}},
+                  {29, {3, 1, 143, 15}}, {29, {3, 7, 2, 29}},  {29, {3, 8, 35, 3}}, {29, {3, 12, 7, 0}}};
     for (const auto& c : aCases)
     {
-        const auto find = [&] {
-            return m_Image.GetCommonParamTypePPC(Path(c.at.nPathType), c.at.nPath, static_cast<enCommonParamTypes>(c.nCommonType));
-        };
+        const auto find = [&]
+        { return m_Image.GetCommonParamTypePPC(Path(c.at.nPathType), c.at.nPath, static_cast<enCommonParamTypes>(c.nCommonType)); };
         EXPECT_EQ(0, find());
         Set(m_Image, c.at, 1);
         EXPECT_EQ(1, find()) << c.nCommonType;
@@ -619,13 +647,15 @@ TEST_F(ConsoleImage, FindsEveryRoleOfTheTableOnEveryLastPath)
 TEST_F(ConsoleImage, RoleThatIsNowhereReadsZeroWithoutTouchingAnArray)
 {
     ForEachParameter(enSwitch, [&](const stAt& at) { Set(m_Image, at, 1); });
-    static const int aanCases[][2] = {{41, 1}, {-1, 1}, {INT_MAX, 1}, {INT_MIN, 1}, {0, 51}, {0, -1}, {0, INT_MAX},
-                                      {0, INT_MIN}, {2, 3}, {0, 0}, {0, 6}, {0, 9}, {0, 13}, {0, 50}, {40, 51}, {41, 51}};
+    static const int aanCases[][2] = {{41, 1}, {-1, 1}, {INT_MAX, 1}, {INT_MIN, 1}, {0, 51}, {0, -1}, {0, INT_MAX}, {0, INT_MIN},
+                                      {2, 3},  {0, 0},  {0, 6},       {0, 9},       {0, 13}, {0, 50}, {40, 51},     {41, 51}};
     for (const auto& anCase : aanCases)
     {
-        EXPECT_EQ("", Complaint([&] {
-            EXPECT_EQ(0, m_Image.GetCommonParamTypePPC(Path(anCase[1]), 0, static_cast<enCommonParamTypes>(anCase[0])));
-        }));
+        EXPECT_EQ("", Complaint(
+                          [&] {
+                              EXPECT_EQ(
+                                  0, m_Image.GetCommonParamTypePPC(Path(anCase[1]), 0, static_cast<enCommonParamTypes>(anCase[0])));
+                          }));
     }
 }
 
@@ -668,8 +698,9 @@ TEST_F(ConsoleImage, HandsOutEachTypesBlock)
 
         Set(m_Image, {nType, 1, 0, 0}, 1);
         const void* pOne = nType == enRotary || nType == enFader ? static_cast<const void*>(&fOne) : &nOne;
-        const tBytes expected = c.szBytes != nullptr ? Hex(c.szBytes) : tBytes(static_cast<const unsigned char*>(pOne),
-                                                                                static_cast<const unsigned char*>(pOne) + 4);
+        const tBytes expected = c.szBytes != nullptr
+                                    ? Hex(c.szBytes)
+                                    : tBytes(static_cast<const unsigned char*>(pOne), static_cast<const unsigned char*>(pOne) + 4);
         EXPECT_EQ(0, std::memcmp(static_cast<unsigned char*>(apMemory[0]) + c.unFirstMicInput, expected.data(), expected.size()));
     }
 }
@@ -931,7 +962,8 @@ TEST_F(SendingImage, DeInitEndsSendingUntilTheNextInit)
 
 TEST(ConsoleImageSocket, IsClosedBeforeTheNextIsOpened)
 {
-    const auto free = [] {
+    const auto free = []
+    {
         const int nFree = open("/dev/null", O_RDONLY);
         close(nFree);
         return nFree;
@@ -1088,10 +1120,9 @@ namespace
 // The report of a failed assertion, but for the line number.
 auto Report(const std::string& strFunction, const std::string& strCondition)
 {
-    return testing::AllOf(
-        testing::HasSubstr(": " + strCondition + " at: \n\tvoid CBMAContainer::" + strFunction +
-                           ",\n\tSource/Common/LogicalControls/ConsoleBitmapArray:"),
-        testing::ContainsRegex("Source/Common/LogicalControls/ConsoleBitmapArray:[1-9][0-9]*\n"));
+    return testing::AllOf(testing::HasSubstr(": " + strCondition + " at: \n\tvoid CBMAContainer::" + strFunction +
+                                             ",\n\tSource/Common/LogicalControls/ConsoleBitmapArray:"),
+                          testing::ContainsRegex("Source/Common/LogicalControls/ConsoleBitmapArray:[1-9][0-9]*\n"));
 }
 
 } // namespace

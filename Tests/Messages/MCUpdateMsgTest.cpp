@@ -601,7 +601,25 @@ TEST(MCUpdateMsg, ACopyTakesTheBytesOfUpTo261199)
         EXPECT_TRUE(pSource->SetArray(enRotary, large.data(), nLength));
         const auto pCopy = std::make_unique<CMCUpdateMsg>(*pSource);
         EXPECT_EQ(pCopy->GetTotalSize(), 25 + nLength);
-        EXPECT_TRUE(Shown(*pCopy)[1] == (nLength == c_nMaxDeep ? large : tBytes(large.size())));
+        EXPECT_TRUE(Shown(*pCopy)[1] == (nLength == c_nMaxDeep ? large : tBytes())); // what did not move is not shown
+    }
+}
+
+TEST(MCUpdateMsg, ARefusedArrayIsNotShownAndTheNextGoodOneIs)
+{
+    const auto pMessage = NewMessage();
+    const tBytes small = Hex("01 02 03");
+    for (const std::size_t unLength : {std::size_t(3), std::size_t(c_nMaxDeep + 1), std::size_t(3)})
+    {
+        tBytes bytes = UpdateHeader(2, 0);
+        AppendArray(bytes, small);
+        AppendArray(bytes, tBytes(unLength, 0x42));
+        CExactCopy copy(bytes);
+        bool bGood = false;
+        Printed([&] { bGood = pMessage->Parse(copy.Data(), copy.Size()); });
+        EXPECT_EQ(bGood, unLength == 3);
+        EXPECT_EQ(Shown(*pMessage)[0], small);
+        EXPECT_EQ(Shown(*pMessage)[1], unLength == 3 ? tBytes(3, 0x42) : tBytes());
     }
 }
 

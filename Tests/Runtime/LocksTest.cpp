@@ -282,15 +282,17 @@ TEST(RWMutex, KeepsAReaderAndAWriterApart)
     ASSERT_TRUE(lock.IsValid());
     int nFirst = 0;
     int nSecond = 0;
-    std::thread writer([&] {
-        for (int nRound = 1; nRound <= 5000; ++nRound)
+    std::thread writer(
+        [&]
         {
-            EXPECT_TRUE(lock.Write().Lock());
-            nFirst = nRound;
-            nSecond = nRound;
-            EXPECT_TRUE(lock.Write().Unlock());
-        }
-    });
+            for (int nRound = 1; nRound <= 5000; ++nRound)
+            {
+                EXPECT_TRUE(lock.Write().Lock());
+                nFirst = nRound;
+                nSecond = nRound;
+                EXPECT_TRUE(lock.Write().Unlock());
+            }
+        });
     int nTorn = 0;
     for (int nRound = 0; nRound < 5000; ++nRound)
     {
@@ -367,11 +369,13 @@ TEST(Sema, HandsAWakeUpToAnotherThread)
     CSema there("there");
     CSema back("back");
     int nValue = 0;
-    std::thread other([&] {
-        there.Wait();
-        nValue *= 2;
-        back.Post();
-    });
+    std::thread other(
+        [&]
+        {
+            there.Wait();
+            nValue *= 2;
+            back.Post();
+        });
     nValue = 21;
     there.Post();
     back.Wait();
@@ -426,7 +430,8 @@ TEST(LockGuard, HoldsACritSec)
 {
     CCritSec section;
     std::unique_ptr<CLockGuard<CCritSec>> pGuard; // whoever is in, owns it
-    const auto take = [&] {
+    const auto take = [&]
+    {
         auto pTaken = std::make_unique<CLockGuard<CCritSec>>(section);
         pGuard = std::move(pTaken);
         return pGuard->IsHeld();

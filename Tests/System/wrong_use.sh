@@ -3,6 +3,8 @@
 # shellcheck source-path=SCRIPTDIR source=common.sh
 . "$(dirname "$0")/common.sh"
 enter_own_network "$@"
+work=$(mktemp -d)
+trap 'rm -rf "$work"' EXIT
 
 refuse()
 {
@@ -21,6 +23,10 @@ refuse "--port: Value 65536 not in range" follow --port 65536
 refuse "--port" follow --port seven
 refuse "192.168.1.1 is not a multicast group" mc --group 192.168.1.1
 refuse "240.0.0.1 is not a multicast group" follow --group 240.0.0.1
+refuse "225.0.0.046 is not a multicast group" mc --group 225.0.0.046
+refuse "--surface-rate: Value nan not in range" mc --surface-rate nan
+refuse "--timeout: Value nan not in range" follow --timeout nan
+refuse '"nan" is no value of a Fader' follow --set MicInput/3/Fader/0=nan
 refuse "nonsense is not a multicast group" follow --group nonsense
 refuse "eth0 is not an IPv4 address" follow --interface eth0
 refuse "--surface-rate" mc --surface-rate -5
@@ -52,4 +58,12 @@ contains "no whole image within 0.3 seconds"
 expect 1 "an interface that is not there" "$@" mc --interface 203.0.113.9 --seconds 1
 expect 1 "no room for the file" "$@" mc --seconds 0.1 --save /nonexistent/folder/image
 contains "No such file or directory"
+mkfifo "$work/fifo"
+head -c 500000 /dev/zero >"$work/long"
+for file in /dev/zero "$work/fifo" "$work/long"; do
+    expect 1 "no image: $file" timeout 10 "$@" verify "$file" "$work/long"
+done
+expect 1 "no multicast route" unshare -n "$@" follow --timeout 1
+contains "can't be joined"
+expect 1 "no multicast route" unshare -n "$@" mc --seconds 0.2
 finish

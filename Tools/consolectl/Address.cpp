@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <charconv>
+#include <cmath>
 #include <cstring>
 #include <vector>
 
@@ -37,7 +38,7 @@ bool ParseNumber(const std::string& strText, Number& number)
 {
     const char* pEnd = strText.data() + strText.size();
     const auto result = std::from_chars(strText.data(), pEnd, number);
-    return result.ec == std::errc() && result.ptr == pEnd;
+    return result.ec == std::errc() && result.ptr == pEnd && std::isfinite(static_cast<double>(number));
 }
 
 int FindName(const std::string& strName, const char* const* ppNames, int nNames, const char* szWhat, const char* szExamples)
@@ -66,6 +67,14 @@ std::uint32_t Bits(float fValue)
     std::uint32_t unBits;
     std::memcpy(&unBits, &fValue, sizeof unBits);
     return unBits;
+}
+
+// Text from a network, without what would steer a terminal.
+std::string Printable(std::string strText)
+{
+    std::replace_if(
+        strText.begin(), strText.end(), [](char c) { return static_cast<unsigned char>(c) < ' ' || c == '\x7f'; }, '?');
+    return strText;
 }
 
 bool IsFloat(tagenPPCMessageType enType)
@@ -143,7 +152,7 @@ std::string ValueText(const stAddress& address, const stValue& value)
 {
     if (address.enType == enString)
     {
-        return "\"" + value.strValue.Text() + "\"";
+        return "\"" + Printable(value.strValue.Text()) + "\"";
     }
     return IsFloat(address.enType) ? Format("%g", static_cast<double>(value.fValue)) : std::to_string(value.nValue);
 }

@@ -4,6 +4,8 @@
 #include <cstdio>
 #include <ctime>
 
+#include <arpa/inet.h>
+#include <netinet/in.h>
 #include <unistd.h>
 
 namespace
@@ -18,18 +20,22 @@ std::string FormatList(const char* szFormat, va_list arguments)
     return std::string(acText, nLength < 0 ? 0 : std::min<std::size_t>(static_cast<std::size_t>(nLength), sizeof acText - 1));
 }
 
+bool IsAddress(const std::string& strText, in_addr& address)
+{
+    return inet_pton(AF_INET, strText.c_str(), &address) == 1;
+}
+
 std::string CheckGroup(const std::string& strText)
 {
-    const std::string strError = CLI::ValidIPV4(strText);
-    const int nFirst = std::atoi(strText.c_str());
-    return strError.empty() && nFirst >= 224 && nFirst <= 239
-               ? std::string()
-               : strText + " is not a multicast group (224.0.0.0 to 239.255.255.255)";
+    in_addr address = {};
+    const bool bGroup = IsAddress(strText, address) && IN_MULTICAST(ntohl(address.s_addr));
+    return bGroup ? std::string() : strText + " is not a multicast group (224.0.0.0 to 239.255.255.255)";
 }
 
 std::string CheckInterface(const std::string& strText)
 {
-    return CLI::ValidIPV4(strText).empty() ? std::string() : strText + " is not an IPv4 address of an interface";
+    in_addr address = {};
+    return IsAddress(strText, address) ? std::string() : strText + " is not an IPv4 address of an interface";
 }
 
 } // namespace
@@ -42,6 +48,18 @@ void AddLinkOptions(CLI::App& command, stUpdateLink& link)
     command.add_option("--port", link.unPort, "UDP port of the MC's updates")->check(CLI::Range(1, 65535))->capture_default_str();
     command.add_option("--interface", link.strInterface, "IPv4 address of the network interface; default: the system's choice")
         ->check(CLI::Validator(CheckInterface, "ADDRESS"));
+}
+
+CLI::Validator Between(double dLow, double dHigh)
+{
+    return CLI::Validator(
+        [dLow, dHigh](std::string& strText)
+        {
+            double dValue = 0;
+            const bool bInside = CLI::detail::lexical_cast(strText, dValue) && dValue >= dLow && dValue <= dHigh;
+            return bInside ? std::string() : Format("Value %s not in range %g to %g", strText.c_str(), dLow, dHigh);
+        },
+        Format("NUMBER in [%g - %g]", dLow, dHigh));
 }
 
 std::string Describe(const stUpdateLink& link, int nReceiveBuffer)

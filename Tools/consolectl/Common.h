@@ -25,6 +25,9 @@ struct stUpdateLink
 
 void AddLinkOptions(CLI::App& command, stUpdateLink& link);
 
+// A number within these limits: not a number is outside them.
+CLI::Validator Between(double dLow, double dHigh);
+
 // Says once what was chosen.
 std::string Describe(const stUpdateLink& link, int nReceiveBuffer);
 

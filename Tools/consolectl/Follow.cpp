@@ -68,13 +68,14 @@ private:
 
 void CFollow::TakeUpdates()
 {
+    const std::uint32_t unBefore = m_Follower.GetUpdatesApplied();
     const int nResult = m_Follower.UpdateBMA();
-    if (nResult == CImageFollower::enApplied || nResult == CImageFollower::enBlockLeftOut)
+    if (m_Follower.GetUpdatesApplied() != unBefore)
     {
         m_LastUpdate = tSteadyClock::now();
         LookForChanges();
     }
-    else if (nResult == CClientMsgHandler::enUpdateDecodeError)
+    if (nResult == CClientMsgHandler::enUpdateDecodeError)
     {
         ++m_lErrors;
         m_Follower.ClearReceiveErrors();
@@ -203,10 +204,14 @@ int CFollow::Run()
     m_Image.SetUseSimplePPCSender(!m_Changes.empty());
     m_Image.InitSimplePPCSenderComms();
     const stUpdateLink& link = m_Options.link;
-    m_Follower.InitialiseClient(link.unPort, nullptr, link.strGroup.c_str(), link.strInterface.c_str());
-    if (m_Follower.GetLocalPort() == 0)
+    // The group is joined apart, to tell which of the two failed.
+    if (!m_Follower.InitialiseClient(link.unPort, nullptr, nullptr, link.strInterface.c_str()))
     {
         return Fail(Format("port %u can't be had on this interface", link.unPort));
+    }
+    if (!m_Follower.AddToGroup(link.strGroup.c_str()))
+    {
+        return Fail(Format("group %s can't be joined: is there an interface with a multicast route?", link.strGroup.c_str()));
     }
     Line("client: %s", Describe(link, m_Follower.GetReceiveBufferSize()).c_str());
     Loop();
@@ -223,12 +228,13 @@ void AddFollow(CLI::App& app, int& nStatus)
         app.add_subcommand("follow", "Follow an MC: keep an image in step, show update periods, time-outs and check words");
     AddLinkOptions(*pCommand, pOptions->link);
     pCommand->add_option("--seconds", pOptions->dSeconds, "Stop after so long; 0: at Ctrl-C")
-        ->check(CLI::Range(0.0, 86400.0))
+        ->check(Between(0, 86400))
         ->capture_default_str();
     pCommand->add_option("--timeout", pOptions->dTimeout, "Give up, with exit status 27, when the image is not whole by then")
-        ->check(CLI::Range(0.0, 86400.0));
-    pCommand->add_option("--until-silent", pOptions->dUntilSilent, "Stop when the MC has sent nothing for so many seconds")
-        ->check(CLI::Range(0.0, 86400.0));
+        ->check(Between(0, 86400));
+    pCommand
+        ->add_option("--until-silent", pOptions->dUntilSilent, "Stop when the MC, once heard, has sent nothing for so many seconds")
+        ->check(Between(0, 86400));
     pCommand
         ->add_option("--set", pOptions->changes,
                      "Once the image is whole, send this change to the MC and wait for it to come back, such as "

@@ -3,10 +3,17 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
+#include <filesystem>
 #include <fstream>
-#include <iterator>
 #include <memory>
 #include <vector>
+
+namespace
+{
+
+constexpr std::size_t c_unImageSize = 408620; // an update with all seven arrays
+
+} // namespace
 
 std::string SaveImage(const CBMAContainer& image, const std::string& strFile)
 {
@@ -35,16 +42,22 @@ std::string SaveImage(const CBMAContainer& image, const std::string& strFile)
 
 std::string LoadImage(const std::string& strFile, CBMAContainer& image)
 {
+    if (!std::filesystem::is_regular_file(strFile))
+    {
+        return strFile + ": not a file";
+    }
     std::ifstream file(strFile, std::ios::binary);
     if (!file)
     {
         return strFile + ": " + std::strerror(errno);
     }
-    const std::vector<char> bytes{std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
+    std::vector<char> bytes(c_unImageSize + 1); // one more, to notice a longer file
+    file.read(bytes.data(), static_cast<std::streamsize>(bytes.size()));
+    bytes.resize(static_cast<std::size_t>(file.gcount()));
     const auto pMessage = std::make_unique<CMCUpdateMsg>();
     pMessage->SetShallowMode(true);
     const auto pLoaded = std::make_unique<CBMAContainer>();
-    if (!pMessage->Parse(reinterpret_cast<const unsigned char*>(bytes.data()), bytes.size()) ||
+    if (bytes.size() != c_unImageSize || !pMessage->Parse(reinterpret_cast<const unsigned char*>(bytes.data()), bytes.size()) ||
         ApplyMCUpdate(*pMessage, *pLoaded) != c_unWholeImage)
     {
         return strFile + ": not a whole image";

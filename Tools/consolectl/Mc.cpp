@@ -59,9 +59,10 @@ public:
             return;
         }
         const CLockGuard<CCritSec> guard(m_Lock);
-        if (guard.IsHeld() && m_Received.size() < c_unMaxWaiting)
+        if (guard.IsHeld() && m_unWaiting + static_cast<std::size_t>(nSize) <= c_unMaxWaiting)
         {
             m_Received.push_back({{pBuffer, pBuffer + nSize}, sender});
+            m_unWaiting += static_cast<std::size_t>(nSize);
         }
     }
 
@@ -72,16 +73,18 @@ public:
         if (guard.IsHeld())
         {
             received.swap(m_Received);
+            m_unWaiting = 0;
         }
         return received;
     }
 
 private:
-    static constexpr std::size_t c_unMaxWaiting = 10000;
+    static constexpr std::size_t c_unMaxWaiting = 4 << 20; // bytes; what comes beyond is lost, as in a full socket
 
     std::vector<unsigned char> m_Buffer; // of the receive thread
     CCritSec m_Lock;
     std::vector<stReceivedPPCs> m_Received; // guarded by m_Lock
+    std::size_t m_unWaiting = 0;            // bytes in it; guarded by m_Lock
 };
 
 class CSimulatedMC
@@ -261,6 +264,11 @@ int CSimulatedMC::Run()
     Line("MC: sent %s surface and %s rotary updates in %s datagrams (%ld refused by the system); %ld changes applied, %ld refused",
          Grouped(m_lUpdates[0]).c_str(), Grouped(m_lUpdates[1]).c_str(), Grouped(m_lDatagrams).c_str(), m_lLost, m_lApplied,
          m_lRefused);
+    if (m_lDatagrams == 0)
+    {
+        return Fail(
+            Format("nothing could be sent to %s: is there an interface with a multicast route?", m_Options.link.strGroup.c_str()));
+    }
     const std::string strError = m_Options.strSave.empty() ? std::string() : SaveImage(m_Image, m_Options.strSave);
     return strError.empty() ? int(enExitDone) : Fail(strError);
 }
@@ -274,13 +282,13 @@ void AddMc(CLI::App& app, int& nStatus)
         "mc", "Simulate a master controller: own an image, move faders and meters, multicast it, take clients' changes");
     AddLinkOptions(*pCommand, pOptions->link);
     pCommand->add_option("--surface-rate", pOptions->dSurfaceRate, "Surface updates (switches to meters) a second")
-        ->check(CLI::Range(0.1, 1000.0))
+        ->check(Between(0.1, 1000))
         ->capture_default_str();
     pCommand->add_option("--rotary-rate", pOptions->dRotaryRate, "Rotary updates (strings, rotaries) a second")
-        ->check(CLI::Range(0.1, 1000.0))
+        ->check(Between(0.1, 1000))
         ->capture_default_str();
     pCommand->add_option("--seconds", pOptions->dSeconds, "Stop after so long, the last state sent; 0: at Ctrl-C")
-        ->check(CLI::Range(0.0, 86400.0))
+        ->check(Between(0, 86400))
         ->capture_default_str();
     pCommand->add_option("--moving-faders", pOptions->nMovingFaders, "Mic inputs whose fader and meter move")
         ->check(CLI::Range(0, canMaxPaths[enMicInput]))

@@ -4,7 +4,9 @@
 #include "RySocketIO/CUtility.h"
 
 #include <algorithm>
+#include <chrono>
 #include <cstring>
+#include <thread>
 
 using RySocketIO::CUtility;
 
@@ -13,6 +15,8 @@ namespace
 
 constexpr std::int64_t c_nMicrosecondsPerSecond = 1000000;
 constexpr std::int64_t c_nTimeoutMicroseconds = 60000; // an MC that is silent for longer has timed out
+
+constexpr int c_nTriesAtOnce = 100;
 
 const char* FlagText(unsigned char ucFlag)
 {
@@ -69,7 +73,7 @@ bool CUpdateTiming::GetLast(std::int64_t& nLast) const
 
 CUpdateTiming::stState CUpdateTiming::Read() const
 {
-    for (;;)
+    for (int nTry = 1;; ++nTry)
     {
         const std::uint32_t unVersion = m_unVersion;
         const stState state = {m_fSum, m_nCount, m_unLastSeconds, m_nLastMicroseconds, m_unEpoch, m_bAny};
@@ -77,13 +81,17 @@ CUpdateTiming::stState CUpdateTiming::Read() const
         {
             return state;
         }
+        if (nTry % c_nTriesAtOnce == 0)
+        {
+            std::this_thread::sleep_for(std::chrono::microseconds(50)); // a writer of lower priority gets its turn
+        }
     }
 }
 
 CClientMsgHandler::CClientMsgHandler(bool bFlag)
     : RySocketIO::CSocket(RySocketIO::enConnectionUDP, bFlag, false), m_SenderMutex(CMutex::enNormal), m_bSenderChanged(false),
       m_nCurrentCache(0), m_aucNewUpdate(), m_aucError(), m_unStartSeconds(0), m_nStartMicroseconds(0), m_nMCTimeouts(0),
-      m_unDefaultPort(0)
+      m_unDefaultPort(0), m_unSequence(0), m_unProcessedSequence(0)
 {
     ResetRemoteAddresses();
     for (int nCache = 0; nCache < enCaches; ++nCache)
@@ -273,6 +281,7 @@ void CClientMsgHandler::DecodeUpdate(int nCache, const unsigned char* pData, lon
     {
         m_RotaryTiming.Record(nNow, nStart);
     }
+    m_aCaches[nCache].unSequence = ++m_unSequence;
     m_aucNewUpdate[nCache] = 1;
 }
 
@@ -310,6 +319,7 @@ int CClientMsgHandler::ApplyCache(int nCache, int nResult, bool& bApplied)
     }
     bApplied = true;
     m_aucNewUpdate[nCache] = 0;
+    m_unProcessedSequence = m_aCaches[nCache].unSequence;
     try
     {
         return ProcessMCUpdate(m_aCaches[nCache].update);

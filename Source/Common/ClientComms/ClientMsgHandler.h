@@ -60,8 +60,10 @@ private:
 //
 // The handler owns its caches. Two threads meet here: the receive thread (OnReceivedData, ReceivedMCData) and the application's
 // (everything else). A cache's mutex is held while a message is joined and decoded into it, and while the application looks at
-// it, so an update is never torn; no two locks are ever held at once. A class that derives from this one and overrides
-// OnReceivedData calls Shutdown first thing in its destructor.
+// it, so an update is never torn; no two locks are ever held at once. A class that derives from this one calls Shutdown first
+// thing in its destructor: the receive thread calls virtual functions of the object.
+//
+// UpdateBMA applies the first cache before the second, whichever is newer: GetUpdateSequence tells.
 //
 // An update that fails to decode makes its cache unusable, and UpdateBMA answers 5, until ClearReceiveErrors. No exception
 // leaves. About 9 MB large in all: make it with new.
@@ -101,6 +103,9 @@ public:
     // One round of the application's loop: applies what is new, and says how it went.
     virtual int UpdateBMA();
 
+    // Within ProcessMCUpdate: the number of the update, counted from 1 in the order of arrival, modulo 2^32.
+    std::uint32_t GetUpdateSequence() const { return m_unProcessedSequence; }
+
     // Receive thread: decodes one complete update message into the current cache.
     void ReceivedMCData(unsigned char* pData, long lLength);
 
@@ -126,11 +131,12 @@ private:
 
     struct stUpdateData
     {
-        stUpdateData() : nIndex(0), mutex(CMutex::enNormal) {}
+        stUpdateData() : nIndex(0), mutex(CMutex::enNormal), unSequence(0) {}
 
         int nIndex;
         CMCUpdateMsg update; // guarded by mutex
         CMutex mutex;
+        std::uint32_t unSequence; // of the update; guarded by mutex
     };
 
     void DecodeUpdate(int nCache, const unsigned char* pData, long lLength);
@@ -150,5 +156,7 @@ private:
     std::atomic<std::uint32_t> m_unStartSeconds; // 0 until InitialiseClient
     std::atomic<std::int32_t> m_nStartMicroseconds;
     int m_nMCTimeouts;
-    unsigned int m_unDefaultPort; // for remote addresses without one
+    unsigned int m_unDefaultPort;        // for remote addresses without one
+    std::uint32_t m_unSequence;          // of the update decoded last; of the receive thread
+    std::uint32_t m_unProcessedSequence; // of the application's thread
 };

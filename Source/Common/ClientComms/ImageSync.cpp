@@ -103,7 +103,7 @@ bool BuildMCUpdate(const CBMAContainer& image, MCUpdateType enUpdateType, CMCUpd
     return true;
 }
 
-unsigned int ApplyMCUpdate(const CMCUpdateMsg& message, CBMAContainer& image)
+unsigned int ApplyMCUpdate(const CMCUpdateMsg& message, CBMAContainer& image, unsigned int unTypes)
 {
     unsigned int unWritten = 0;
     const stCarriedArrays carried = CarriedArrays(message.GetUpdateType());
@@ -115,7 +115,8 @@ unsigned int ApplyMCUpdate(const CMCUpdateMsg& message, CBMAContainer& image)
         void* pBlock = nullptr;
         long lBytes = 0;
         image.GetMessageMemory(enType, pBlock, lBytes);
-        if (message.GetArray(enType, pArray, nLength) && nLength == lBytes && pBlock != nullptr)
+        const bool bWanted = (unTypes & (1u << nType)) != 0;
+        if (bWanted && message.GetArray(enType, pArray, nLength) && nLength == lBytes && pBlock != nullptr)
         {
             CopyBlock(enType, pBlock, pArray, static_cast<std::size_t>(lBytes));
             unWritten |= 1u << nType;
@@ -146,24 +147,40 @@ stPPCResult ApplyPPCs(const unsigned char* pStream, long lLength, CBMAContainer&
 }
 
 CImageFollower::CImageFollower(CBMAContainer& image)
-    : CClientMsgHandler(false), m_Image(image), m_unTypesReceived(0), m_unUpdatesApplied(0)
+    : CClientMsgHandler(false), m_Image(image), m_unTypesReceived(0), m_unUpdatesApplied(0), m_aunNewest()
 {
 }
 
-CImageFollower::~CImageFollower() = default;
+CImageFollower::~CImageFollower()
+{
+    Shutdown();
+}
 
 int CImageFollower::ProcessMCUpdate(const CMCUpdateMsg& update)
 {
-    unsigned int unCarried = 0;
+    const std::uint32_t unSequence = GetUpdateSequence();
+    unsigned int unWanted = 0;
     const stCarriedArrays carried = CarriedArrays(update.GetUpdateType());
     for (int nType = carried.nFirst; nType <= carried.nLast; ++nType)
     {
         const unsigned char* pArray = nullptr;
         int nLength = 0;
-        unCarried |= update.GetArray(static_cast<tagenPPCMessageType>(nType), pArray, nLength) ? 1u << nType : 0u;
+        const bool bFirst = (m_unTypesReceived & (1u << nType)) == 0;
+        const bool bNewer = bFirst || static_cast<std::int32_t>(unSequence - m_aunNewest[nType]) > 0;
+        if (bNewer && update.GetArray(static_cast<tagenPPCMessageType>(nType), pArray, nLength))
+        {
+            unWanted |= 1u << nType;
+        }
     }
-    const unsigned int unWritten = ApplyMCUpdate(update, m_Image);
+    const unsigned int unWritten = ApplyMCUpdate(update, m_Image, unWanted);
+    for (int nType = carried.nFirst; nType <= carried.nLast; ++nType)
+    {
+        if ((unWritten & (1u << nType)) != 0)
+        {
+            m_aunNewest[nType] = unSequence;
+        }
+    }
     m_unTypesReceived |= unWritten;
     ++m_unUpdatesApplied;
-    return unWritten == unCarried ? enApplied : enBlockLeftOut;
+    return unWritten == unWanted ? enApplied : enBlockLeftOut;
 }

@@ -8,13 +8,18 @@
 
 #include <cstdint>
 
+// Every message type, bit t for type t.
+constexpr unsigned int c_unWholeImage = (1u << c_nMessageTypes) - 1;
+
 // The MC's side: fills message with the blocks of image that an update of this type carries, ready to be serialised. The message
 // is emptied first and has to be in deep mode. False when the type is above 30.
 LOGICALCONTROLS_EXPORT bool BuildMCUpdate(const CBMAContainer& image, MCUpdateType enUpdateType, CMCUpdateMsg& message);
 
 // The client's side: writes the blocks that message carries into image, past SetPPC: no global flag is cleared and nothing is
-// sent. A block that is not exactly as long as the image's is left out. Returns the message types written, bit t for type t.
-LOGICALCONTROLS_EXPORT unsigned int ApplyMCUpdate(const CMCUpdateMsg& message, CBMAContainer& image);
+// sent. A block that is not exactly as long as the image's is left out, and so are the message types that unTypes (bit t for type
+// t) does not name. Returns the message types written in the same form.
+LOGICALCONTROLS_EXPORT unsigned int ApplyMCUpdate(const CMCUpdateMsg& message, CBMAContainer& image,
+                                                  unsigned int unTypes = c_unWholeImage);
 
 // What came of a stream of parameter changes.
 struct stPPCResult
@@ -37,7 +42,8 @@ public:
     explicit CImageFollower(CBMAContainer& image);
     ~CImageFollower() override;
 
-    // Applies the update. Returns 0, or 2 when a block of it does not fit the image and was left out.
+    // Applies the update, but for blocks of which a newer one was applied before. Returns 0, or 2 when a block of it does not fit
+    // the image and was left out.
     int ProcessMCUpdate(const CMCUpdateMsg& update) override;
 
     enum enFollowResults : int
@@ -56,6 +62,5 @@ private:
     CBMAContainer& m_Image;
     unsigned int m_unTypesReceived;
     std::uint32_t m_unUpdatesApplied;
+    std::uint32_t m_aunNewest[c_nMessageTypes]; // the number of the update that each block came with
 };
-
-constexpr unsigned int c_unWholeImage = (1u << c_nMessageTypes) - 1;

@@ -43,7 +43,7 @@ stCarriedArrays CarriedArrays(int nUpdateType)
 
 CMCUpdateMsg::CMCUpdateMsg()
     : m_Header(), m_pShallowSource(nullptr), m_aShallow(), m_bError(false), m_bShallowMode(false), m_nErrorCode(0),
-      m_unShallowSet(0)
+      m_unShallowSet(0), m_unDeepHeld(0)
 {
     Clear(true);
 }
@@ -71,6 +71,7 @@ void CMCUpdateMsg::Clear(bool bDeep)
     m_Header = stMCUpdateHeader();
     m_pShallowSource = nullptr;
     m_unShallowSet = 0;
+    m_unDeepHeld = 0;
     for (int nType = 0; nType < c_nMessageTypes; ++nType)
     {
         m_aDeep[nType].nLength = 0;
@@ -201,6 +202,7 @@ void CMCUpdateMsg::CopyToMe(const CMCUpdateMsg& other)
         if (nLength > 0 && nLength < enMaxArrayLength)
         {
             std::memcpy(m_aDeep[nType].acData, other.m_aDeep[nType].acData, static_cast<std::size_t>(nLength));
+            m_unDeepHeld |= other.m_unDeepHeld & (1u << nType);
         }
     }
 }
@@ -213,9 +215,9 @@ bool CMCUpdateMsg::GetArray(tagenPPCMessageType enType, const unsigned char*& pD
     {
         return false;
     }
-    const bool bSet = !m_bShallowMode || (m_unShallowSet & (1u << enType)) != 0;
+    const unsigned int unHeld = m_bShallowMode ? m_unShallowSet : m_unDeepHeld;
     const int nHeld = m_bShallowMode ? m_aShallow[enType].nLength : m_aDeep[enType].nLength;
-    if (!bSet || nHeld <= 0 || (!m_bShallowMode && nHeld > enMaxArrayLength))
+    if ((unHeld & (1u << enType)) == 0 || nHeld <= 0)
     {
         return false;
     }
@@ -241,6 +243,7 @@ unsigned char* CMCUpdateMsg::PrepareArray(tagenPPCMessageType enType, int nLengt
         return nullptr;
     }
     m_aDeep[enType].nLength = nLength;
+    m_unDeepHeld |= 1u << enType;
     return m_aDeep[enType].acData;
 }
 
@@ -315,6 +318,7 @@ bool CMCUpdateMsg::AssignDeep(const unsigned char* pData, std::size_t unSize)
                [this, &bAllTaken](int nType, std::int32_t nLength, const unsigned char* pBytes)
                {
                    m_aDeep[nType].nLength = nLength;
+                   m_unDeepHeld &= ~(1u << nType);
                    if (nLength > c_nDeepParseLimit)
                    {
                        std::printf("CMCUpdateMsg operator<< - bma array too large, array size %d\n", nLength);
@@ -324,6 +328,7 @@ bool CMCUpdateMsg::AssignDeep(const unsigned char* pData, std::size_t unSize)
                    else if (pBytes != nullptr)
                    {
                        std::memcpy(m_aDeep[nType].acData, pBytes, static_cast<std::size_t>(nLength));
+                       m_unDeepHeld |= 1u << nType;
                    }
                });
     return bAllTaken;

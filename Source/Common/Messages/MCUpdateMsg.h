@@ -117,8 +117,8 @@ public:
     // Takes over header and deep arrays. Array bytes move only when there are between 1 and 261,199 of them.
     void CopyToMe(const CMCUpdateMsg& other);
 
-    // Shows an array: the deep one, or in shallow mode what the last parse pointed to. False, with null and 0, when there is
-    // none.
+    // Shows an array: in shallow mode what the last parse pointed to; in deep mode what the message holds, which may be older than
+    // the last parse. False, with null and 0, when there is none, or its bytes were refused or not copied.
     bool GetArray(tagenPPCMessageType enType, const unsigned char*& pData, int& nLength) const;
 
     // Fills a deep array; with length 0, empties it. False, and nothing changed, when the type or the length is outside its limits
@@ -157,4 +157,5 @@ private:
     bool m_bShallowMode;
     std::int32_t m_nErrorCode;
     unsigned int m_unShallowSet; // bit t: the last shallow parse set array t
+    unsigned int m_unDeepHeld;   // bit t: the bytes that deep array t's length speaks of are there
 };

@@ -128,7 +128,11 @@ bool CSocket::CReceiver::Open(unsigned int unPort, const char* szLocalAddress, c
     {
         return false;
     }
-    if (!Configure(unPort, szLocalAddress, szInterfaceAddress))
+    if (Configure(unPort, szLocalAddress, szInterfaceAddress))
+    {
+        m_Thread = StartSignalFreeThread([this] { Run(); });
+    }
+    if (!m_Thread.joinable())
     {
         CUtility::Debug("CSocket::InitialiseLocalSockets - port %u, address %s, interface %s: %s", unPort,
                         IsGiven(szLocalAddress) ? szLocalAddress : "any", IsGiven(szInterfaceAddress) ? szInterfaceAddress : "any",
@@ -137,8 +141,7 @@ bool CSocket::CReceiver::Open(unsigned int unPort, const char* szLocalAddress, c
         m_nSocket = -1;
         return false;
     }
-    m_Thread = StartSignalFreeThread([this] { Run(); });
-    return m_Thread.joinable();
+    return true;
 }
 
 bool CSocket::CReceiver::Configure(unsigned int unPort, const char* szLocalAddress, const char* szInterfaceAddress)

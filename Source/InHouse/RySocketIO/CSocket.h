@@ -15,7 +15,7 @@ enum enConnectionType : int
 
 // Receives datagrams of up to 65,507 bytes on one thread of its own and hands each to OnReceivedData. That thread starts with
 // InitialiseLocalSockets and ends with StopReceiving. It calls virtual functions: a class that overrides one calls StopReceiving
-// first thing in its destructor, and so does a class that derives further and overrides it again.
+// first thing in its destructor, and so does every class that derives further.
 //
 // Send may be called from any thread; everything else belongs to the thread that owns the socket. Failures are false results.
 class __attribute__((visibility("default"))) CSocket

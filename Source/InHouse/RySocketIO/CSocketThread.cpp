@@ -3,6 +3,7 @@
 #include "RySocketIO/SignalFreeThread.h"
 #include "RySocketIO/StopEvent.h"
 
+#include <atomic>
 #include <chrono>
 
 namespace RySocketIO
@@ -11,11 +12,11 @@ namespace RySocketIO
 class __attribute__((visibility("hidden"))) CSocketThread::CLoop
 {
 public:
-    explicit CLoop(CSocketThread& owner) : m_Owner(owner), m_Delay(0) {}
+    explicit CLoop(CSocketThread& owner) : m_Owner(owner), m_Delay(0), m_bRunning(false) {}
     ~CLoop() { Stop(); }
 
     void SetDelay(std::chrono::microseconds delay) { m_Delay = delay; }
-    bool IsRunning() const { return m_Thread.joinable(); }
+    bool IsRunning() const { return m_bRunning; }
 
     bool Start(int nIterations)
     {
@@ -23,14 +24,25 @@ public:
         {
             return false;
         }
+        Stop(); // the thread of earlier iterations has ended by itself
         m_Stop.Reset();
-        m_Thread = StartSignalFreeThread([this, nIterations] { Run(nIterations); });
-        return IsRunning();
+        m_bRunning = true;
+        m_Thread = StartSignalFreeThread(
+            [this, nIterations]
+            {
+                Run(nIterations);
+                m_bRunning = false;
+            });
+        if (!m_Thread.joinable())
+        {
+            m_bRunning = false;
+        }
+        return m_Thread.joinable();
     }
 
     bool Stop()
     {
-        if (!IsRunning())
+        if (!m_Thread.joinable())
         {
             return false;
         }
@@ -79,6 +91,7 @@ private:
     std::chrono::microseconds m_Delay;
     CStopEvent m_Stop;
     std::thread m_Thread;
+    std::atomic<bool> m_bRunning;
 };
 
 CSocketThread::CSocketThread() : m_pLoop(new CLoop(*this)) {}

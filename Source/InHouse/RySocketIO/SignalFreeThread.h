@@ -4,7 +4,7 @@
 #include <pthread.h>
 #include <signal.h>
 
-#include <system_error>
+#include <exception>
 #include <thread>
 
 namespace RySocketIO
@@ -23,7 +23,7 @@ std::thread StartSignalFreeThread(Function function)
     {
         thread = std::thread(function);
     }
-    catch (const std::system_error&)
+    catch (const std::exception&)
     {
     }
     pthread_sigmask(SIG_SETMASK, &before, nullptr);
