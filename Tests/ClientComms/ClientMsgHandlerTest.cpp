@@ -9,6 +9,7 @@
 #include <algorithm>
 #include <atomic>
 #include <chrono>
+#include <climits>
 #include <condition_variable>
 #include <memory>
 #include <mutex>
@@ -31,12 +32,12 @@ const char* const c_szWrongType =
     "CClientMsgHandler::OnReceivedData - received incorrect packet type (should be bma update), ignoring";
 const char* const c_szCalled = "CClientMsgHandler::ReceivedMCData - called";
 
-std::atomic<int> g_nNow{0}; // microseconds after c_nEpoch
-const std::int64_t c_nEpoch = std::int64_t(1700000000) * 1000000;
+std::atomic<int> g_nNow{0}; // microseconds after g_nEpoch
+std::int64_t g_nEpoch = 0;
 
 std::int64_t Now()
 {
-    return c_nEpoch + g_nNow;
+    return g_nEpoch + g_nNow;
 }
 
 std::string ParseError(int nCode, int nCache)
@@ -90,12 +91,14 @@ public:
             }
         }
         m_Applied.push_back(bytes);
+        m_Sequences.push_back(GetUpdateSequence());
         return m_nAnswer++;
     }
 
     bool m_bThrow = false;
     int m_nAnswer = 100;
     std::vector<tBytes> m_Applied;
+    std::vector<std::uint32_t> m_Sequences;
 };
 
 class ClientMsgHandler : public ::testing::Test
@@ -104,6 +107,7 @@ protected:
     ClientMsgHandler()
     {
         g_nNow = 0;
+        g_nEpoch = std::int64_t(1700000000) * 1000000;
         CClock::SetSource(&Now);
     }
     ~ClientMsgHandler() override { CClock::SetSource(nullptr); }
@@ -253,6 +257,7 @@ TEST_F(ClientMsgHandler, TwoUpdatesAreAppliedInCacheOrderAndAThirdReplacesTheFir
     Deliver(Surface(4));
     Deliver(Surface(5));
     EXPECT_EQ(Hex("05 04"), Round(101));
+    EXPECT_EQ((std::vector<std::uint32_t>{1, 2, 5, 4}), m_pHandler->m_Sequences);
     EXPECT_EQ(tBytes(), Round(7));
 }
 
@@ -352,6 +357,8 @@ TEST_F(ClientMsgHandler, AWaitingUpdateIsNotAppliedOnceABadOneCameIntoItsCache)
     Deliver(c_Bad);
     EXPECT_EQ(Hex("02"), Round(100));
     EXPECT_EQ(tBytes(), Round(5));
+    m_pHandler->ClearReceiveErrors();
+    EXPECT_EQ(tBytes(), Round(7));
 }
 
 TEST_F(ClientMsgHandler, DataMayBeDecodedDirectlyAndLeavesTheCacheWhereItIs)
@@ -366,6 +373,21 @@ TEST_F(ClientMsgHandler, DataMayBeDecodedDirectlyAndLeavesTheCacheWhereItIs)
     EXPECT_EQ((tLines{c_szCalled, ParseError(103, 0)}), m_Log.Take());
     EXPECT_EQ("CMCUpdateMsg operator<< - NULL data!\n", testing::internal::GetCapturedStdout());
     EXPECT_EQ(tBytes(), Round(5));
+}
+
+TEST_F(ClientMsgHandler, DataTooShortForAnUpdateFailsToDecode)
+{
+    tBytes update = Update(1, Hex("77"));
+    for (const long lLength : {LONG_MIN, -1L, 0L, 16L})
+    {
+        m_Log.Take();
+        testing::internal::CaptureStdout();
+        m_pHandler->ReceivedMCData(update.data(), lLength);
+        testing::internal::GetCapturedStdout();
+        EXPECT_EQ((tLines{c_szCalled, ParseError(104, 0)}), m_Log.Take());
+        EXPECT_EQ(tBytes(), Round(5));
+        m_pHandler->ClearReceiveErrors();
+    }
 }
 
 TEST_F(ClientMsgHandler, EachRoundLogsTheFlagsOfBothCaches)
@@ -469,6 +491,19 @@ TEST_F(ClientMsgHandler, AClockSetBackAddsNothing)
     DeliverAt(1010000, 1);
     DeliverAt(1020000, 1);
     EXPECT_FLOAT_EQ(7.5f, m_pHandler->GetSurfUpdatePeriod()); // 0, 20, 0, 10
+}
+
+TEST_F(ClientMsgHandler, TimeGoesOnPastTheLargestSigned32BitSecond)
+{
+    g_nEpoch = std::int64_t(0x7fffffff) * 1000000 + 995000;
+    DeliverAt(0, 1);
+    DeliverAt(20000, 1);
+    EXPECT_FLOAT_EQ(10.0f, m_pHandler->GetSurfUpdatePeriod()); // 0, 20
+    Round(101);
+    g_nNow = 80000;
+    EXPECT_EQ(tBytes(), Round(7));
+    g_nNow = 80001;
+    EXPECT_EQ(tBytes(), Round(6));
 }
 
 TEST_F(ClientMsgHandler, AfterInitialiseTheFirstIntervalsCountFromIt)

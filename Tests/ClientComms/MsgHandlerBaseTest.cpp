@@ -546,7 +546,7 @@ TEST_F(MsgHandlerBase, LocatesTheNewestOfEachNumberAndLeavesFilledEntries)
     const auto pMine = std::make_unique<UDP_PACKET>();
     const UDP_PACKET* apTable[5] = {nullptr, pMine.get(), nullptr, nullptr, nullptr};
     EXPECT_FALSE(m_pHandler->LocatePacketsOfMessage(apTable, -1, 4));
-    EXPECT_TRUE(m_pHandler->LocatePacketsOfMessage(apTable, -1, 3));
+    ASSERT_TRUE(m_pHandler->LocatePacketsOfMessage(apTable, -1, 3));
     EXPECT_EQ(1, apTable[0]->acPayload[0]);
     EXPECT_EQ(pMine.get(), apTable[1]);
     EXPECT_EQ(3, apTable[2]->acPayload[0]);

@@ -12,7 +12,7 @@ refuse()
     shift
     expect 2 "$*" "${program[@]}" "$@"
     contains "$text"
-    [ "$(printf '%s\n' "$output" | wc -l)" -le 2 ] || fail "more than a line and a hint: $output"
+    [ "$(printf '%s\n' "$output" | wc -l)" = 1 ] || fail "more than a line: $output"
 }
 program=("$@")
 

@@ -30,8 +30,7 @@ int Run(int nArguments, char** ppArguments)
     }
     catch (const CLI::ParseError& error)
     {
-        Fail(error.what());
-        std::fputs("(see consolectl --help)\n", stderr);
+        Fail(std::string(error.what()) + " (see consolectl --help)");
         return enExitWrongUse;
     }
     return nStatus;
