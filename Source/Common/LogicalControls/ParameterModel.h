@@ -4,7 +4,7 @@
 #include "Runtime/Export.h"
 
 // First coordinate: the message type, which fixes the value type as well.
-enum tagenPPCMessageType : int
+enum LOGICALCONTROLS_EXPORT tagenPPCMessageType : int
 {
     enString = 0,  // RyGConsoleString, 13 bytes
     enRotary = 1,  // float
@@ -16,7 +16,7 @@ enum tagenPPCMessageType : int
 };
 
 // Second coordinate: the virtual path type, the kind of console object (a mic input, a stage box). enGlobals is 0, enAuk 50.
-enum tagenVirtualPathType : int
+enum LOGICALCONTROLS_EXPORT tagenVirtualPathType : int
 {
 #define LC_PARAMETER_GROUP(group, paths, strings, rotaries, switches, integers, faders, others, meters) en##group,
 #include "LogicalControls/ParameterGroups.def"
@@ -67,7 +67,7 @@ private:
 
 // Parameters that several path types share, so that a caller can ask for one without knowing its number in each group. Two are
 // named after what they hold; the others are known by number.
-enum enCommonParamTypes : int
+enum LOGICALCONTROLS_EXPORT enCommonParamTypes : int
 {
     enCommonFader = 28, // the level of an input, a mix or a VCA group
     enCommonName = 35   // the name that a user gave the path

@@ -12,7 +12,7 @@
 
 // Which arrays an update carries. Any other value up to 30 stands for all seven. A whole image is larger than what one
 // message's fragments hold, so an MC sends surface and rotary updates in turn.
-enum MCUpdateType : int
+enum LOGICALCONTROLS_EXPORT MCUpdateType : int
 {
     enMCUpdateAll = 0,
     enMCUpdateSurface = 1,           // switches, integers, faders, others, meters
