@@ -68,7 +68,6 @@ extern "C"
     int __real_socket(int, int, int);
     ssize_t __real_sendto(int, const void*, std::size_t, int, const sockaddr*, socklen_t);
     int __real_close(int);
-    hostent* __real_gethostbyname(const char*);
     int __real_pthread_mutex_init(pthread_mutex_t*, const pthread_mutexattr_t*);
     int __real_sem_init(sem_t*, int, unsigned int);
 
@@ -124,13 +123,16 @@ extern "C"
         return 0;
     }
 
-    // No name is ever looked up on a network.
-    hostent* __wrap_gethostbyname(const char* szName)
-    {
-        return std::strcmp(szName, "localhost") == 0 ? __real_gethostbyname(szName) : nullptr;
-    }
+    // No name is ever looked up: one is known, whatever this machine's own tables say.
+hostent* __wrap_gethostbyname(const char* szName)
+{
+    static unsigned char s_acAddress[] = {127, 0, 0, 1};
+    static char* s_apAddresses[] = {reinterpret_cast<char*>(s_acAddress), nullptr};
+    static hostent s_Host = {nullptr, nullptr, AF_INET, sizeof s_acAddress, s_apAddresses};
+    return std::strcmp(szName, "localhost") == 0 ? &s_Host : nullptr;
+}
 
-    int __wrap_pthread_mutex_init(pthread_mutex_t* pMutex, const pthread_mutexattr_t* pAttribute)
+int __wrap_pthread_mutex_init(pthread_mutex_t* pMutex, const pthread_mutexattr_t* pAttribute)
     {
         return MayCall(Support::CFailingCall::enMutexInit) ? __real_pthread_mutex_init(pMutex, pAttribute) : ENOMEM;
     }
