@@ -124,15 +124,15 @@ extern "C"
     }
 
     // No name is ever looked up: one is known, whatever this machine's own tables say.
-hostent* __wrap_gethostbyname(const char* szName)
-{
-    static unsigned char s_acAddress[] = {127, 0, 0, 1};
-    static char* s_apAddresses[] = {reinterpret_cast<char*>(s_acAddress), nullptr};
-    static hostent s_Host = {nullptr, nullptr, AF_INET, sizeof s_acAddress, s_apAddresses};
-    return std::strcmp(szName, "localhost") == 0 ? &s_Host : nullptr;
-}
+    hostent* __wrap_gethostbyname(const char* szName)
+    {
+        static unsigned char s_acAddress[] = {127, 0, 0, 1};
+        static char* s_apAddresses[] = {reinterpret_cast<char*>(s_acAddress), nullptr};
+        static hostent s_Host = {nullptr, nullptr, AF_INET, sizeof s_acAddress, s_apAddresses};
+        return std::strcmp(szName, "localhost") == 0 ? &s_Host : nullptr;
+    }
 
-int __wrap_pthread_mutex_init(pthread_mutex_t* pMutex, const pthread_mutexattr_t* pAttribute)
+    int __wrap_pthread_mutex_init(pthread_mutex_t* pMutex, const pthread_mutexattr_t* pAttribute)
     {
         return MayCall(Support::CFailingCall::enMutexInit) ? __real_pthread_mutex_init(pMutex, pAttribute) : ENOMEM;
     }
