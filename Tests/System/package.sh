@@ -22,13 +22,13 @@ fi
 "${library[@]}" -DLOGICALCONTROLS_INHOUSE_LIBRARY="$work/inhouse/libinhouse.a" \
     -DLOGICALCONTROLS_INHOUSE_INCLUDE_DIR="$work/inhouse/include" | grep "In-house libraries: $work/inhouse/libinhouse.a"
 cmake --build "$work/library"
-DESTDIR=$work/root cmake --install "$work/library" --prefix /opt/console >/dev/null
+DESTDIR=$work/stage cmake --install "$work/library" --prefix /opt/console >/dev/null
 
-if nm -DC --defined-only "$work"/root/opt/console/lib*/liblogicalcontrols.so | grep -E 'AssertionFailed|CheckWord|MoveMasked|CReceiver::'; then
+if nm -DC --defined-only "$work"/stage/opt/console/lib*/liblogicalcontrols.so | grep -E 'AssertionFailed|CheckWord|MoveMasked|CReceiver::'; then
     echo "FAILED: these internals are exported"
     exit 1
 fi
-if [ -n "$(find "$work/root" -name RySocketIO -o -name 'MaskedMove.h' -o -name 'StopEvent.h')" ]; then
+if [ -n "$(find "$work/stage" -name RySocketIO -o -name 'MaskedMove.h' -o -name 'StopEvent.h')" ]; then
     echo "FAILED: stand-ins or private headers were installed"
     exit 1
 fi
@@ -44,7 +44,7 @@ set_target_properties(client PROPERTIES CXX_STANDARD 14 CXX_STANDARD_REQUIRED ON
 target_include_directories(client PRIVATE ${INHOUSE})
 target_link_libraries(client PRIVATE LogicalControls::logicalcontrols)
 CLIENT
-"${configure[@]}" -S "$work/client" -B "$work/client/build" -DCMAKE_PREFIX_PATH="$work/root/opt/console" \
+"${configure[@]}" -S "$work/client" -B "$work/client/build" -DCMAKE_PREFIX_PATH="$work/stage/opt/console" \
     -DINHOUSE="$work/inhouse/include" >/dev/null
 cmake --build "$work/client/build"
 echo "passed"
