@@ -1,11 +1,11 @@
 #include "LogicalControls/ParameterArray.h"
 
+#include "Support/Blocks.h"
 #include "Support/Bytes.h"
 #include "Support/SystemCalls.h"
 
 #include <gtest/gtest.h>
 
-#include <malloc.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -20,7 +20,10 @@
 namespace
 {
 
+using Support::c_nBehind;
+using Support::CDirtyMemory;
 using Support::tBytes;
+using Support::Whole;
 
 // A bit array and its size; an array of values is nWidth bytes an element, one of bits 0.
 template <typename T, tagenPPCMessageType N, int nCount, int nSize, int nBytesEach = 0>
@@ -56,25 +59,6 @@ struct stKindName
         return std::string(caMessageTypeNames[K::enType]) + (K::nWidth == 0 ? "Bits" : "Values");
     }
 };
-
-// New memory is full of rubbish while one lives.
-class CDirtyMemory
-{
-public:
-    CDirtyMemory() { mallopt(M_PERTURB, 0x5a); }
-    ~CDirtyMemory() { mallopt(M_PERTURB, 0); }
-};
-
-// A dump reads up to this many bytes behind a block; no array writes there after construction.
-constexpr int c_nBehind = 19;
-
-// The block and, behind it, what others read or might touch of its slack.
-template <typename A>
-tBytes Whole(const A& array)
-{
-    const unsigned char* pBlock = static_cast<const unsigned char*>(array.GetMemoryPointer());
-    return tBytes(pBlock, pBlock + array.GetByteAllocation() + c_nBehind);
-}
 
 template <typename A>
 void SetWhole(A& array, const tBytes& bytes)

@@ -1,11 +1,11 @@
 #include "LogicalControls/ParameterArray.h"
 
+#include "Support/Blocks.h"
 #include "Support/Bytes.h"
 #include "Support/SystemCalls.h"
 
 #include <gtest/gtest.h>
 
-#include <malloc.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -20,8 +20,11 @@
 namespace
 {
 
+using Support::c_nBehind;
+using Support::CDirtyMemory;
 using Support::Hex;
 using Support::tBytes;
+using Support::Whole;
 
 // What a parameter array consists of, field by field.
 struct stFields
@@ -67,17 +70,6 @@ struct stKindName
     }
 };
 
-// New memory is full of rubbish while one lives.
-class CDirtyMemory
-{
-public:
-    CDirtyMemory() { mallopt(M_PERTURB, 0x5a); }
-    ~CDirtyMemory() { mallopt(M_PERTURB, 0); }
-};
-
-// A dump reads up to this many bytes behind a block; no array writes there after construction.
-constexpr int c_nBehind = 19;
-
 template <typename A>
 stFields Fields(const A& array)
 {
@@ -85,14 +77,6 @@ stFields Fields(const A& array)
     stFields fields;
     std::memcpy(&fields, static_cast<const void*>(&array), sizeof fields);
     return fields;
-}
-
-// The block and, behind it, what others read or might touch of its slack.
-template <typename A>
-tBytes Whole(const A& array)
-{
-    const unsigned char* pBlock = static_cast<const unsigned char*>(array.GetMemoryPointer());
-    return tBytes(pBlock, pBlock + array.GetByteAllocation() + c_nBehind);
 }
 
 // A value that differs from its neighbours and is never zero.
