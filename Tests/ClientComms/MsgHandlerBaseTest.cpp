@@ -626,13 +626,9 @@ TEST_F(MsgHandlerBase, ASixthAddressIsIgnoredAndAResetForgetsThemAll)
 
 TEST_F(MsgHandlerBase, ThePPCBufferIsCountedAndCleared)
 {
-    struct stMessage : MemPool::CMemPoolBase
-    {
-        void Clear() override {}
-    };
     EXPECT_EQ(0, m_pHandler->GetPPCBufferSize());
-    m_pHandler->m_PPCBuffer.AddMsgToTail(new stMessage);
-    m_pHandler->m_PPCBuffer.AddMsgToTail(new stMessage);
+    m_pHandler->m_PPCBuffer.AddMsgToTail(new CRawPPCMsg[1]);
+    m_pHandler->m_PPCBuffer.AddMsgToTail(new CRawPPCMsg[3]);
     EXPECT_EQ(2, m_pHandler->GetPPCBufferSize());
     m_pHandler->ClearPPCBuffer();
     EXPECT_EQ(0, m_pHandler->GetPPCBufferSize());

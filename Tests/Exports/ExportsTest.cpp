@@ -85,6 +85,54 @@ TEST(Exports, HoldTheMessagesAndTheSender)
     EXPECT_EQ(CClientMsgHandler::enUpdateTimeout, pFollower->UpdateBMA());
 }
 
+TEST(Exports, HoldTheSendPath)
+{
+    CRawPPCMsg message;
+    CRawPPCMsg copy;
+    unsigned char* pRecord = nullptr;
+    unsigned long aunCounts[c_nMessageTypes] = {};
+    EXPECT_TRUE(message.SetPPC(enFader, enMicInput, 0, 0, 0.5f));
+    copy = message;
+    copy >> &pRecord;
+    EXPECT_TRUE(CRawPPCMsg::ValidatePPC(pRecord));
+    EXPECT_TRUE(CRawPPCMsg::AnalyseStream(pRecord, 29, aunCounts[0], aunCounts[1], aunCounts[2], aunCounts[3], aunCounts[4],
+                                          aunCounts[5], aunCounts[6]));
+    EXPECT_EQ(1u, aunCounts[enFader]);
+    delete[] pRecord;
+    CRawPPCQueue queue;
+    EXPECT_TRUE(queue.AddMsgToTail(new CRawPPCMsg[1]));
+    EXPECT_TRUE(queue.RemoveFront());
+    const auto pHandler = std::make_unique<CClientMsgHandler>(false);
+    EXPECT_TRUE(pHandler->QueuePPC(enFader, enMicInput, 0, 0, 0.5f));
+    EXPECT_TRUE(pHandler->QueuePPC(enSwitch, enMicInput, 0, 0, 1));
+    EXPECT_TRUE(pHandler->QueuePPC(enString, enMicInput, 0, 0, RyGConsoleString("x")));
+    EXPECT_TRUE(pHandler->QueuePPC(message));
+    CPPCSender(1, pHandler.get()).Do(); // to no address
+    EXPECT_EQ(0, pHandler->GetPPCBufferSize());
+}
+
+TEST(Exports, HoldScopesAndBlocks)
+{
+    const auto pImage = std::make_unique<CBMAContainer>();
+    const auto pOther = std::make_unique<CBMAContainer>();
+    CCBMAContainerScopeMask mask;
+    stPPCWithSI record;
+    EXPECT_EQ(1, mask.BlockAssign(1));
+    EXPECT_EQ(1, mask.BlockWrite(&record, 1));
+    pImage->ExportScopedParameters(*pOther, true, true, &mask);
+    pImage->ImportScopedParameters(*pOther, true, true);
+    pImage->ExportGlobalParameters(*pOther);
+    pImage->ImportGlobalParameters(*pOther);
+    pImage->ExportStoreScope(*pOther, &mask);
+    pImage->ExportRecallScope(*pOther, &mask);
+    pImage->BlockWriteStoreScope(&record, 1);
+    EXPECT_TRUE(pImage->SetReadBlocks(enFader, enMicInput, 0, 0));
+    EXPECT_EQ(1, pImage->BlockReadPPC(&record, 1, CBMAContainer::m_anScopeMasks[0]));
+    EXPECT_EQ(1, pImage->BlockWriteScopelessPPC(&record, 1));
+    CBMAContainer::stBlockRef cursor;
+    EXPECT_TRUE(pImage->SetBlockPosition(enFader, enMicInput, 0, 0, cursor, Int2Type<4>()));
+}
+
 TEST(Exports, HoldTheRuntime)
 {
     CCritSec section;

@@ -302,8 +302,8 @@ TEST_F(ConsoleImage, IsAllZeroWhenFresh)
 TEST_F(ConsoleImage, CursorIsNowhereWhenFresh)
 {
     const CBMAContainer::stBlockRef cursor;
-    EXPECT_THAT((std::vector<long>{cursor.nMessageType, cursor.nPathType, cursor.nPath, cursor.nParameter, cursor.lCount,
-                                   cursor.lBaseIndex}),
+    EXPECT_THAT((std::vector<std::int64_t>{cursor.nMessageType, cursor.nPathType, cursor.nPath, cursor.nParameter, cursor.lCount,
+                                           cursor.nBaseIndex}),
                 ElementsAre(-1, -1, 0, 0, 0, 0));
     EXPECT_EQ(nullptr, cursor.pMemory);
 }

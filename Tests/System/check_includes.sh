@@ -14,7 +14,7 @@ allow()
 
 allow InHouse/RySocketIO "RySocketIO"
 allow Common/Runtime "Runtime"
-allow Common/LogicalControls "Runtime|RyGConsoleString|ClientComms/SimpleUDPPPCSender"
+allow Common/LogicalControls "Runtime|RyGConsoleString|Messages/PPCPacket|ClientComms/SimpleUDPPPCSender"
 allow Common/Messages "Runtime|RyGConsoleString|LogicalControls/ParameterModel"
 allow Common/ClientComms "Runtime|RyGConsoleString|RySocketIO|LogicalControls|Messages"
 

@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <chrono>
 #include <cstring>
+#include <new>
 #include <thread>
 
 using RySocketIO::CUtility;
@@ -17,6 +18,9 @@ constexpr std::int64_t c_nMicrosecondsPerSecond = 1000000;
 constexpr std::int64_t c_nTimeoutMicroseconds = 60000; // an MC that is silent for longer has timed out
 
 constexpr int c_nTriesAtOnce = 100;
+
+constexpr int c_nBorrowedAtOnce = 64; // messages taken in hand under one hold of the queue's lock
+constexpr std::chrono::milliseconds c_FruitlessRest(1);
 
 const char* FlagText(unsigned char ucFlag)
 {
@@ -91,7 +95,8 @@ CUpdateTiming::stState CUpdateTiming::Read() const
 CClientMsgHandler::CClientMsgHandler(bool bFlag)
     : RySocketIO::CSocket(RySocketIO::enConnectionUDP, bFlag, false), m_SenderMutex(CMutex::enNormal), m_bSenderChanged(false),
       m_nCurrentCache(0), m_aucNewUpdate(), m_aucError(), m_unStartSeconds(0), m_nStartMicroseconds(0), m_nMCTimeouts(0),
-      m_unDefaultPort(0), m_unSequence(0), m_unProcessedSequence(0)
+      m_unDefaultPort(0), m_pSendPacket(new UDP_PACKET), m_bSending(false), m_bStopSending(false), m_unSequence(0),
+      m_unProcessedSequence(0)
 {
     ResetRemoteAddresses();
     for (int nCache = 0; nCache < enCaches; ++nCache)
@@ -122,9 +127,67 @@ bool CClientMsgHandler::InitialiseClient(unsigned int unPort, const char* szLoca
     return bOpened || bJoined;
 }
 
+bool CClientMsgHandler::StartPPCSender(int nPeriod)
+{
+    if (m_pPPCSender != nullptr)
+    {
+        CUtility::Debug("CClientMsgHandler::StartPPCSender - already have sender");
+        return false;
+    }
+    CUtility::Debug("CClientMsgHandler::StartPPCSender - about to new!");
+    m_pPPCSender.reset(new (std::nothrow) CPPCSender(nPeriod, this));
+    if (m_pPPCSender != nullptr)
+    {
+        CUtility::Debug("CClientMsgHandler::StartPPCSender - created sender");
+    }
+    const bool bStarted = m_pPPCSender != nullptr && m_pPPCSender->Start(-1);
+    CUtility::Debug("CClientMsgHandler::StartPPCSender start %d", bStarted);
+    return bStarted;
+}
+
+void CClientMsgHandler::StopPPCSender()
+{
+    if (m_pPPCSender != nullptr)
+    {
+        m_bStopSending = true;
+        m_pPPCSender->Stop();
+        m_bStopSending = false;
+    }
+}
+
 void CClientMsgHandler::Shutdown()
 {
+    StopPPCSender();
     StopReceiving();
+}
+
+bool CClientMsgHandler::SendAll()
+{
+    if (m_bSending.exchange(true))
+    {
+        return false;
+    }
+    const bool bLastSend = SendQueue();
+    m_bSending = false;
+    return bLastSend;
+}
+
+bool CClientMsgHandler::GenerateMultiplePPCPacket(const unsigned char* pData, int nSize, UDP_PACKET* pPacket)
+{
+    if (nSize > c_nMaxPayload || nSize < 0 || pPacket == nullptr || (pData == nullptr && nSize > 0))
+    {
+        return false;
+    }
+    pPacket->header.nType = enDatagramPPC;
+    pPacket->header.unMessageId = CClock::Seconds();
+    pPacket->header.unPacketNumber = 1;
+    pPacket->header.unTotal = 1;
+    pPacket->header.unPayloadLength = static_cast<std::uint32_t>(nSize);
+    if (nSize > 0 && pData != pPacket->acPayload) // records that were packed in place are there already
+    {
+        std::memmove(pPacket->acPayload, pData, static_cast<std::size_t>(nSize));
+    }
+    return true;
 }
 
 void CClientMsgHandler::OnReceivedData(char* pData, long lLength, const RySocketIO::CIPString& sender)
@@ -296,6 +359,121 @@ void CClientMsgHandler::RememberSender(const RySocketIO::CIPString& sender)
     {
         m_Sender = sender;
         m_bSenderChanged = true;
+    }
+}
+
+// One datagram a pass, until the queue is drained. A message that can't be packed, however often it is met, leaves the passes
+// without a result; so that they don't take the processor, each then rests.
+bool CClientMsgHandler::SendQueue()
+{
+    bool bLastSend = false;
+    int nPPCs = 0;
+    int nSent = 0;
+    for (bool bDrained = false; !bDrained;)
+    {
+        int nSize = 0;
+        const int nPacked = PackRecords(nSize, bDrained);
+        if (nPacked > 0)
+        {
+            SendPacket(nSize, bLastSend, nSent);
+            CUtility::Debug("CClientMsgHandler::SendAll - sent %d PPCs in this packet", nPacked);
+            nPPCs += nPacked;
+        }
+        if (bDrained && nSent > 0)
+        {
+            CUtility::Debug("CClientMsgHandler::SendAll - \n\n\t\tsent %d PPCs total in %d packets", nPPCs, nSent);
+        }
+        if (m_bStopSending)
+        {
+            break;
+        }
+        if (!bDrained && nPacked == 0)
+        {
+            std::this_thread::sleep_for(c_FruitlessRest);
+        }
+    }
+    return bLastSend;
+}
+
+// Moves records from the front of the queue into the send packet. Returns how many, nSize their bytes.
+int CClientMsgHandler::PackRecords(int& nSize, bool& bDrained)
+{
+    int nPacked = 0;
+    for (bool bFull = false; !bFull && !bDrained;)
+    {
+        CRawPPCMsg* apEntries[c_nBorrowedAtOnce];
+        const int nEntries = BorrowPPCs(apEntries, c_nBorrowedAtOnce);
+        bDrained = nEntries == 0;
+        int nDone = 0;
+        for (; nDone < nEntries; ++nDone)
+        {
+            int nCode = 0;
+            if (apEntries[nDone]->HaveError(&nCode))
+            {
+                CUtility::Debug("CClientMsgHandler::GetPPCBufferSize - error serialising PPC msg: %d", nCode);
+                bDrained = true;
+                break;
+            }
+            unsigned char* pFree = m_pSendPacket->acPayload + nSize;
+            const std::size_t unRecord = apEntries[nDone]->WriteTo(pFree, static_cast<std::size_t>(c_nMaxPayload - nSize));
+            if (unRecord == 0)
+            {
+                bFull = true;
+                break;
+            }
+            nSize += static_cast<int>(unRecord);
+        }
+        GiveBackPPCs(apEntries, nDone);
+        nPacked += nDone;
+    }
+    return nPacked;
+}
+
+int CClientMsgHandler::BorrowPPCs(CRawPPCMsg** ppEntries, int nMax)
+{
+    const CLockGuard<CCritSec> guard(m_PPCBufferLock);
+    return guard.IsHeld() ? m_PPCBuffer.Borrow(ppEntries, nMax) : 0;
+}
+
+// The first nDone of the borrowed entries are packed.
+void CClientMsgHandler::GiveBackPPCs(CRawPPCMsg* const* ppEntries, int nDone)
+{
+    int nOwned = 0;
+    int nMissing = 0;
+    {
+        const CLockGuard<CCritSec> guard(m_PPCBufferLock);
+        if (guard.IsHeld())
+        {
+            nOwned = m_PPCBuffer.GiveBack(nDone, nMissing);
+        }
+    }
+    for (int nEntry = 0; nEntry < nOwned; ++nEntry)
+    {
+        delete[] ppEntries[nEntry];
+    }
+    for (; nMissing > 0; --nMissing)
+    {
+        CUtility::Debug("CClientMsgHandler::GetPPCBufferSize - remove from queue failed");
+    }
+}
+
+// To every remote address; nSent counts the sends that succeeded.
+void CClientMsgHandler::SendPacket(int nSize, bool& bLastSend, int& nSent)
+{
+    if (!GenerateMultiplePPCPacket(m_pSendPacket->acPayload, nSize, m_pSendPacket.get()))
+    {
+        CUtility::Debug("CClientMsgHandler::SendAll - data too large for packet");
+        return;
+    }
+    const int nDatagram = c_nDatagramHeader + nSize;
+    CUtility::Debug("CClientMsgHandler::SendAll - sending, size %d", nDatagram);
+    for (int nAddress = 0; nAddress < m_nRemoteAddresses; ++nAddress)
+    {
+        const stRemoteAddress& address = m_aRemoteAddresses[nAddress];
+        const unsigned int unPort = address.nPort != 0 ? static_cast<unsigned int>(address.nPort) : m_unDefaultPort;
+        bLastSend = Send(address.acAddress, unPort, reinterpret_cast<const char*>(m_pSendPacket.get()), nDatagram);
+        CUtility::Debug("CClientMsgHandler::SendAll - send packet %d", bLastSend);
+        nSent += bLastSend ? 1 : 0;
     }
 }
 

@@ -2,6 +2,7 @@
 #pragma once
 
 #include "ClientComms/MsgHandlerBase.h"
+#include "ClientComms/PPCSender.h"
 #include "Messages/MCUpdateMsg.h"
 #include "Runtime/Export.h"
 #include "Runtime/Locks.h"
@@ -53,15 +54,21 @@ private:
     std::atomic<std::uint32_t> m_unWantedEpoch;
 };
 
-// Receives the MC's updates. Its socket's receive thread joins and decodes them into one of two caches in turn; UpdateBMA, which
-// the application calls from its own loop, hands each new one to ProcessMCUpdate, where the application writes it into its image.
+// Receives the MC's updates, and sends changes to it. Its socket's receive thread joins and decodes them into one of two caches in
+// turn; UpdateBMA, which the application calls from its own loop, hands each new one to ProcessMCUpdate, where the application
+// writes it into its image.
 //
 //     construct; InitialiseClient; again and again UpdateBMA; destruct
 //
-// The handler owns its caches. Two threads meet here: the receive thread (OnReceivedData, ReceivedMCData) and the application's
-// (everything else). A cache's mutex is held while a message is joined and decoded into it, and while the application looks at
-// it, so an update is never torn; no two locks are ever held at once. A class that derives from this one calls Shutdown first
-// thing in its destructor: the receive thread calls virtual functions of the object.
+// Changes are queued from any thread (QueuePPC) and leave in batches, on the sender thread:
+//
+//     SetRemoteAddress; InitialiseClient; StartPPCSender; again and again QueuePPC
+//
+// The handler owns its caches and its sender. Three threads meet here: the receive thread (OnReceivedData, ReceivedMCData), the
+// sender's (SendAll) and the application's (everything else). A cache's mutex is held while a message is joined and decoded into
+// it, and while the application looks at it, so an update is never torn; the PPC buffer's lock is held for single operations of the
+// queue, never while records are packed or sent; no two locks are ever held at once. A class that derives from this one calls
+// Shutdown first thing in its destructor: both threads call virtual functions of the object.
 //
 // UpdateBMA applies the first cache before the second, whichever is newer: GetUpdateSequence tells.
 //
@@ -87,13 +94,29 @@ public:
     // null for the system's choice. True when the port or the group could be had: look at GetLocalPort to tell.
     bool InitialiseClient(unsigned int unPort, const char* szLocalAddress, const char* szGroup, const char* szInterfaceAddress);
 
-    // Stops the receive thread.
+    // Starts the thread that calls SendAll, every nPeriod milliseconds. Once only: a second time is refused, after StopPPCSender
+    // as well. Remote addresses and InitialiseClient come before it.
+    bool StartPPCSender(int nPeriod);
+
+    // Stops that thread after the datagram that it may be sending. What is queued stays queued.
+    void StopPPCSender();
+
+    // Stops both threads.
     void Shutdown();
 
     using CMsgHandlerBase::OnReceivedData;
 
     // Receive thread: one datagram, with the address it came from.
     void OnReceivedData(char* pData, long lLength, const RySocketIO::CIPString& sender) override;
+
+    // Sends what is queued, and what is added meanwhile: as many whole records in each datagram as fit, each datagram to every
+    // remote address. The result is that of the last send: false, too, when there was nothing to send. A message with an error
+    // stays in front of those behind it until ClearPPCBuffer. Belongs to one thread, the sender's once that is started; false
+    // when another is at it.
+    virtual bool SendAll();
+
+    // Makes a datagram of serialised records. False for more than a datagram holds, and without a packet.
+    bool GenerateMultiplePPCPacket(const unsigned char* pData, int nSize, UDP_PACKET* pPacket);
 
     // Hands an update to the application, which returns a result of its own for UpdateBMA. Called with the cache's mutex held:
     // it must not call UpdateBMA, and the update's arrays are valid for the length of the call only: it is a shallow message, of
@@ -142,6 +165,11 @@ private:
     void DecodeUpdate(int nCache, const unsigned char* pData, long lLength);
     void RememberSender(const RySocketIO::CIPString& sender);
     int ApplyCache(int nCache, int nResult, bool& bApplied);
+    bool SendQueue();
+    int PackRecords(int& nSize, bool& bDrained);
+    int BorrowPPCs(CRawPPCMsg** ppEntries, int nMax);
+    void GiveBackPPCs(CRawPPCMsg* const* ppEntries, int nDone);
+    void SendPacket(int nSize, bool& bLastSend, int& nSent);
 
     stUpdateData m_aCaches[enCaches];
     RySocketIO::CIPString m_Sender; // written by the receive thread; guarded by m_SenderMutex
@@ -156,7 +184,11 @@ private:
     std::atomic<std::uint32_t> m_unStartSeconds; // 0 until InitialiseClient
     std::atomic<std::int32_t> m_nStartMicroseconds;
     int m_nMCTimeouts;
-    unsigned int m_unDefaultPort;        // for remote addresses without one
+    unsigned int m_unDefaultPort; // for remote addresses without one
+    std::unique_ptr<CPPCSender> m_pPPCSender;
+    std::unique_ptr<UDP_PACKET> m_pSendPacket; // of the thread that is in SendAll
+    std::atomic<bool> m_bSending;
+    std::atomic<bool> m_bStopSending;
     std::uint32_t m_unSequence;          // of the update decoded last; of the receive thread
     std::uint32_t m_unProcessedSequence; // of the application's thread
 };

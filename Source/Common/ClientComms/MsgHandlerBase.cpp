@@ -5,6 +5,8 @@
 #include <algorithm>
 #include <cstdint>
 #include <cstring>
+#include <new>
+#include <utility>
 
 using RySocketIO::CUtility;
 
@@ -142,6 +144,38 @@ bool CMsgHandlerBase::LocatePacketsOfMessage(const UDP_PACKET** ppTable, long lM
     return missing() == 0;
 }
 
+bool CMsgHandlerBase::QueuePPC(tagenPPCMessageType enType, tagenVirtualPathType enPathType, int nPath, int nParam, float fValue)
+{
+    return QueueRecord({enType, enPathType, nPath, nParam}, fValue);
+}
+
+bool CMsgHandlerBase::QueuePPC(tagenPPCMessageType enType, tagenVirtualPathType enPathType, int nPath, int nParam, int nValue)
+{
+    return QueueRecord({enType, enPathType, nPath, nParam}, nValue);
+}
+
+bool CMsgHandlerBase::QueuePPC(tagenPPCMessageType enType, tagenVirtualPathType enPathType, int nPath, int nParam,
+                               const RyGConsoleString& strValue)
+{
+    return QueueRecord({enType, enPathType, nPath, nParam}, strValue);
+}
+
+bool CMsgHandlerBase::QueuePPC(const CRawPPCMsg& message)
+{
+    if (message.HaveError(nullptr) || message.Value() == nullptr || message.GetTotalSize() > c_nMaxPayload ||
+        message.GetTotalSize() < 0)
+    {
+        CUtility::Debug("CMsgHandlerBase::QueuePPC - refused: a message that could never be sent");
+        return false;
+    }
+    std::unique_ptr<CRawPPCMsg[]> pMessage(new (std::nothrow) CRawPPCMsg[1]);
+    if (pMessage != nullptr)
+    {
+        pMessage[0] = message;
+    }
+    return Enqueue(std::move(pMessage));
+}
+
 int CMsgHandlerBase::GetPPCBufferSize()
 {
     const CLockGuard<CCritSec> guard(m_PPCBufferLock);
@@ -155,6 +189,36 @@ void CMsgHandlerBase::ClearPPCBuffer()
     {
         m_PPCBuffer.ClearQueue();
     }
+}
+
+template <typename T>
+bool CMsgHandlerBase::QueueRecord(const stPPCAddress& address, const T& value)
+{
+    std::unique_ptr<CRawPPCMsg[]> pMessage(new (std::nothrow) CRawPPCMsg[1]);
+    if (pMessage != nullptr && (!IsParameterAddress(address.enType, address.enPathType, address.nPath, address.nParam) ||
+                                !pMessage[0].SetPPC(address.enType, address.enPathType, address.nPath, address.nParam, value)))
+    {
+        CUtility::Debug("CMsgHandlerBase::QueuePPC - refused: msg type (%d), path type (%d), path (%d), parameter (%d)",
+                        static_cast<int>(address.enType), static_cast<int>(address.enPathType), address.nPath, address.nParam);
+        return false;
+    }
+    return Enqueue(std::move(pMessage));
+}
+
+// Null is a message for which there was no memory.
+bool CMsgHandlerBase::Enqueue(std::unique_ptr<CRawPPCMsg[]> pMessage)
+{
+    if (pMessage != nullptr && !pMessage[0].HaveError(nullptr))
+    {
+        const CLockGuard<CCritSec> guard(m_PPCBufferLock);
+        if (guard.IsHeld() && m_PPCBuffer.AddMsgToTail(pMessage.get()))
+        {
+            pMessage.release(); // the queue's
+            return true;
+        }
+    }
+    CUtility::Debug("CMsgHandlerBase::QueuePPC - no memory");
+    return false;
 }
 
 // Joins a complete table, or writes nothing when the buffer is too small for all of it.

@@ -6,6 +6,8 @@
 #include "Runtime/Export.h"
 #include "Runtime/Locks.h"
 
+#include <memory>
+
 // The base of the client's message handler. It joins the fragments of a message: a ring keeps the last 50 that came, and the
 // one that completes a message is joined with those from the ring, in number order whatever the order of arrival. Fragments are
 // matched by message id alone. They stay in the ring until newer ones overwrite them, so a repeated last fragment completes its
@@ -46,6 +48,19 @@ public:
     // false at once for a total outside 1 to 5.
     bool LocatePacketsOfMessage(const UDP_PACKET** ppTable, long lMessageId, int nTotal);
 
+    // Any thread: queues a change to be sent to every remote address. The value is a float for rotaries and faders, a string for
+    // strings, an int for switches, integers, others and meters. False, with a line in the log, for what could never be sent or
+    // would be refused at the other end: an address that names no parameter, a value of another type; a message that holds an error
+    // or no value, or is larger than a datagram; and without memory.
+    bool QueuePPC(tagenPPCMessageType enType, tagenVirtualPathType enPathType, int nPath, int nParam, float fValue);
+    bool QueuePPC(tagenPPCMessageType enType, tagenVirtualPathType enPathType, int nPath, int nParam, int nValue);
+    bool QueuePPC(tagenPPCMessageType enType, tagenVirtualPathType enPathType, int nPath, int nParam,
+                  const RyGConsoleString& strValue);
+
+    // The same for a copy of a message, whatever it addresses.
+    bool QueuePPC(const CRawPPCMsg& message);
+
+    // Any thread: how many changes wait, and an end to all of them.
     int GetPPCBufferSize();
     void ClearPPCBuffer();
 
@@ -71,6 +86,10 @@ private:
         enAnyType = -1,
         enFreeSlot = -1
     };
+
+    template <typename T>
+    bool QueueRecord(const stPPCAddress& address, const T& value);
+    bool Enqueue(std::unique_ptr<CRawPPCMsg[]> pMessage);
 
     bool JoinFragments(const UDP_PACKET* const* ppTable, int nTotal, unsigned char* pBuffer, int& nBufferSize, bool bCopy);
     void StoreFragment(const char* pData, long lLength);

@@ -1,39 +1,58 @@
 #include "ClientComms/RawPPCQueue.h"
 
-CRawPPCQueue::CRawPPCQueue() = default;
+#include <algorithm>
+#include <exception>
+
+CRawPPCQueue::CRawPPCQueue() : m_nBorrowed(0), m_nRemoved(0) {}
 
 CRawPPCQueue::~CRawPPCQueue() = default;
 
-void CRawPPCQueue::AddMsgToTail(MemPool::CMemPoolBase* pMessage)
+bool CRawPPCQueue::AddMsgToTail(CRawPPCMsg* pMessages)
 {
-    if (pMessage != nullptr)
+    if (pMessages == nullptr)
     {
-        m_Messages.emplace_back(pMessage);
+        return true;
     }
+    try
+    {
+        m_Entries.emplace_back();
+    }
+    catch (const std::exception&)
+    {
+        return false;
+    }
+    m_Entries.back().reset(pMessages);
+    return true;
 }
 
-MemPool::CMemPoolBase* CRawPPCQueue::GetFrontMsg(bool bPop)
+CRawPPCMsg* CRawPPCQueue::GetFrontMsg(bool bPop)
 {
-    if (m_Messages.empty())
+    if (m_Entries.empty() || (bPop && m_nBorrowed > 0))
     {
         return nullptr;
     }
-    if (!bPop)
+    CRawPPCMsg* pMessages = m_Entries.front().get();
+    if (bPop)
     {
-        return m_Messages.front().get();
+        m_Entries.front().release();
+        m_Entries.pop_front();
     }
-    MemPool::CMemPoolBase* pMessage = m_Messages.front().release();
-    m_Messages.pop_front();
-    return pMessage;
+    return pMessages;
 }
 
 bool CRawPPCQueue::RemoveFront()
 {
-    if (m_Messages.empty())
+    if (m_Entries.empty())
     {
         return false;
     }
-    m_Messages.pop_front();
+    if (m_nBorrowed > 0)
+    {
+        m_Entries.front().release(); // the sender deletes it
+        --m_nBorrowed;
+        ++m_nRemoved;
+    }
+    m_Entries.pop_front();
     return true;
 }
 
@@ -46,5 +65,33 @@ void CRawPPCQueue::ClearQueue()
 
 int CRawPPCQueue::GetQueueSize() const
 {
-    return static_cast<int>(m_Messages.size());
+    return static_cast<int>(m_Entries.size());
+}
+
+int CRawPPCQueue::Borrow(CRawPPCMsg** ppEntries, int nMax)
+{
+    if (m_nBorrowed > 0 || m_nRemoved > 0)
+    {
+        return 0;
+    }
+    m_nBorrowed = std::max(0, std::min(nMax, GetQueueSize()));
+    for (int nEntry = 0; nEntry < m_nBorrowed; ++nEntry)
+    {
+        ppEntries[nEntry] = m_Entries[static_cast<std::size_t>(nEntry)].get();
+    }
+    return m_nBorrowed;
+}
+
+int CRawPPCQueue::GiveBack(int nDone, int& nMissing)
+{
+    nMissing = std::max(0, std::min(nDone, m_nRemoved));
+    int nOwned = m_nRemoved;
+    for (; nOwned < nDone && m_nBorrowed > 0; ++nOwned, --m_nBorrowed)
+    {
+        m_Entries.front().release();
+        m_Entries.pop_front();
+    }
+    m_nBorrowed = 0;
+    m_nRemoved = 0;
+    return nOwned;
 }

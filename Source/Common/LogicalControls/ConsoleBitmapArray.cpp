@@ -1,6 +1,7 @@
 #include "LogicalControls/ConsoleBitmapArray.h"
 
 #include "ClientComms/SimpleUDPPPCSender.h"
+#include "LogicalControls/BlockPosition.h"
 #include "LogicalControls/CheckWord.h"
 #include "Runtime/Assertion.h"
 
@@ -14,37 +15,6 @@ const char c_szSource[] = "Source/Common/LogicalControls/ConsoleBitmapArray";
 
 constexpr int c_nMicInputs = 144;
 constexpr int c_nMicInputPatch = 16; // the integer that holds a mic input's patching
-
-// Calls visit with the array of a message type. False, and no call, for a type that does not exist.
-template <class Family, class Visitor>
-bool VisitArray(Family& family, tagenPPCMessageType enType, Visitor visit)
-{
-    switch (enType)
-    {
-    case enString:
-        visit(family.strings);
-        return true;
-    case enRotary:
-        visit(family.rotaries);
-        return true;
-    case enSwitch:
-        visit(family.switches);
-        return true;
-    case enInteger:
-        visit(family.integers);
-        return true;
-    case enFader:
-        visit(family.faders);
-        return true;
-    case enOther:
-        visit(family.others);
-        return true;
-    case enMeter:
-        visit(family.meters);
-        return true;
-    }
-    return false;
-}
 
 } // namespace
 
@@ -234,52 +204,6 @@ void CBMAContainer::GetPPCSI(tagenPPCMessageType enType, tagenVirtualPathType en
     }
 }
 
-void CBMAContainer::SetPPCStoreScope(tagenPPCMessageType enType, tagenVirtualPathType enPathType, int nPath, int nParam, int nValue)
-{
-    SetScopeFlag(enStoreScope, enType, enPathType, nPath, nParam, nValue);
-}
-
-void CBMAContainer::SetPPCRecallScope(tagenPPCMessageType enType, tagenVirtualPathType enPathType, int nPath, int nParam,
-                                      int nValue)
-{
-    SetScopeFlag(enRecallScope, enType, enPathType, nPath, nParam, nValue);
-}
-
-void CBMAContainer::SetPPCGlobalScope(tagenPPCMessageType enType, tagenVirtualPathType enPathType, int nPath, int nParam,
-                                      int nValue)
-{
-    SetScopeFlag(enGlobalScope, enType, enPathType, nPath, nParam, nValue);
-}
-
-void CBMAContainer::SetPPCSafeScope(tagenPPCMessageType enType, tagenVirtualPathType enPathType, int nPath, int nParam, int nValue)
-{
-    SetScopeFlag(enSafeScope, enType, enPathType, nPath, nParam, nValue);
-}
-
-void CBMAContainer::GetPPCStoreScope(tagenPPCMessageType enType, tagenVirtualPathType enPathType, int nPath, int nParam,
-                                     int& nValue) const
-{
-    GetScopeFlag(enStoreScope, enType, enPathType, nPath, nParam, nValue);
-}
-
-void CBMAContainer::GetPPCRecallScope(tagenPPCMessageType enType, tagenVirtualPathType enPathType, int nPath, int nParam,
-                                      int& nValue) const
-{
-    GetScopeFlag(enRecallScope, enType, enPathType, nPath, nParam, nValue);
-}
-
-void CBMAContainer::GetPPCGlobalScope(tagenPPCMessageType enType, tagenVirtualPathType enPathType, int nPath, int nParam,
-                                      int& nValue) const
-{
-    GetScopeFlag(enGlobalScope, enType, enPathType, nPath, nParam, nValue);
-}
-
-void CBMAContainer::GetPPCSafeScope(tagenPPCMessageType enType, tagenVirtualPathType enPathType, int nPath, int nParam,
-                                    int& nValue) const
-{
-    GetScopeFlag(enSafeScope, enType, enPathType, nPath, nParam, nValue);
-}
-
 int CBMAContainer::GetCommonParamTypePPC(tagenVirtualPathType enPathType, int nPath, enCommonParamTypes enCommonType) const
 {
     int nValue = 0;
@@ -451,16 +375,4 @@ void CBMAContainer::Send(tagenPPCMessageType enType, tagenVirtualPathType enPath
     {
         m_pSimpleSender->SendPPCMessage<Value>(enType, enPathType, nPath, nParam, value, bFlag);
     }
-}
-
-void CBMAContainer::SetScopeFlag(enScopes enScope, tagenPPCMessageType enType, tagenVirtualPathType enPathType, int nPath,
-                                 int nParam, int nValue)
-{
-    VisitArray(m_aScopeFlags[enScope], enType, [&](auto& flags) { flags.SetPPC(enPathType, nPath, nParam, nValue); });
-}
-
-void CBMAContainer::GetScopeFlag(enScopes enScope, tagenPPCMessageType enType, tagenVirtualPathType enPathType, int nPath,
-                                 int nParam, int& nValue) const
-{
-    VisitArray(m_aScopeFlags[enScope], enType, [&](const auto& flags) { flags.GetPPC(enPathType, nPath, nParam, nValue); });
 }

@@ -3,12 +3,14 @@
 
 #include "LogicalControls/ParameterArray.h"
 #include "LogicalControls/ParameterModel.h"
+#include "Messages/PPCPacket.h"
 #include "Runtime/Export.h"
 #include "RyGConsoleString.h"
 
 #include <cstdint>
 #include <memory>
 
+class CCBMAContainerScopeMask;
 class SimpleUDPPPCSender;
 
 // An image of every parameter of the console: one value array a message type, a store, recall, global and safe flag for each
@@ -33,21 +35,21 @@ class SimpleUDPPPCSender;
 class LOGICALCONTROLS_EXPORT CBMAContainer
 {
 public:
-    // Where a block operation stands: a parameter, and the memory of its path.
+    // A block cursor: where a block operation stands. Fresh, it stands before the first parameter.
     struct stBlockRef
     {
-        stBlockRef() : nMessageType(-1), nPathType(-1), nPath(0), nParameter(0), pMemory(nullptr), lCount(0), lBaseIndex(0) {}
+        stBlockRef() : nMessageType(-1), nPathType(-1), nPath(0), nParameter(0), pMemory(nullptr), lCount(0), nBaseIndex(0) {}
 
         int nMessageType;
         int nPathType;
         int nPath;
         int nParameter;
-        void* pMemory;   // bits or elements
-        long lCount;     // parameters of the path
-        long lBaseIndex; // of its parameter 0
+        void* pMemory;           // the block: elements, or bits
+        long lCount;             // parameters of the path
+        std::int64_t nBaseIndex; // the flat number in the block of its parameter 0
     };
 
-    // The scopes by index: store, recall, global, safe.
+    // The scopes by index: store, recall, global, safe. A block operation's nScope is one of these.
     static const int m_anScopeMasks[4];
 
     CBMAContainer();
@@ -90,6 +92,83 @@ public:
     void GetPPCRecallScope(tagenPPCMessageType enType, tagenVirtualPathType enPathType, int nPath, int nParam, int& nValue) const;
     void GetPPCGlobalScope(tagenPPCMessageType enType, tagenVirtualPathType enPathType, int nPath, int nParam, int& nValue) const;
     void GetPPCSafeScope(tagenPPCMessageType enType, tagenVirtualPathType enPathType, int nPath, int nParam, int& nValue) const;
+
+    // Set or clear one scope's flag of each record, by its value as an int. Records of one path that follow each other cost one
+    // look-up. A record whose path type is 51 or more counts as of the path that was looked up last in this call.
+    void BlockWriteStoreScope(stPPCWithSI* pRecords, int nCount);
+    void BlockWriteRecallScope(stPPCWithSI* pRecords, int nCount);
+    void BlockWriteGlobalScope(stPPCWithSI* pRecords, int nCount);
+    void BlockWriteSafeScope(stPPCWithSI* pRecords, int nCount);
+
+    // Print one scope's flags of the parameters in the list to standard output: of path nPath, whatever path the records name. The
+    // list ends at a record whose message type or path type is -1. All four close with the Store line: that is meant.
+    void DumpStoreScopeParams(const tPPCPacket* pList, int nPath) const;
+    void DumpRecallScopeParams(const tPPCPacket* pList, int nPath) const;
+    void DumpGlobalScopeParams(const tPPCPacket* pList, int nPath) const;
+    void DumpSafeScopeParams(const tPPCPacket* pList, int nPath) const;
+
+    // Values and scope flags between two images, for shows. A value moves, with its SI float, where two of the flags below are
+    // both set; a clear safe flag therefore protects a parameter. Meters never move. Nothing is sent, and no global flag is
+    // cleared: values that were written one by one since their global flag was set stay out of the global exchange.
+    //
+    //   ImportGlobalParameters    from source, where global and safe are set here
+    //   ExportGlobalParameters    to destination, where global and safe are set here
+    //   ImportScopedParameters    from source, where recall and safe are set here
+    //   ExportScopedParameters    to destination, where store and safe are set here; with a mask, where the mask and safe are; with
+    //                             the safe-override switch (switch 230 of the globals) on and no mask, where store alone is
+    //
+    // With bStore or bRecall the source's store or recall flags are copied to the other image first, those of meters left out.
+    void ImportGlobalParameters(const CBMAContainer& source);
+    void ExportGlobalParameters(CBMAContainer& destination) const;
+    void ImportScopedParameters(const CBMAContainer& source, bool bStore, bool bRecall);
+    void ExportScopedParameters(CBMAContainer& destination, bool bStore, bool bRecall, const CCBMAContainerScopeMask* pMask) const;
+
+    // Copies the store, or recall, flags of everything but meters: all, or those that the mask names.
+    void ExportStoreScope(CBMAContainer& destination, const CCBMAContainerScopeMask* pMask) const;
+    void ExportRecallScope(CBMAContainer& destination, const CCBMAContainerScopeMask* pMask) const;
+
+    // Block transfer: an image as records. Reading goes on from the read cursor in flat order (message type, path type, path,
+    // parameter), writing goes by the records' addresses, in any order; records of one path that follow each other cost one
+    // look-up. Both leave what a record's type has no use for as it was.
+    //
+    //     image.SetReadBlock(enString, enGlobals, 0, 0);
+    //     while ((n = image.BlockReadPPC(records, 1000, CBMAContainer::m_anScopeMasks[0])) > 0)
+    //         other.BlockWritePPC(records, n, CBMAContainer::m_anScopeMasks[0]);
+
+    // Fills records with address, value, SI float (rotaries and faders) and, but for the scopeless form, one scope's flag. Returns
+    // how many: 0 at the end of the image.
+    int BlockReadPPC(stPPCWithSI* pRecords, int nCount, int nScope);
+    int BlockReadScopelessPPC(stPPCWithSI* pRecords, int nCount);
+
+    // Writes value and SI float and, but for the scopeless form, the scope's flag of each record. Returns how many: a record whose
+    // address names no parameter is passed over. Clears no global flag, and sends nothing.
+    int BlockWritePPC(stPPCWithSI* pRecords, int nCount, int nScope);
+    int BlockWriteScopelessPPC(stPPCWithSI* pRecords, int nCount);
+
+    // Places the read cursor; false, and the cursor unmoved, when there is no such parameter. At the end of the image its message
+    // type is 7. SetReadBlocks places two more beside it, on the recall and the store flags; GetReadBlocks shows these three, in
+    // the order value, recall, store.
+    bool SetReadBlock(tagenPPCMessageType enType, tagenVirtualPathType enPathType, int nPath, int nParam);
+    bool SetReadBlocks(tagenPPCMessageType enType, tagenVirtualPathType enPathType, int nPath, int nParam);
+    const stBlockRef& GetReadBlock() const;
+    const stBlockRef* GetReadBlocks() const;
+
+    // Places a cursor on a parameter's value (tag 0) or on its recall (1), store (2), global (3) or safe flag (4). True when there
+    // is such a parameter. A path type of 51 or more leaves the cursor as it was; without a block it has null memory.
+    bool SetBlockPosition(tagenPPCMessageType enType, tagenVirtualPathType enPathType, int nPath, int nParam, stBlockRef& cursor,
+                          Int2Type<0>);
+    bool SetBlockPosition(tagenPPCMessageType enType, tagenVirtualPathType enPathType, int nPath, int nParam, stBlockRef& cursor,
+                          Int2Type<1>);
+    bool SetBlockPosition(tagenPPCMessageType enType, tagenVirtualPathType enPathType, int nPath, int nParam, stBlockRef& cursor,
+                          Int2Type<2>);
+    bool SetBlockPosition(tagenPPCMessageType enType, tagenVirtualPathType enPathType, int nPath, int nParam, stBlockRef& cursor,
+                          Int2Type<3>);
+    bool SetBlockPosition(tagenPPCMessageType enType, tagenVirtualPathType enPathType, int nPath, int nParam, stBlockRef& cursor,
+                          Int2Type<4>);
+
+    // Where a cursor stands.
+    static void GetBlockPosition(const stBlockRef& cursor, tagenPPCMessageType& enType, tagenVirtualPathType& enPathType,
+                                 int& nPath, int& nParam);
 
     // The value of the parameter that plays a role on a path; 0 where the path type has none, and for a role whose values are
     // neither switches nor ints.
@@ -136,6 +215,17 @@ private:
         enScopeCount
     };
 
+    enum enCursors : int
+    {
+        enReadCursor,
+        enReadRecallCursor,
+        enReadStoreCursor,
+        enScopeWriteCursor,
+        enWriteCursor,
+        enSpareCursor,
+        enCursorCount
+    };
+
     template <class Values, class Flags, class Value>
     void Store(Values& values, Flags& flags, tagenVirtualPathType enPathType, int nPath, int nParam, const Value& value,
                bool bLite);
@@ -145,13 +235,25 @@ private:
                       int nValue);
     void GetScopeFlag(enScopes enScope, tagenPPCMessageType enType, tagenVirtualPathType enPathType, int nPath, int nParam,
                       int& nValue) const;
+    void BlockWriteScope(enScopes enScope, stPPCWithSI* pRecords, int nCount);
+    void DumpScopeParams(enScopes enScope, const char* szStart, const tPPCPacket* pList, int nPath) const;
+    static void MoveValues(const CBMAContainer& from, CBMAContainer& to, const stParameterFlags& maskA,
+                           const stParameterFlags& maskB);
+    void CopyScopes(CBMAContainer& destination, bool bStore, bool bRecall) const;
+    void ExportScope(enScopes enScope, CBMAContainer& destination, const CCBMAContainerScopeMask* pMask) const;
+    stParameterFlags* ScopeFlags(int nScope);
+    int BlockRead(stPPCWithSI* pRecords, int nCount, const stParameterFlags* pFlags);
+    void ReadRun(stPPCWithSI* pRecords, int nCount, const stParameterFlags* pFlags);
+    bool GoToNextPath();
+    int BlockWrite(stPPCWithSI* pRecords, int nCount, stParameterFlags* pFlags);
+    int WriteRun(const stPPCWithSI* pRecords, int nCount, stParameterFlags* pFlags);
 
     bool m_bWriteEnable;
     bool m_bUseSimpleSender;
     std::unique_ptr<SimpleUDPPPCSender> m_pSimpleSender;
     stParameterValues m_Values;
     stParameterFlags m_aScopeFlags[enScopeCount];
-    stBlockRef m_aCursors[6];
+    stBlockRef m_aCursors[enCursorCount];
     CParameterArray<float, enRotary, false> m_RotarySI;
     CParameterArray<float, enFader, false> m_FaderSI;
 };

@@ -6,52 +6,152 @@
 
 #include <boost/endian/conversion.hpp>
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
+#include <type_traits>
 
+constexpr int c_nMaskWordBits = 64;
+constexpr std::uint64_t c_unFullMaskWord = ~std::uint64_t(0);
+
+template <std::size_t Width>
+struct stWordOf
+{
+    typedef std::conditional_t<Width == 1, std::uint8_t, std::conditional_t<Width == 4, std::uint32_t, std::uint64_t>> type;
+};
+
+// Takes pFrom's bytes for bit 1 and keeps pTo's for bit 0, without a branch: one word, or the first and the last of the element,
+// which overlap and are therefore both made before one is stored.
+template <std::size_t Width>
+void SelectElement(unsigned char* pTo, const unsigned char* pFrom, unsigned int unBit)
+{
+    typedef typename stWordOf<Width>::type tWord;
+    static_assert(Width == sizeof(tWord) || (Width > sizeof(tWord) && Width < 2 * sizeof(tWord)), "one word, or two that overlap");
+    constexpr std::size_t c_unLast = Width - sizeof(tWord);
+    const tWord unKeep = static_cast<tWord>(static_cast<tWord>(unBit) - tWord(1)); // all ones to keep, all zeros to take
+    const auto select = [&](std::size_t unOffset)
+    {
+        tWord unTo;
+        tWord unFrom;
+        std::memcpy(&unTo, pTo + unOffset, sizeof unTo);
+        std::memcpy(&unFrom, pFrom + unOffset, sizeof unFrom);
+        return static_cast<tWord>((unTo & unKeep) | (unFrom & ~unKeep));
+    };
+    const tWord unFirst = select(0);
+    const tWord unLast = select(c_unLast);
+    std::memcpy(pTo, &unFirst, sizeof unFirst);
+    std::memcpy(pTo + c_unLast, &unLast, sizeof unLast);
+}
+
+// Four words at once, which a compiler makes one vector of: all ones where the bit of the four is 1.
+struct stLanes
+{
+    std::uint32_t aun[4];
+};
+
+constexpr stLanes LanesOf(unsigned int unBits)
+{
+    return {{0u - (unBits & 1u), 0u - (unBits >> 1 & 1u), 0u - (unBits >> 2 & 1u), 0u - (unBits >> 3 & 1u)}};
+}
+
+constexpr stLanes c_aLanes[16] = {LanesOf(0),  LanesOf(1),  LanesOf(2),  LanesOf(3), LanesOf(4),  LanesOf(5),
+                                  LanesOf(6),  LanesOf(7),  LanesOf(8),  LanesOf(9), LanesOf(10), LanesOf(11),
+                                  LanesOf(12), LanesOf(13), LanesOf(14), LanesOf(15)};
+
+inline void SelectFourWords(unsigned char* pTo, const unsigned char* pFrom, unsigned int unBits)
+{
+    const stLanes& take = c_aLanes[unBits];
+    stLanes to;
+    stLanes from;
+    std::memcpy(&to, pTo, sizeof to);
+    std::memcpy(&from, pFrom, sizeof from);
+    for (int nLane = 0; nLane < 4; ++nLane)
+    {
+        to.aun[nLane] = (to.aun[nLane] & ~take.aun[nLane]) | (from.aun[nLane] & take.aun[nLane]);
+    }
+    std::memcpy(pTo, &to, sizeof to);
+}
+
+// The elements that one mask word speaks of.
+template <std::size_t Width>
+void SelectElements(unsigned char* pTo, const unsigned char* pFrom, std::uint64_t unMask, int nElements)
+{
+    int nElement = 0;
+    for (; Width == 4 && nElement + 4 <= nElements; nElement += 4, pTo += 4 * Width, pFrom += 4 * Width)
+    {
+        SelectFourWords(pTo, pFrom, static_cast<unsigned int>(unMask >> nElement) & 15u);
+    }
+    for (; nElement < nElements; ++nElement, pTo += Width, pFrom += Width)
+    {
+        SelectElement<Width>(pTo, pFrom, static_cast<unsigned int>(unMask >> nElement) & 1u);
+    }
+}
+
+// Empty words are passed over, full ones in a row are one copy.
 template <std::size_t Width>
 void MoveMaskedElements(unsigned char* pDestination, const unsigned char* pSource, const unsigned char* pMaskA,
                         const unsigned char* pMaskB, int nElements)
 {
-    constexpr int c_nBits = 64;
-    for (int nFirst = 0; nFirst < nElements; nFirst += c_nBits)
+    const auto mask = [=](int nFirst)
+    { return boost::endian::load_little_u64(pMaskA + nFirst / 8) & boost::endian::load_little_u64(pMaskB + nFirst / 8); };
+    for (int nFirst = 0; nFirst < nElements;)
     {
-        std::uint64_t unMask =
-            boost::endian::load_little_u64(pMaskA + nFirst / 8) & boost::endian::load_little_u64(pMaskB + nFirst / 8);
-        if (nElements - nFirst < c_nBits)
+        const std::uint64_t unMask = mask(nFirst);
+        const int nInWord = std::min(nElements - nFirst, c_nMaskWordBits);
+        const std::size_t unOffset = static_cast<std::size_t>(nFirst) * Width;
+        int nEnd = nFirst + nInWord;
+        if (unMask == c_unFullMaskWord)
         {
-            unMask &= (std::uint64_t(1) << (nElements - nFirst)) - 1;
+            while (nElements - nEnd >= c_nMaskWordBits && mask(nEnd) == c_unFullMaskWord)
+            {
+                nEnd += c_nMaskWordBits;
+            }
+            std::memcpy(pDestination + unOffset, pSource + unOffset, static_cast<std::size_t>(nEnd - nFirst) * Width);
         }
-        unsigned char* pTo = pDestination + static_cast<std::size_t>(nFirst) * Width;
-        const unsigned char* pFrom = pSource + static_cast<std::size_t>(nFirst) * Width;
-        if (unMask == ~std::uint64_t(0))
+        else if (unMask != 0)
         {
-            std::memcpy(pTo, pFrom, c_nBits * Width);
-            continue;
+            SelectElements<Width>(pDestination + unOffset, pSource + unOffset, unMask, nInWord);
         }
-        for (; unMask != 0; unMask &= unMask - 1)
-        {
-            const std::size_t unOffset = static_cast<std::size_t>(__builtin_ctzll(unMask)) * Width;
-            std::memcpy(pTo + unOffset, pFrom + unOffset, Width);
-        }
+        nFirst = nEnd;
     }
 }
 
-// A word of bits after the other, then the last bytes: a merge needs no byte order.
+// Bits are merged a word at a time, then byte by byte, which needs no byte order.
+template <typename Word>
+int MergeMaskedWords(unsigned char* pDestination, const unsigned char* pSource, const unsigned char* pMaskA,
+                     const unsigned char* pMaskB, int nByte, int nBytes)
+{
+    constexpr int c_nSize = sizeof(Word);
+    for (; nByte + c_nSize <= nBytes; nByte += c_nSize)
+    {
+        Word aunWords[4];
+        std::memcpy(&aunWords[0], pDestination + nByte, sizeof(Word));
+        std::memcpy(&aunWords[1], pSource + nByte, sizeof(Word));
+        std::memcpy(&aunWords[2], pMaskA + nByte, sizeof(Word));
+        std::memcpy(&aunWords[3], pMaskB + nByte, sizeof(Word));
+        const Word unMask = static_cast<Word>(aunWords[2] & aunWords[3]);
+        aunWords[0] = static_cast<Word>((aunWords[1] & unMask) | (aunWords[0] & ~unMask));
+        std::memcpy(pDestination + nByte, &aunWords[0], sizeof(Word));
+    }
+    return nByte;
+}
+
 inline void MergeMaskedBits(unsigned char* pDestination, const unsigned char* pSource, const unsigned char* pMaskA,
                             const unsigned char* pMaskB, int nBytes)
 {
-    std::uint64_t aunWords[4] = {};
-    for (int nByte = 0; nByte < nBytes; nByte += 8)
+    const int nByte = MergeMaskedWords<std::uint64_t>(pDestination, pSource, pMaskA, pMaskB, 0, nBytes);
+    MergeMaskedWords<std::uint8_t>(pDestination, pSource, pMaskA, pMaskB, nByte, nBytes);
+}
+
+// Sets or clears the first nBits bits; those behind them in the last byte stay.
+inline void FillBits(unsigned char* pBits, int nBits, bool bValue)
+{
+    const int nWhole = nBits / 8;
+    const unsigned char ucLast = static_cast<unsigned char>((1u << nBits % 8) - 1u);
+    std::memset(pBits, bValue ? 0xff : 0, static_cast<std::size_t>(nWhole));
+    if (ucLast != 0)
     {
-        const std::size_t unCount = static_cast<std::size_t>(nBytes - nByte < 8 ? nBytes - nByte : 8);
-        std::memcpy(&aunWords[0], pDestination + nByte, unCount);
-        std::memcpy(&aunWords[1], pSource + nByte, unCount);
-        std::memcpy(&aunWords[2], pMaskA + nByte, unCount);
-        std::memcpy(&aunWords[3], pMaskB + nByte, unCount);
-        const std::uint64_t unMask = aunWords[2] & aunWords[3];
-        aunWords[0] = (aunWords[1] & unMask) | (aunWords[0] & ~unMask);
-        std::memcpy(pDestination + nByte, &aunWords[0], unCount);
+        pBits[nWhole] = static_cast<unsigned char>(bValue ? pBits[nWhole] | ucLast : pBits[nWhole] & ~ucLast);
     }
 }

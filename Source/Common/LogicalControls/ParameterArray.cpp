@@ -184,7 +184,7 @@ void CParameterArray<T, N, compressed>::GetPPCBase(tagenVirtualPathType enPathTy
 
 template <typename T, tagenPPCMessageType N, bool compressed>
 void CParameterArray<T, N, compressed>::GetPPCBitBase(tagenVirtualPathType enPathType, int nPath, long& lBitIndex, long& lCount,
-                                                      unsigned char*& pBits)
+                                                      unsigned char*& pBits) const
 {
     pBits = m_pBits;
     lBitIndex = 0;
@@ -221,7 +221,7 @@ void CParameterArray<T, N, compressed>::SetXorVal(unsigned long unXorVal)
 }
 
 template <typename T, tagenPPCMessageType N, bool compressed>
-void CParameterArray<T, N, compressed>::Import(const CParameterArray& source, tMask& maskA, tMask& maskB)
+void CParameterArray<T, N, compressed>::Import(const CParameterArray& source, const tMask& maskA, const tMask& maskB)
 {
     const unsigned char* pMaskA = static_cast<const unsigned char*>(maskA.GetMemoryPointer());
     const unsigned char* pMaskB = static_cast<const unsigned char*>(maskB.GetMemoryPointer());
@@ -243,7 +243,7 @@ void CParameterArray<T, N, compressed>::Import(const CParameterArray& source, tM
 }
 
 template <typename T, tagenPPCMessageType N, bool compressed>
-void CParameterArray<T, N, compressed>::Export(CParameterArray& destination, tMask& maskA, tMask& maskB)
+void CParameterArray<T, N, compressed>::Export(CParameterArray& destination, const tMask& maskA, const tMask& maskB) const
 {
     destination.Import(*this, maskA, maskB);
 }

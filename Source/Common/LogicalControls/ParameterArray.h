@@ -64,7 +64,7 @@ public:
     void GetPPCBase(tagenVirtualPathType enPathType, int nPath, void*& pBase, long& lCount) const;
 
     // The same for a bit array: the number of the first bit, counted from pBits.
-    void GetPPCBitBase(tagenVirtualPathType enPathType, int nPath, long& lBitIndex, long& lCount, unsigned char*& pBits);
+    void GetPPCBitBase(tagenVirtualPathType enPathType, int nPath, long& lBitIndex, long& lCount, unsigned char*& pBits) const;
 
     // The block, and its size in bytes.
     void* GetMemoryPointer();
@@ -75,8 +75,8 @@ public:
     void SetXorVal(unsigned long unXorVal);
 
     // Import takes from source, and Export gives to destination, every element whose bit is set in both masks.
-    void Import(const CParameterArray& source, tMask& maskA, tMask& maskB);
-    void Export(CParameterArray& destination, tMask& maskA, tMask& maskB);
+    void Import(const CParameterArray& source, const tMask& maskA, const tMask& maskB);
+    void Export(CParameterArray& destination, const tMask& maskA, const tMask& maskB) const;
 
     // False, with a line on standard error, for an address outside the limits. The last of its checks is loose on purpose: some
     // negative paths and parameters pass. SetPPC and GetPPC refuse those of them that lie outside the block; the others are a

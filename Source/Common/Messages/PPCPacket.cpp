@@ -20,11 +20,6 @@ bool ReadValue(const stPPCRecordHeader& header, const unsigned char* pValue, T& 
 
 } // namespace
 
-bool tPPCPacket::IsContiguous(tPPCPacket& other)
-{
-    return nPath == other.nPath && enPathType == other.enPathType && enMessageType == other.enMessageType;
-}
-
 CPPCStreamReader::CPPCStreamReader(const unsigned char* pStream, long lLength)
     : m_pNext(pStream), m_lLeft(pStream != nullptr && lLength > 0 ? lLength : 0), m_bGood(true), m_Header(), m_pValue(nullptr)
 {

@@ -31,7 +31,10 @@ struct LOGICALCONTROLS_EXPORT tPPCPacket
     tPPCPacket() : enMessageType(enString), enPathType(enGlobals), nPath(0), nParameter(0), nScope(0), nReserved(0) {}
 
     // True when both records belong to the same path: path, path type and message type are equal.
-    bool IsContiguous(tPPCPacket& other);
+    bool IsContiguous(const tPPCPacket& other) const
+    {
+        return nPath == other.nPath && enPathType == other.enPathType && enMessageType == other.enMessageType;
+    }
 
     tagenPPCMessageType enMessageType;
     tagenVirtualPathType enPathType;
