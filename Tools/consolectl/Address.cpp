@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <charconv>
+#include <climits>
 #include <cmath>
 #include <cstring>
 #include <vector>
@@ -69,17 +70,90 @@ std::uint32_t Bits(float fValue)
     return unBits;
 }
 
-// Text from a network, without what would steer a terminal.
-std::string Printable(std::string strText)
-{
-    std::replace_if(
-        strText.begin(), strText.end(), [](char c) { return static_cast<unsigned char>(c) < ' ' || c == '\x7f'; }, '?');
-    return strText;
-}
-
 bool IsFloat(tagenPPCMessageType enType)
 {
     return enType == enRotary || enType == enFader;
+}
+
+// "*", "7" or "0-9".
+stRange ParseRange(const std::string& strText, int nLimit, const char* szWhat, const char* szOf)
+{
+    if (strText == "*")
+    {
+        return {0, nLimit - 1};
+    }
+    const std::size_t unDash = strText.find('-', 1);
+    const int nFirst = ParseIndex(strText.substr(0, unDash), nLimit, szWhat, szOf);
+    const int nLast = unDash == std::string::npos ? nFirst : ParseIndex(strText.substr(unDash + 1), nLimit, szWhat, szOf);
+    if (nLast < nFirst)
+    {
+        Refuse(Format("%s \"%s\" is a range from high to low", szWhat, strText.c_str()));
+    }
+    return {nFirst, nLast};
+}
+
+stRange ParseName(const std::string& strName, const char* const* ppNames, int nNames, const char* szWhat, const char* szExamples)
+{
+    if (strName == "*")
+    {
+        return {0, nNames - 1};
+    }
+    const int nName = FindName(strName, ppNames, nNames, szWhat, szExamples);
+    return {nName, nName};
+}
+
+constexpr char c_szGroupExamples[] = "Globals, MicInput, VCAGroups and Auk are some";
+constexpr char c_szTypes[] = "String, Rotary, Switch, Integer, Fader, Other and Meter are all";
+
+} // namespace
+
+const stPattern c_EveryParameter = {{0, c_nPathTypes - 1}, {0, INT_MAX}, {0, c_nMessageTypes - 1}, {0, INT_MAX}};
+
+stPattern ParsePattern(const std::string& strText)
+{
+    const std::vector<std::string> parts = Split(strText, '/');
+    if (parts.size() != 4)
+    {
+        Refuse(Format("\"%s\" is no address: Group/path/Type/parameter, such as MicInput/3/Fader/0", strText.c_str()));
+    }
+    stPattern pattern = c_EveryParameter;
+    pattern.groups = ParseName(parts[0], caParameterGroupNames, c_nPathTypes, "parameter group", c_szGroupExamples);
+    pattern.types = ParseName(parts[2], caMessageTypeNames, c_nMessageTypes, "message type", c_szTypes);
+    // How many there are at most, of what the names leave open.
+    int nPaths = 0;
+    int nParams = 0;
+    for (int nGroup = pattern.groups.nFirst; nGroup <= pattern.groups.nLast; ++nGroup)
+    {
+        nPaths = std::max(nPaths, canMaxPaths[nGroup]);
+        for (int nType = pattern.types.nFirst; nType <= pattern.types.nLast; ++nType)
+        {
+            nParams = std::max(nParams, canMaxParams[nGroup * c_nMessageTypes + nType]);
+        }
+    }
+    const std::string strGroup = parts[0] + "/" + parts[2];
+    pattern.paths = ParseRange(parts[1], nPaths, "path", parts[0].c_str());
+    pattern.params = ParseRange(parts[3], nParams, "parameter", strGroup.c_str());
+    bool bAny = false;
+    ForEachParameter(pattern, [&bAny](const stAddress&) { bAny = true; });
+    if (!bAny)
+    {
+        Refuse(Format("\"%s\" names no parameter", strText.c_str()));
+    }
+    return pattern;
+}
+
+stAddress ParseAddress(const std::string& strText)
+{
+    const stPattern pattern = ParsePattern(strText);
+    for (const stRange& range : {pattern.groups, pattern.paths, pattern.types, pattern.params})
+    {
+        if (range.nFirst != range.nLast)
+        {
+            Refuse(Format("\"%s\" names more than one parameter", strText.c_str()));
+        }
+    }
+    return {static_cast<tagenPPCMessageType>(pattern.types.nFirst), static_cast<tagenVirtualPathType>(pattern.groups.nFirst),
+            pattern.paths.nFirst, pattern.params.nFirst};
 }
 
 stValue ParseValue(tagenPPCMessageType enType, const std::string& strText)
@@ -109,28 +183,6 @@ stValue ParseValue(tagenPPCMessageType enType, const std::string& strText)
     return value;
 }
 
-} // namespace
-
-stAddress ParseAddress(const std::string& strText)
-{
-    const std::vector<std::string> parts = Split(strText, '/');
-    if (parts.size() != 4)
-    {
-        Refuse(Format("\"%s\" is no address: Group/path/Type/parameter, such as MicInput/3/Fader/0", strText.c_str()));
-    }
-    stAddress address = {};
-    const int nPathType =
-        FindName(parts[0], caParameterGroupNames, c_nPathTypes, "parameter group", "Globals, MicInput, VCAGroups and Auk are some");
-    const int nType = FindName(parts[2], caMessageTypeNames, c_nMessageTypes, "message type",
-                               "String, Rotary, Switch, Integer, Fader, Other and Meter are all");
-    const std::string strGroup = parts[0] + "/" + parts[2];
-    address.enPathType = static_cast<tagenVirtualPathType>(nPathType);
-    address.enType = static_cast<tagenPPCMessageType>(nType);
-    address.nPath = ParseIndex(parts[1], canMaxPaths[nPathType], "path", parts[0].c_str());
-    address.nParam = ParseIndex(parts[3], canMaxParams[nPathType * c_nMessageTypes + nType], "parameter", strGroup.c_str());
-    return address;
-}
-
 stChange ParseChange(const std::string& strText)
 {
     const std::size_t unEquals = strText.find('=');
@@ -140,6 +192,13 @@ stChange ParseChange(const std::string& strText)
     }
     const stAddress address = ParseAddress(strText.substr(0, unEquals));
     return {address, ParseValue(address.enType, strText.substr(unEquals + 1))};
+}
+
+std::string Printable(std::string strText)
+{
+    std::replace_if(
+        strText.begin(), strText.end(), [](char c) { return static_cast<unsigned char>(c) < ' ' || c == '\x7f'; }, '?');
+    return strText;
 }
 
 std::string AddressText(const stAddress& address)

@@ -3,6 +3,7 @@
 
 #include "LogicalControls.h"
 
+#include <algorithm>
 #include <string>
 
 struct stAddress
@@ -27,9 +28,54 @@ struct stChange
     stValue value;
 };
 
-// Both throw CLI::ValidationError with one line that says which part is wrong and what is right.
+struct stRange
+{
+    int nFirst;
+    int nLast;
+};
+
+// Many parameters by one text: an address of which each coordinate may be "*", and path and parameter a range such as "0-9".
+struct stPattern
+{
+    stRange groups;
+    stRange paths;
+    stRange types;
+    stRange params;
+};
+
+// These throw CLI::ValidationError with one line that says which part is wrong and what is right.
 stAddress ParseAddress(const std::string& strText);
 stChange ParseChange(const std::string& strText); // "MicInput/3/Fader/0=0.75"
+stPattern ParsePattern(const std::string& strText);
+stValue ParseValue(tagenPPCMessageType enType, const std::string& strText);
+
+// Calls visit with each parameter that the pattern names, in flat order.
+template <class Visitor>
+void ForEachParameter(const stPattern& pattern, Visitor visit)
+{
+    for (int nType = pattern.types.nFirst; nType <= pattern.types.nLast; ++nType)
+    {
+        for (int nGroup = pattern.groups.nFirst; nGroup <= pattern.groups.nLast; ++nGroup)
+        {
+            const int nLastPath = std::min(pattern.paths.nLast, canMaxPaths[nGroup] - 1);
+            const int nLastParam = std::min(pattern.params.nLast, canMaxParams[nGroup * c_nMessageTypes + nType] - 1);
+            for (int nPath = pattern.paths.nFirst; nPath <= nLastPath; ++nPath)
+            {
+                for (int nParam = pattern.params.nFirst; nParam <= nLastParam; ++nParam)
+                {
+                    visit(stAddress{static_cast<tagenPPCMessageType>(nType), static_cast<tagenVirtualPathType>(nGroup), nPath,
+                                    nParam});
+                }
+            }
+        }
+    }
+}
+
+// "*/*/*/*".
+extern const stPattern c_EveryParameter;
+
+// Text from outside, without what would steer a terminal.
+std::string Printable(std::string strText);
 
 std::string AddressText(const stAddress& address);
 std::string ValueText(const stAddress& address, const stValue& value);

@@ -23,6 +23,10 @@ struct stUpdateLink
     std::string strInterface; // empty: the system's choice
 };
 
+// Where clients send their changes.
+constexpr char c_szPPCGroup[] = "225.0.0.45";
+constexpr unsigned int c_unPPCPort = 7050;
+
 void AddLinkOptions(CLI::App& command, stUpdateLink& link);
 
 // A number within these limits: not a number is outside them.

@@ -1,6 +1,5 @@
 // consolectl follow: a client that is kept in step.
-#include "Address.h"
-#include "Common.h"
+#include "Client.h"
 #include "ImageFile.h"
 #include "Subcommands.h"
 
@@ -203,17 +202,12 @@ int CFollow::Run()
     }
     m_Image.SetUseSimplePPCSender(!m_Changes.empty());
     m_Image.InitSimplePPCSenderComms();
-    const stUpdateLink& link = m_Options.link;
-    // The group is joined apart, to tell which of the two failed.
-    if (!m_Follower.InitialiseClient(link.unPort, nullptr, nullptr, link.strInterface.c_str()))
+    const std::string strError = OpenLink(m_Follower, m_Options.link);
+    if (!strError.empty())
     {
-        return Fail(Format("port %u can't be had on this interface", link.unPort));
+        return Fail(strError);
     }
-    if (!m_Follower.AddToGroup(link.strGroup.c_str()))
-    {
-        return Fail(Format("group %s can't be joined: is there an interface with a multicast route?", link.strGroup.c_str()));
-    }
-    Line("client: %s", Describe(link, m_Follower.GetReceiveBufferSize()).c_str());
+    Line("client: %s", Describe(m_Options.link, m_Follower.GetReceiveBufferSize()).c_str());
     Loop();
     m_Follower.Shutdown();
     return Finish();

@@ -12,10 +12,7 @@
 namespace
 {
 
-// Where clients send their changes.
-constexpr char c_szPPCGroup[] = "225.0.0.45";
-constexpr unsigned int c_unPPCPort = 7050;
-
+constexpr std::size_t c_unShownChanges = 5; // one by one, of a datagram
 constexpr double c_dSettleSeconds = 0.5;
 constexpr long c_lSwingMilliseconds = 1500; // a moving fader's way up, or down
 constexpr double c_dForEver = 1e9;
@@ -87,6 +84,22 @@ private:
     std::size_t m_unWaiting = 0;            // bytes in it; guarded by m_Lock
 };
 
+// The parameters that a stream of changes names.
+std::vector<stAddress> ReadAddresses(const std::vector<unsigned char>& payload)
+{
+    std::vector<stAddress> addresses;
+    CPPCStreamReader reader(payload.data(), static_cast<long>(payload.size()));
+    while (reader.Next())
+    {
+        const stPPCAddress named = reader.Address();
+        if (IsParameterAddress(named.enType, named.enPathType, named.nPath, named.nParam))
+        {
+            addresses.push_back({named.enType, named.enPathType, named.nPath, named.nParam});
+        }
+    }
+    return addresses;
+}
+
 class CSimulatedMC
 {
 public:
@@ -119,6 +132,7 @@ private:
     long m_lUpdates[2] = {};
     long m_lDatagrams = 0;
     long m_lLost = 0;
+    long m_lChangeDatagrams = 0;
     long m_lApplied = 0;
     long m_lRefused = 0;
 };
@@ -172,31 +186,29 @@ void CSimulatedMC::ApplyClientChanges()
     for (const stReceivedPPCs& received : m_PPCs.Take())
     {
         const long lLength = static_cast<long>(received.payload.size());
-        CPPCStreamReader reader(received.payload.data(), lLength);
-        std::vector<stAddress> addresses;
-        while (reader.Next())
-        {
-            const stPPCAddress named = reader.Address();
-            if (IsParameterAddress(named.enType, named.enPathType, named.nPath, named.nParam))
-            {
-                addresses.push_back({named.enType, named.enPathType, named.nPath, named.nParam});
-            }
-        }
+        const std::vector<stAddress> addresses = ReadAddresses(received.payload);
         std::vector<std::string> before;
-        before.reserve(addresses.size());
-        for (const stAddress& address : addresses)
+        for (std::size_t unChange = 0; unChange < addresses.size() && addresses.size() <= c_unShownChanges; ++unChange)
         {
-            before.push_back(ValueText(address, ReadValue(m_Image, address)));
+            before.push_back(ValueText(addresses[unChange], ReadValue(m_Image, addresses[unChange])));
         }
         const stPPCResult result = ApplyPPCs(received.payload.data(), lLength, m_Image);
         m_lApplied += result.nApplied;
         m_lRefused += result.nRefused + (result.bComplete ? 0 : 1);
-        for (std::size_t unChange = 0; unChange < addresses.size(); ++unChange)
+        ++m_lChangeDatagrams;
+        for (std::size_t unChange = 0; unChange < before.size(); ++unChange)
         {
             const stAddress& address = addresses[unChange];
             Line("%6.2f s  change from %s  %s  %s -> %s", SecondsSince(m_Start), received.sender.Text(),
                  AddressText(address).c_str(), before[unChange].c_str(),
                  Styled(enGood, ValueText(address, ReadValue(m_Image, address))).c_str());
+        }
+        if (addresses.size() > c_unShownChanges)
+        {
+            Line("%6.2f s  %s changes from %s in a datagram of %s bytes: %s to %s", SecondsSince(m_Start),
+                 Grouped(static_cast<long>(addresses.size())).c_str(), received.sender.Text(),
+                 Grouped(c_nDatagramHeader + lLength).c_str(), AddressText(addresses.front()).c_str(),
+                 AddressText(addresses.back()).c_str());
         }
     }
 }
@@ -261,9 +273,10 @@ int CSimulatedMC::Run()
     {
         RunUntil(m_Options.dSeconds + c_dSettleSeconds, false); // the last state, a few times over
     }
-    Line("MC: sent %s surface and %s rotary updates in %s datagrams (%ld refused by the system); %ld changes applied, %ld refused",
-         Grouped(m_lUpdates[0]).c_str(), Grouped(m_lUpdates[1]).c_str(), Grouped(m_lDatagrams).c_str(), m_lLost, m_lApplied,
-         m_lRefused);
+    Line("MC: sent %s surface and %s rotary updates in %s datagrams (%ld refused by the system)", Grouped(m_lUpdates[0]).c_str(),
+         Grouped(m_lUpdates[1]).c_str(), Grouped(m_lDatagrams).c_str(), m_lLost);
+    Line("MC: %s changes applied, %s refused, from %s datagrams; %u datagrams dropped by the kernel", Grouped(m_lApplied).c_str(),
+         Grouped(m_lRefused).c_str(), Grouped(m_lChangeDatagrams).c_str(), m_PPCs.GetKernelDrops());
     if (m_lDatagrams == 0)
     {
         return Fail(

@@ -5,4 +5,7 @@
 
 void AddMc(CLI::App& app, int& nStatus);
 void AddFollow(CLI::App& app, int& nStatus);
+void AddSet(CLI::App& app, int& nStatus);
+void AddGet(CLI::App& app, int& nStatus);
+void AddShow(CLI::App& app, int& nStatus);
 void AddVerify(CLI::App& app, int& nStatus);

@@ -23,44 +23,24 @@ struct stComparison
     int nDifferent = 0;
 };
 
-// Calls visit for every parameter of the console, in flat order.
-template <class Visitor>
-void ForEachParameter(Visitor visit)
-{
-    for (int nType = 0; nType < c_nMessageTypes; ++nType)
-    {
-        for (int nPathType = 0; nPathType < c_nPathTypes; ++nPathType)
-        {
-            for (int nPath = 0; nPath < canMaxPaths[nPathType]; ++nPath)
-            {
-                for (int nParam = 0; nParam < canMaxParams[nPathType * c_nMessageTypes + nType]; ++nParam)
-                {
-                    visit(stAddress{static_cast<tagenPPCMessageType>(nType), static_cast<tagenVirtualPathType>(nPathType), nPath,
-                                    nParam});
-                }
-            }
-        }
-    }
-}
-
 stComparison Compare(const CBMAContainer& imageA, const CBMAContainer& imageB)
 {
     stComparison result;
-    ForEachParameter(
-        [&](const stAddress& address)
-        {
-            const stValue a = ReadValue(imageA, address);
-            const stValue b = ReadValue(imageB, address);
-            if (SameValue(address, a, b))
-            {
-                ++result.anSame[address.enType];
-            }
-            else if (++result.nDifferent <= c_nShown)
-            {
-                Line("%s  %s  %s | %s", Styled(enBad, "differs").c_str(), AddressText(address).c_str(),
-                     ValueText(address, a).c_str(), ValueText(address, b).c_str());
-            }
-        });
+    ForEachParameter(c_EveryParameter,
+                     [&](const stAddress& address)
+                     {
+                         const stValue a = ReadValue(imageA, address);
+                         const stValue b = ReadValue(imageB, address);
+                         if (SameValue(address, a, b))
+                         {
+                             ++result.anSame[address.enType];
+                         }
+                         else if (++result.nDifferent <= c_nShown)
+                         {
+                             Line("%s  %s  %s | %s", Styled(enBad, "differs").c_str(), AddressText(address).c_str(),
+                                  ValueText(address, a).c_str(), ValueText(address, b).c_str());
+                         }
+                     });
     if (result.nDifferent > c_nShown)
     {
         Line("... and %s more", Grouped(result.nDifferent - c_nShown).c_str());

@@ -19,6 +19,11 @@ int Run(int nArguments, char** ppArguments)
     int nStatus = enExitDone;
     AddMc(app, nStatus);
     AddFollow(app, nStatus);
+    AddSet(app, nStatus);
+    AddGet(app, nStatus);
+#ifdef CONSOLECTL_HAVE_SHOWS
+    AddShow(app, nStatus);
+#endif
     AddVerify(app, nStatus);
     try
     {

@@ -2,14 +2,20 @@
 
 #include "ClientComms/ClientMsgHandler.h"
 
-#include <algorithm>
 #include <climits>
 #include <cstdint>
 
 CPPCSender::CPPCSender(int nPeriod, CClientMsgHandler* pHandler) : m_pHandler(pHandler)
 {
     const std::int64_t nMicroseconds = std::int64_t(nPeriod) * 1000;
-    SetIterationDelay(0, static_cast<long>(std::clamp<std::int64_t>(nMicroseconds, LONG_MIN, LONG_MAX)));
+    if (nMicroseconds >= LONG_MIN && nMicroseconds <= LONG_MAX)
+    {
+        SetIterationDelay(0, static_cast<long>(nMicroseconds));
+    }
+    else
+    {
+        SetIterationDelay(nPeriod / 1000, nPeriod % 1000 * 1000L); // over half an hour, where a long has 32 bits
+    }
 }
 
 CPPCSender::~CPPCSender()

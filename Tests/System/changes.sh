@@ -1,0 +1,49 @@
+#!/usr/bin/env bash
+# Changes to an MC, in batches and one by one, and reading them back.    changes.sh CONTROL_SURFACE CONSOLECTL...
+# shellcheck source-path=SCRIPTDIR source=common.sh
+. "$(dirname "$0")/common.sh"
+enter_own_network "$@"
+work=$(mktemp -d)
+trap 'rm -rf "$work"' EXIT
+surface=$1
+shift
+emulator=("${@:1:$#-1}")
+
+"$@" mc --seconds 60 --moving-faders 0 --save "$work/mc" >"$work/mc.log" 2>&1 &
+mc=$!
+expect 0 "the control surface" "${emulator[@]}" "$surface"
+contains "Mic1 -60.0 | Mic2 -60.0"
+contains "Mic1 -10.0 | Mic2 -10.0"
+
+expect 0 "one change" "$@" set MicInput/12/Fader/0 -6.5 --timeout 30
+contains "MicInput/12/Fader/0  -60 -> -6.5, back from the MC"
+expect 0 "one change, in a datagram of its own" "$@" set MicInput/12/String/1 "Lead Vocal" --direct --timeout 30
+contains "MicInput/12/String/1  \"Mic13\" -> \"Lead Vocal\""
+expect 0 "what was changed" "$@" get MicInput/12/Fader/0 MicInput/12/String/1
+[ "$output" = 'MicInput/12/Fader/0           -6.5
+MicInput/12/String/1          "Lead Vocal"' ] || fail "get: $output"
+expect 0 "wildcards" "$@" get 'MicInput/10-13/String/*'
+[ "$(printf '%s\n' "$output" | wc -l)" = 8 ] || fail "wildcards: $output"
+contains 'MicInput/12/String/1          "Lead Vocal"'
+
+# 10,000 changes of 29 bytes fit in five datagrams; as many again that the MC has already are not sent.
+before=$(grep -c "in a datagram" "$work/mc.log")
+expect 0 "a burst" "$@" set 'MicInput/0-99/Rotary/0-99' 0.75 --timeout 30
+contains "10,000 parameters: 10,000 changes sent"
+case $output in
+    *"sent again"*) ;; # a datagram was lost: there are more of them
+    *) [ $(($(grep -c "in a datagram" "$work/mc.log") - before)) = 5 ] || fail "the burst: $(tail "$work/mc.log")" ;;
+esac
+expect 0 "the burst once more" "$@" set 'MicInput/0-99/Rotary/0-99' 0.75
+contains "10,000 parameters: 0 changes sent"
+expect 0 "two at once" "$@" set 'MicInput/0-1/Rotary/0' 0.5 'MicInput/2/Integer/1' 77 --timeout 30
+contains "3 parameters: 3 changes sent"
+
+kill -TERM $mc
+wait $mc || fail "mc: $(cat "$work/mc.log")"
+output=$(tail -n 1 "$work/mc.log")
+contains " changes applied, 0 refused"
+expect 27 "no MC" "$@" set MicInput/12/Fader/0 0 --timeout 0.3
+contains "no image from an MC on 225.0.0.46:7060 within 0.3 seconds"
+expect 27 "no MC" "$@" get MicInput/12/Fader/0 --timeout 0.3
+finish

@@ -1,0 +1,76 @@
+#!/usr/bin/env bash
+# Shows: saved, listed, compared, recalled with safe parameters, deleted; and files that are none.    shows.sh CONSOLECTL...
+# shellcheck source-path=SCRIPTDIR source=common.sh
+. "$(dirname "$0")/common.sh"
+enter_own_network "$@"
+work=$(mktemp -d)
+trap 'rm -rf "$work"' EXIT
+shows=$work/shows
+
+"$@" mc --seconds 100 --moving-faders 0 >"$work/mc.log" 2>&1 &
+mc=$!
+expect 0 "save" "$@" show save "$shows" Monday --timeout 30
+contains "show \"Monday\" saved to $shows: 225,441 parameters"
+expect 0 "save a part" "$@" show save "$shows" "Faders only" --scope 'MicInput/*/Fader/*' --except 'MicInput/7/*/*' --timeout 30
+contains "286 parameters"
+expect 1 "save over another" "$@" show save "$shows" Monday
+contains "there is a show \"Monday\" already"
+expect 0 "save in its place" "$@" show save "$shows" Monday --replace --timeout 30
+expect 0 "list" "$@" show list "$shows"
+contains "   225,441  Monday"
+contains "       286  Faders only"
+expect 0 "compare" "$@" show compare "$shows" Monday --timeout 30
+contains "all             225,441            0                   225,441"
+
+expect 0 "everything moved" "$@" set '*/*/Rotary/*' 0.25 '*/*/Fader/*' -20 '*/*/String/*' moved --timeout 30
+expect 1 "compare" "$@" show compare "$shows" Monday --timeout 30
+contains "differs  Globals/0/String/0"
+contains "Rotary           65,300       65,300                         0"
+expect 0 "recall a part" "$@" show recall "$shows" "Faders only" --timeout 30
+contains "Fader               286          286            0            0"
+contains "all                 286          286            0            0"
+expect 0 "the one that was left out" "$@" get MicInput/7/Fader/0
+contains "-20"
+expect 0 "recall, two channels safe" "$@" show recall "$shows" Monday --safe 'MicInput/0-1/*/*' --timeout 30
+contains "String            3,151        3,147            4            0"
+contains "Rotary           65,300       64,740          560            0"
+expect 1 "compare" "$@" show compare "$shows" Monday --timeout 30
+contains "Rotary           65,300          560                    64,740"
+contains "Fader             2,765            0                     2,765"
+expect 0 "delete" "$@" show delete "$shows" "Faders only"
+expect 1 "delete again" "$@" show delete "$shows" "Faders only"
+contains "there is no show \"Faders only\""
+
+# What is no whole show file is refused before anything is sent.
+for file in cut text empty fifo missing foreign; do
+    case $file in
+        cut) head -c 500000 "$shows" >"$work/cut" ;;
+        text) echo "no show" >"$work/text" ;;
+        empty) : >"$work/empty" ;;
+        fifo) mkfifo "$work/fifo" ;;
+        foreign) cp "$shows" "$work/foreign"; printf 'LCSX' | dd of="$work/foreign" bs=1 seek=68 conv=notrunc 2>/dev/null ;;
+    esac
+    for command in "recall $work/$file Monday" "list $work/$file" "delete $work/$file Monday" "compare $work/$file Monday"; do
+        # shellcheck disable=SC2086
+        expect 1 "show $command" timeout 10 "$@" show $command
+        contains "$work/$file: "
+        [ "$(printf '%s\n' "$output" | wc -l)" = 1 ] || fail "more than a line: $output"
+    done
+done
+expect 1 "a folder" "$@" show list "$work"
+contains "not a file"
+expect 1 "save into a text" "$@" show save "$work/text" Monday
+[ "$(cat "$work/text")" = "no show" ] || fail "a foreign file was written to"
+
+# A byte of a block that changed is noticed by its check sum.
+changed=$(grep -abo "Mic100" "$shows" | head -n 1 | cut -d: -f1)
+cp "$shows" "$work/changed"
+printf 'X' | dd of="$work/changed" bs=1 seek="$changed" conv=notrunc 2>/dev/null
+expect 1 "a changed byte" "$@" show recall "$work/changed" Monday
+contains "is damaged: the check sum of a block is wrong"
+
+kill -TERM $mc
+wait $mc || fail "mc: $(cat "$work/mc.log")"
+expect 27 "no MC" "$@" show save "$work/new" Monday --timeout 0.3
+[ ! -e "$work/new" ] || fail "a file without a show was left behind"
+finish

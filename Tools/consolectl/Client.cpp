@@ -1,0 +1,178 @@
+#include "Client.h"
+
+namespace
+{
+
+// So many changes, nine datagrams full, are queued and sent at once; then the MC gets time to take them.
+constexpr std::size_t c_unChangesAtOnce = 20000;
+constexpr double c_dBreather = 0.005;
+
+constexpr double c_dSendAgainAfter = 0.5;
+constexpr double c_dLoopPeriod = 0.002;
+
+void Sleep(double dSeconds)
+{
+    SleepUntil(tSteadyClock::now() + std::chrono::duration_cast<tSteadyClock::duration>(std::chrono::duration<double>(dSeconds)));
+}
+
+bool Queue(CClientMsgHandler& handler, const stChange& change)
+{
+    const stAddress& address = change.address;
+    switch (address.enType)
+    {
+    case enString:
+        return handler.QueuePPC(address.enType, address.enPathType, address.nPath, address.nParam, change.value.strValue);
+    case enRotary:
+    case enFader:
+        return handler.QueuePPC(address.enType, address.enPathType, address.nPath, address.nParam, change.value.fValue);
+    default:
+        return handler.QueuePPC(address.enType, address.enPathType, address.nPath, address.nParam, change.value.nValue);
+    }
+}
+
+} // namespace
+
+// The group is joined apart, to tell which of the two failed.
+std::string OpenLink(CImageFollower& follower, const stUpdateLink& link)
+{
+    if (!follower.InitialiseClient(link.unPort, nullptr, nullptr, link.strInterface.c_str()))
+    {
+        return Format("port %u can't be had on this interface", link.unPort);
+    }
+    if (!follower.AddToGroup(link.strGroup.c_str()))
+    {
+        return Format("group %s can't be joined: is there an interface with a multicast route?", link.strGroup.c_str());
+    }
+    return std::string();
+}
+
+void AddClientOptions(CLI::App& command, stClientOptions& options)
+{
+    AddLinkOptions(command, options.link);
+    command.add_option("--timeout", options.dTimeout, "Give up, with exit status 27, when the MC is silent for so many seconds")
+        ->check(Between(0.1, 86400))
+        ->capture_default_str();
+}
+
+void AddDirectOption(CLI::App& command, stClientOptions& options)
+{
+    command.add_flag("--direct", options.bDirect, "Send each change at once in a datagram of its own, instead of batches");
+}
+
+CClient::CClient(const stClientOptions& options) : m_Options(options), m_Follower(m_Image)
+{
+    m_Follower.SetRemoteAddress(c_szPPCGroup, 0, int(c_unPPCPort));
+    m_Image.SetUseSimplePPCSender(options.bDirect);
+    m_Image.InitSimplePPCSenderComms();
+}
+
+CClient::~CClient()
+{
+    m_Follower.Shutdown();
+}
+
+int CClient::Open(unsigned int unTypes)
+{
+    const std::string strError = OpenLink(m_Follower, m_Options.link);
+    if (!strError.empty())
+    {
+        return Fail(strError);
+    }
+    const tSteadyClock::time_point start = tSteadyClock::now();
+    while ((m_Follower.GetTypesReceived() & unTypes) != unTypes)
+    {
+        if (StopRequested() || SecondsSince(start) > m_Options.dTimeout)
+        {
+            Fail(Format("no image from an MC on %s:%u within %g seconds", m_Options.link.strGroup.c_str(), m_Options.link.unPort,
+                        m_Options.dTimeout));
+            return enExitTimedOut;
+        }
+        Sleep(c_dLoopPeriod);
+        Update();
+    }
+    return enExitDone;
+}
+
+int CClient::Send(const std::vector<stChange>& changes)
+{
+    std::vector<const stChange*> left;
+    for (const stChange& change : changes)
+    {
+        left.push_back(&change);
+    }
+    LeaveOutWhatIsBack(left);
+    m_lSent += static_cast<long>(left.size());
+    SendOnce(left);
+    tSteadyClock::time_point sent = tSteadyClock::now();
+    tSteadyClock::time_point progress = sent;
+    while (!left.empty())
+    {
+        Sleep(c_dLoopPeriod);
+        const std::size_t unBefore = left.size();
+        if (Update())
+        {
+            LeaveOutWhatIsBack(left);
+        }
+        if (left.size() < unBefore)
+        {
+            progress = tSteadyClock::now();
+        }
+        else if (StopRequested() || SecondsSince(progress) > m_Options.dTimeout)
+        {
+            Fail(Format("%s of %s changes never came back from the MC; the first: %s",
+                        Grouped(static_cast<long>(left.size())).c_str(), Grouped(static_cast<long>(changes.size())).c_str(),
+                        AddressText(left[0]->address).c_str()));
+            return enExitTimedOut;
+        }
+        else if (SecondsSince(sent) > c_dSendAgainAfter)
+        {
+            SendOnce(left);
+            m_lResent += static_cast<long>(left.size());
+            sent = tSteadyClock::now();
+        }
+    }
+    return enExitDone;
+}
+
+void CClient::LeaveOutWhatIsBack(std::vector<const stChange*>& changes) const
+{
+    const auto isBack = [this](const stChange* pChange)
+    { return SameValue(pChange->address, ReadValue(m_Image, pChange->address), pChange->value); };
+    changes.erase(std::remove_if(changes.begin(), changes.end(), isBack), changes.end());
+}
+
+// True when an update came.
+bool CClient::Update()
+{
+    const std::uint32_t unBefore = m_Follower.GetUpdatesApplied();
+    if (m_Follower.UpdateBMA() == CClientMsgHandler::enUpdateDecodeError)
+    {
+        m_Follower.ClearReceiveErrors();
+    }
+    return m_Follower.GetUpdatesApplied() != unBefore;
+}
+
+// The queue is filled first and sent then, so that the datagrams are full.
+void CClient::SendOnce(const std::vector<const stChange*>& changes)
+{
+    for (std::size_t unChange = 0; unChange < changes.size();)
+    {
+        const std::size_t unEnd = std::min(changes.size(), unChange + c_unChangesAtOnce);
+        for (; unChange < unEnd; ++unChange)
+        {
+            if (m_Options.bDirect)
+            {
+                WriteValue(m_Image, *changes[unChange], true);
+            }
+            else
+            {
+                Queue(m_Follower, *changes[unChange]);
+            }
+        }
+        m_Follower.SendAll();
+        if (unChange < changes.size())
+        {
+            Sleep(c_dBreather);
+        }
+    }
+}

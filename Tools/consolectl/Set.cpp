@@ -1,0 +1,98 @@
+// consolectl set: changes parameters at the MC.
+#include "Client.h"
+#include "Subcommands.h"
+
+#include <memory>
+
+namespace
+{
+
+struct stOptions
+{
+    stClientOptions client;
+    std::vector<std::string> changes; // address, value, address, value
+};
+
+// Each parameter that an address names, with the value that goes with it.
+std::vector<stChange> ParseChanges(const stOptions& options)
+{
+    std::vector<stChange> changes;
+    if (options.changes.size() % 2 != 0)
+    {
+        throw CLI::ValidationError("set", "\"" + options.changes.back() + "\" has no value: ADDRESS VALUE go in pairs");
+    }
+    for (std::size_t unPair = 0; unPair < options.changes.size(); unPair += 2)
+    {
+        const stPattern pattern = ParsePattern(options.changes[unPair]);
+        if (pattern.types.nFirst != pattern.types.nLast)
+        {
+            throw CLI::ValidationError("set", "\"" + options.changes[unPair] + "\" names several types: one value fits only one");
+        }
+        const stValue value = ParseValue(static_cast<tagenPPCMessageType>(pattern.types.nFirst), options.changes[unPair + 1]);
+        ForEachParameter(pattern, [&](const stAddress& address) { changes.push_back({address, value}); });
+    }
+    return changes;
+}
+
+int Set(const stOptions& options)
+{
+    const std::vector<stChange> changes = ParseChanges(options);
+    SimpleUDPPPCSender sender;
+    unsigned int unTypes = 0;
+    for (const stChange& change : changes)
+    {
+        const stAddress& address = change.address;
+        unTypes |= 1u << address.enType;
+        if (options.client.bDirect && sender._FilterPacket(address.enType, address.enPathType, address.nParam))
+        {
+            throw CLI::ValidationError("--direct", AddressText(address) + " is on the list of parameters that are never sent so");
+        }
+    }
+    const auto pClient = std::make_unique<CClient>(options.client);
+    int nStatus = pClient->Open(unTypes);
+    if (nStatus != enExitDone)
+    {
+        return nStatus;
+    }
+    const std::string strBefore = ValueText(changes[0].address, ReadValue(pClient->Image(), changes[0].address));
+    const tSteadyClock::time_point start = tSteadyClock::now();
+    nStatus = pClient->Send(changes);
+    if (nStatus != enExitDone)
+    {
+        return nStatus;
+    }
+    if (changes.size() == 1)
+    {
+        Line("%s  %s -> %s, back from the MC after %.1f ms", AddressText(changes[0].address).c_str(), strBefore.c_str(),
+             Styled(enGood, ValueText(changes[0].address, changes[0].value)).c_str(), SecondsSince(start) * 1000);
+        return enExitDone;
+    }
+    Line("%s parameters: %s changes sent, all back from the MC after %.1f ms%s", Grouped(static_cast<long>(changes.size())).c_str(),
+         Grouped(pClient->GetSent()).c_str(), SecondsSince(start) * 1000,
+         pClient->GetResent() == 0 ? "" : Format(" (%s sent again)", Grouped(pClient->GetResent()).c_str()).c_str());
+    return enExitDone;
+}
+
+} // namespace
+
+void AddSet(CLI::App& app, int& nStatus)
+{
+    const auto pOptions = std::make_shared<stOptions>();
+    CLI::App* pCommand = app.add_subcommand(
+        "set",
+        "Change parameters at the MC, and wait until its updates show them. A burst goes out in as few datagrams as it fits in");
+    AddClientOptions(*pCommand, pOptions->client);
+    AddDirectOption(*pCommand, pOptions->client);
+    pCommand
+        ->add_option("ADDRESS VALUE", pOptions->changes,
+                     "Such as MicInput/12/Fader/0 -6.5; path and parameter may be a range (0-9), all but the type may be \"*\"; "
+                     "several pairs may follow each other")
+        ->required()
+        ->type_name("");
+    pCommand->callback(
+        [pOptions, &nStatus]
+        {
+            CatchStopSignals();
+            nStatus = Set(*pOptions);
+        });
+}

@@ -1,0 +1,360 @@
+#include "ShowFile.h"
+
+#include <boost/crc.hpp>
+
+#include <sqlite3.h>
+
+#include <ctime>
+#include <filesystem>
+
+namespace
+{
+
+constexpr int c_nApplicationId = 0x4c435348; // "LCSH"
+constexpr int c_nLayout = 1;
+constexpr int c_nBusyMilliseconds = 2000;
+constexpr int c_nLongestValue = 1 << 20;
+
+// The whole layout, to the letter: a file with another one is refused.
+constexpr const char* caTables[] = {
+    "CREATE TABLE show (id INTEGER PRIMARY KEY, name TEXT NOT NULL UNIQUE, saved TEXT NOT NULL)",
+    "CREATE TABLE block (show_id INTEGER NOT NULL, kind TEXT NOT NULL, message_type INTEGER NOT NULL, crc32 INTEGER NOT NULL, "
+    "bytes BLOB NOT NULL, PRIMARY KEY (show_id, kind, message_type)) WITHOUT ROWID"};
+
+std::uint32_t CheckSum(const std::vector<unsigned char>& bytes)
+{
+    boost::crc_32_type crc;
+    crc.process_bytes(bytes.data(), bytes.size());
+    return crc.checksum();
+}
+
+int CountBits(const std::vector<unsigned char>& bytes)
+{
+    int nBits = 0;
+    for (const unsigned char ucByte : bytes)
+    {
+        nBits += __builtin_popcount(ucByte);
+    }
+    return nBits;
+}
+
+std::string UTCText()
+{
+    const std::time_t now = std::time(nullptr);
+    std::tm utc = {};
+    char acText[32];
+    gmtime_r(&now, &utc);
+    return std::string(acText, std::strftime(acText, sizeof acText, "%Y-%m-%d %H:%M:%S", &utc));
+}
+
+} // namespace
+
+// A prepared statement, bound in order. After a failure it does nothing more and keeps the error.
+class CShowFile::CStatement
+{
+public:
+    CStatement(sqlite3* pDatabase, const char* szSQL) : m_pStatement(nullptr), m_nNext(1)
+    {
+        m_nResult = sqlite3_prepare_v2(pDatabase, szSQL, -1, &m_pStatement, nullptr);
+    }
+    ~CStatement() { sqlite3_finalize(m_pStatement); }
+    CStatement(const CStatement&) = delete;
+    CStatement& operator=(const CStatement&) = delete;
+
+    CStatement& Bind(const std::string& strText)
+    {
+        return Bound(sqlite3_bind_text(m_pStatement, m_nNext, strText.data(), static_cast<int>(strText.size()), SQLITE_TRANSIENT));
+    }
+    CStatement& Bind(long lNumber) { return Bound(sqlite3_bind_int64(m_pStatement, m_nNext, lNumber)); }
+    CStatement& Bind(const std::vector<unsigned char>& bytes)
+    {
+        return Bound(sqlite3_bind_blob(m_pStatement, m_nNext, bytes.data(), static_cast<int>(bytes.size()), SQLITE_TRANSIENT));
+    }
+
+    // True while there is a row.
+    bool Step()
+    {
+        if (m_nResult == SQLITE_OK || m_nResult == SQLITE_ROW)
+        {
+            m_nResult = sqlite3_step(m_pStatement);
+        }
+        return m_nResult == SQLITE_ROW;
+    }
+    bool Failed() const { return m_nResult != SQLITE_OK && m_nResult != SQLITE_ROW && m_nResult != SQLITE_DONE; }
+
+    long Number(int nColumn) const { return static_cast<long>(sqlite3_column_int64(m_pStatement, nColumn)); }
+    std::string Text(int nColumn) const
+    {
+        const unsigned char* pText = sqlite3_column_text(m_pStatement, nColumn);
+        return pText != nullptr ? reinterpret_cast<const char*>(pText) : "";
+    }
+    std::vector<unsigned char> Bytes(int nColumn) const
+    {
+        const unsigned char* pBytes = static_cast<const unsigned char*>(sqlite3_column_blob(m_pStatement, nColumn));
+        return pBytes != nullptr ? std::vector<unsigned char>(pBytes, pBytes + sqlite3_column_bytes(m_pStatement, nColumn))
+                                 : std::vector<unsigned char>();
+    }
+
+private:
+    CStatement& Bound(int nResult)
+    {
+        ++m_nNext;
+        if (m_nResult == SQLITE_OK)
+        {
+            m_nResult = nResult;
+        }
+        return *this;
+    }
+
+    sqlite3_stmt* m_pStatement;
+    int m_nNext;
+    int m_nResult;
+};
+
+void CShowFile::stCloser::operator()(sqlite3* pDatabase) const
+{
+    sqlite3_close(pDatabase);
+}
+
+CShowFile::CShowFile() = default;
+
+// A file that was made for a show that never came is taken away again.
+CShowFile::~CShowFile()
+{
+    m_pDatabase.reset();
+    std::error_code error;
+    if (m_bCreated && std::filesystem::file_size(m_strFile, error) == 0 && !error)
+    {
+        std::filesystem::remove(m_strFile, error);
+    }
+}
+
+std::string CShowFile::Open(const std::string& strFile, bool bCreate)
+{
+    m_strFile = strFile;
+    std::error_code error;
+    const std::filesystem::file_status status = std::filesystem::status(strFile, error);
+    const bool bThere = std::filesystem::exists(status);
+    if ((bThere && !std::filesystem::is_regular_file(status)) || (!bThere && !bCreate))
+    {
+        return strFile + (bThere ? ": not a file" : ": there is no such file");
+    }
+    m_bCreated = !bThere;
+    sqlite3* pDatabase = nullptr;
+    const int nFlags = SQLITE_OPEN_READWRITE | (bCreate ? SQLITE_OPEN_CREATE : 0);
+    const int nResult = sqlite3_open_v2(strFile.c_str(), &pDatabase, nFlags, nullptr);
+    m_pDatabase.reset(pDatabase);
+    if (nResult != SQLITE_OK)
+    {
+        return Error();
+    }
+    // What a foreign file brings along is not run.
+    sqlite3_db_config(pDatabase, SQLITE_DBCONFIG_DEFENSIVE, 1, nullptr);
+    sqlite3_db_config(pDatabase, SQLITE_DBCONFIG_TRUSTED_SCHEMA, 0, nullptr);
+    sqlite3_db_config(pDatabase, SQLITE_DBCONFIG_ENABLE_TRIGGER, 0, nullptr);
+    sqlite3_db_config(pDatabase, SQLITE_DBCONFIG_ENABLE_VIEW, 0, nullptr);
+    sqlite3_limit(pDatabase, SQLITE_LIMIT_LENGTH, c_nLongestValue);
+    sqlite3_busy_timeout(pDatabase, c_nBusyMilliseconds);
+    return Check(bCreate);
+}
+
+std::string CShowFile::Save(const std::string& strName, const std::vector<stShowBlock>& blocks, bool bReplace)
+{
+    const std::string strError =
+        Transact("BEGIN IMMEDIATE",
+                 [&]
+                 {
+                     long lShow = 0;
+                     std::string strProblem = m_bNew ? CreateLayout() : std::string();
+                     if (strProblem.empty() && FindShow(strName, lShow).empty())
+                     {
+                         strProblem = bReplace ? Remove(lShow) : m_strFile + ": there is a show \"" + strName + "\" already";
+                     }
+                     if (!strProblem.empty())
+                     {
+                         return strProblem;
+                     }
+                     CStatement show(m_pDatabase.get(), "INSERT INTO show (name, saved) VALUES (?, ?)");
+                     show.Bind(strName).Bind(UTCText()).Step();
+                     bool bFailed = show.Failed();
+                     lShow = static_cast<long>(sqlite3_last_insert_rowid(m_pDatabase.get()));
+                     for (const stShowBlock& block : blocks)
+                     {
+                         CStatement insert(m_pDatabase.get(), "INSERT INTO block VALUES (?, ?, ?, ?, ?)");
+                         insert.Bind(lShow)
+                             .Bind(block.strKind)
+                             .Bind(long(block.enType))
+                             .Bind(CheckSum(block.bytes))
+                             .Bind(block.bytes)
+                             .Step();
+                         bFailed = bFailed || insert.Failed();
+                     }
+                     return bFailed ? Error() : std::string();
+                 });
+    if (strError.empty())
+    {
+        m_bNew = false;
+        m_bCreated = false;
+    }
+    return strError;
+}
+
+std::string CShowFile::Load(const std::string& strName, std::vector<stShowBlock>& blocks)
+{
+    return Transact(
+        "BEGIN",
+        [&]
+        {
+            long lShow = 0;
+            const std::string strError = FindShow(strName, lShow);
+            if (!strError.empty())
+            {
+                return strError;
+            }
+            CStatement select(m_pDatabase.get(), "SELECT kind, message_type, crc32, bytes FROM block WHERE show_id = ?");
+            for (select.Bind(lShow); select.Step();)
+            {
+                stShowBlock block = {select.Text(0), static_cast<tagenPPCMessageType>(select.Number(1)), select.Bytes(3)};
+                if (CheckSum(block.bytes) != select.Number(2))
+                {
+                    return m_strFile + ": show \"" + strName + "\" is damaged: the check sum of a block is wrong";
+                }
+                blocks.push_back(std::move(block));
+            }
+            return select.Failed() ? Error() : std::string();
+        });
+}
+
+std::string CShowFile::Delete(const std::string& strName)
+{
+    return Transact("BEGIN IMMEDIATE",
+                    [&]
+                    {
+                        long lShow = 0;
+                        const std::string strError = FindShow(strName, lShow);
+                        return strError.empty() ? Remove(lShow) : strError;
+                    });
+}
+
+std::string CShowFile::List(std::vector<stShowEntry>& entries)
+{
+    return Transact("BEGIN",
+                    [&]
+                    {
+                        CStatement shows(m_pDatabase.get(), "SELECT id, name, saved FROM show ORDER BY saved, id");
+                        while (shows.Step())
+                        {
+                            entries.push_back({shows.Text(1), shows.Text(2), 0});
+                            CStatement flags(m_pDatabase.get(), "SELECT bytes FROM block WHERE show_id = ? AND kind = 'store'");
+                            for (flags.Bind(shows.Number(0)); flags.Step();)
+                            {
+                                entries.back().nStored += CountBits(flags.Bytes(0));
+                            }
+                            if (flags.Failed())
+                            {
+                                return Error();
+                            }
+                        }
+                        return shows.Failed() ? Error() : std::string();
+                    });
+}
+
+// Is this a show file, whole and of the layout that we know?
+std::string CShowFile::Check(bool bMayBeNew)
+{
+    CStatement integrity(m_pDatabase.get(), "PRAGMA quick_check(1)");
+    if (!integrity.Step())
+    {
+        return Error();
+    }
+    if (integrity.Text(0) != "ok")
+    {
+        return m_strFile + ": damaged: " + integrity.Text(0);
+    }
+    CStatement header(m_pDatabase.get(), "SELECT application_id, user_version FROM pragma_application_id, pragma_user_version");
+    CStatement layout(m_pDatabase.get(), "SELECT sql FROM sqlite_schema WHERE sql IS NOT NULL ORDER BY rowid");
+    if (!header.Step())
+    {
+        return Error();
+    }
+    std::vector<std::string> tables;
+    while (layout.Step())
+    {
+        tables.push_back(layout.Text(0));
+    }
+    m_bNew = bMayBeNew && tables.empty() && header.Number(0) == 0 && header.Number(1) == 0;
+    const bool bOurs = header.Number(0) == c_nApplicationId && header.Number(1) == c_nLayout &&
+                       std::equal(tables.begin(), tables.end(), std::begin(caTables), std::end(caTables));
+    return m_bNew || bOurs ? std::string() : m_strFile + ": not a show file";
+}
+
+std::string CShowFile::CreateLayout()
+{
+    for (const std::string& strSQL :
+         {std::string(caTables[0]), std::string(caTables[1]), "PRAGMA application_id = " + std::to_string(c_nApplicationId),
+          "PRAGMA user_version = " + std::to_string(c_nLayout)})
+    {
+        const std::string strError = Run(strSQL.c_str());
+        if (!strError.empty())
+        {
+            return strError;
+        }
+    }
+    return std::string();
+}
+
+std::string CShowFile::FindShow(const std::string& strName, long& lShow)
+{
+    CStatement select(m_pDatabase.get(), "SELECT id FROM show WHERE name = ?");
+    if (select.Bind(strName).Step())
+    {
+        lShow = select.Number(0);
+        return std::string();
+    }
+    return select.Failed() ? Error() : m_strFile + ": there is no show \"" + strName + "\"";
+}
+
+std::string CShowFile::Remove(long lShow)
+{
+    for (const char* szSQL : {"DELETE FROM block WHERE show_id = ?", "DELETE FROM show WHERE id = ?"})
+    {
+        CStatement statement(m_pDatabase.get(), szSQL);
+        statement.Bind(lShow).Step();
+        if (statement.Failed())
+        {
+            return Error();
+        }
+    }
+    return std::string();
+}
+
+// All of work, or, when it returns an error, nothing of it.
+template <class Work>
+std::string CShowFile::Transact(const char* szBegin, Work work)
+{
+    std::string strError = Run(szBegin);
+    if (!strError.empty())
+    {
+        return strError;
+    }
+    strError = work();
+    if (strError.empty())
+    {
+        strError = Run("COMMIT");
+    }
+    if (!strError.empty())
+    {
+        Run("ROLLBACK");
+    }
+    return strError;
+}
+
+std::string CShowFile::Run(const char* szSQL)
+{
+    return sqlite3_exec(m_pDatabase.get(), szSQL, nullptr, nullptr, nullptr) == SQLITE_OK ? std::string() : Error();
+}
+
+std::string CShowFile::Error() const
+{
+    return m_strFile + ": " + sqlite3_errmsg(m_pDatabase.get());
+}

@@ -1,0 +1,56 @@
+// Shows in a file: an SQLite database that reads the same on every machine.
+#pragma once
+
+#include "ShowBlocks.h"
+
+#include <memory>
+#include <string>
+#include <vector>
+
+struct sqlite3;
+
+struct stShowEntry
+{
+    std::string strName;
+    std::string strSaved; // UTC, "2025-06-01 19:30:00"
+    int nStored;          // parameters with the store flag
+};
+
+// A file of shows by name. Every operation returns an empty text, or one line that says what went wrong; then the file is as it
+// was. A file that is no regular file, no show file, damaged, or of another layout is refused. Each block carries a check sum.
+class CShowFile
+{
+public:
+    CShowFile();
+    ~CShowFile();
+
+    std::string Open(const std::string& strFile, bool bCreate);
+
+    // One transaction: the show is there whole, or not at all. An existing one is replaced only when bReplace says so.
+    std::string Save(const std::string& strName, const std::vector<stShowBlock>& blocks, bool bReplace);
+    std::string Load(const std::string& strName, std::vector<stShowBlock>& blocks);
+    std::string Delete(const std::string& strName);
+    std::string List(std::vector<stShowEntry>& entries);
+
+private:
+    struct stCloser
+    {
+        void operator()(sqlite3* pDatabase) const;
+    };
+
+    class CStatement;
+
+    std::string Check(bool bMayBeNew);
+    std::string Run(const char* szSQL);
+    std::string Error() const;
+    template <class Work>
+    std::string Transact(const char* szBegin, Work work);
+    std::string CreateLayout();
+    std::string FindShow(const std::string& strName, long& lShow);
+    std::string Remove(long lShow);
+
+    std::string m_strFile;
+    std::unique_ptr<sqlite3, stCloser> m_pDatabase;
+    bool m_bCreated = false; // by us, and no show is in it yet
+    bool m_bNew = false;     // nothing in it yet, the layout neither
+};
