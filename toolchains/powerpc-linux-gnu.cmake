@@ -2,7 +2,8 @@
 set(CMAKE_SYSTEM_NAME Linux)
 set(CMAKE_SYSTEM_PROCESSOR powerpc)
 set(CMAKE_CXX_COMPILER powerpc-linux-gnu-g++)
-set(CMAKE_FIND_ROOT_PATH /usr/powerpc-linux-gnu)
+# Beside the compiler's own libraries, those that toolchains/sqlite-for-powerpc makes.
+set(CMAKE_FIND_ROOT_PATH /usr/powerpc-linux-gnu ${CMAKE_CURRENT_LIST_DIR}/../build/powerpc-libraries)
 set(CMAKE_FIND_ROOT_PATH_MODE_PROGRAM NEVER)
 foreach(kind LIBRARY INCLUDE PACKAGE)
     set(CMAKE_FIND_ROOT_PATH_MODE_${kind} ONLY)

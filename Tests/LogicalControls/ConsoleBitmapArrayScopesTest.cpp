@@ -2,7 +2,7 @@
 
 #include "LogicalControls/ScopeMask.h"
 #include "Support/Blocks.h"
-#include "Support/Bytes.h"
+#include "Support/Records.h"
 #include "Support/SystemCalls.h"
 
 #include <gmock/gmock.h>
@@ -23,6 +23,7 @@ namespace
 {
 
 using Support::c_nBehind;
+using Support::FlagRecord;
 using Support::tBytes;
 typedef std::vector<stPPCWithSI> tRecords;
 typedef std::vector<tBytes> tBlocks; // by message type, each with what lies behind it
@@ -326,18 +327,6 @@ constexpr tDump c_apDump[] = {&CBMAContainer::DumpStoreScopeParams, &CBMAContain
 constexpr tSetScope c_apSetScope[] = {&CBMAContainer::SetPPCStoreScope, &CBMAContainer::SetPPCRecallScope,
                                       &CBMAContainer::SetPPCGlobalScope, &CBMAContainer::SetPPCSafeScope};
 
-stPPCWithSI Record(int nType, int nPathType, int nPath, int nParam, int nValue = 1)
-{
-    stPPCWithSI record;
-    record.enMessageType = static_cast<tagenPPCMessageType>(nType);
-    record.enPathType = Path(nPathType);
-    record.nPath = nPath;
-    record.nParameter = nParam;
-    record.value.nValue = nValue;
-    record.nScope = nValue == 0; // not to be looked at
-    return record;
-}
-
 // One scope's flags of an image. Each test runs for all four.
 class ScopeFlags : public testing::TestWithParam<int>
 {
@@ -410,12 +399,12 @@ TEST_P(ScopeFlags, HaveATagOfTheirOwn)
 
 TEST_P(ScopeFlags, AreWrittenByTheIntegerValueOfEachRecord)
 {
-    ExpectWrites({Record(2, 1, 0, 0), Record(2, 1, 0, 7, 5), Record(2, 1, 0, 3, INT_MIN), Record(2, 1, 0, 9, 256),
-                  Record(2, 1, 1, 0), Record(0, 1, 0, 1), Record(1, 1, 143, 279), Record(3, 50, 1, 68), Record(4, 50, 1, 0),
-                  Record(5, 50, 1, 0), Record(6, 50, 1, 63)});
+    ExpectWrites({FlagRecord(2, 1, 0, 0), FlagRecord(2, 1, 0, 7, 5), FlagRecord(2, 1, 0, 3, INT_MIN), FlagRecord(2, 1, 0, 9, 256),
+                  FlagRecord(2, 1, 1, 0), FlagRecord(0, 1, 0, 1), FlagRecord(1, 1, 143, 279), FlagRecord(3, 50, 1, 68),
+                  FlagRecord(4, 50, 1, 0), FlagRecord(5, 50, 1, 0), FlagRecord(6, 50, 1, 63)});
     EXPECT_EQ(0x89, FlagByte(enSwitch, 31));
     EXPECT_EQ(0x02, FlagByte(enMeter, 1987));
-    ExpectWrites({Record(2, 1, 0, 7, 0), Record(2, 1, 0, 9, 0), Record(6, 50, 1, 63, 0), Record(2, 1, 0, 9, 0)});
+    ExpectWrites({FlagRecord(2, 1, 0, 7, 0), FlagRecord(2, 1, 0, 9, 0), FlagRecord(6, 50, 1, 63, 0), FlagRecord(2, 1, 0, 9, 0)});
     EXPECT_EQ(0x09, FlagByte(enSwitch, 31));
     EXPECT_EQ(0x00, FlagByte(enMeter, 1987));
 }
@@ -428,7 +417,7 @@ TEST_P(ScopeFlags, AreAllWrittenThroughRecords)
         for (int nType = 0; nType < 7; ++nType)
         {
             ForEachParameter(static_cast<std::size_t>(nType), [&](tagenVirtualPathType enPathType, int nPath, int nParam)
-                             { records.push_back(Record(nType, enPathType, nPath, nParam, nValue)); });
+                             { records.push_back(FlagRecord(nType, enPathType, nPath, nParam, nValue)); });
         }
         ExpectWrites(records);
         EXPECT_EQ(nValue * 0xff, FlagByte(enRotary, 8161));
@@ -437,7 +426,7 @@ TEST_P(ScopeFlags, AreAllWrittenThroughRecords)
 
 TEST_P(ScopeFlags, PathTypesFrom51OnUseTheLastPosition)
 {
-    ExpectWrites({Record(2, 1, 0, 0), Record(2, 51, 0, 1), Record(2, 51, 0, 2), Record(3, INT_MAX, 9, 3)});
+    ExpectWrites({FlagRecord(2, 1, 0, 0), FlagRecord(2, 51, 0, 1), FlagRecord(2, 51, 0, 2), FlagRecord(3, INT_MAX, 9, 3)});
     EXPECT_EQ(0x0f, FlagByte(enSwitch, 31));
 }
 
@@ -445,14 +434,15 @@ TEST_P(ScopeFlags, AreUntouchedWithoutAPosition)
 {
     for (const int nPathType : {51, INT_MAX, -1, INT_MIN})
     {
-        ExpectWrites({Record(2, nPathType, 0, 0), Record(2, nPathType, 0, 1), Record(7, 1, 0, 0), Record(-1, 1, 0, 0)});
+        ExpectWrites(
+            {FlagRecord(2, nPathType, 0, 0), FlagRecord(2, nPathType, 0, 1), FlagRecord(7, 1, 0, 0), FlagRecord(-1, 1, 0, 0)});
     }
     EXPECT_EQ(0x00, FlagByte(enSwitch, 0));
 }
 
 TEST_P(ScopeFlags, AreUntouchedWithoutRecords)
 {
-    stPPCWithSI record = Record(2, 1, 0, 0);
+    stPPCWithSI record = FlagRecord(2, 1, 0, 0);
     for (const int nCount : {INT_MIN, -1, 0})
     {
         Write(&record, nCount);
@@ -471,11 +461,11 @@ TEST_P(ScopeFlags, KeepToTheirBlockWhateverTheRecords)
                                              {INT_MIN, -(1 << 16), -9, 0, 1, 7, 63, 575, 1 << 16, INT_MAX}};
     std::mt19937 random(42);
     const auto any = [&](int nCoordinate) { return aanCoordinates[nCoordinate][random() % 10]; };
-    tRecords records = {Record(2, 1, 0, 0)};
+    tRecords records = {FlagRecord(2, 1, 0, 0)};
     while (records.size() < 20000)
     {
         const int nValue = static_cast<int>(random() % 2);
-        records.insert(records.end(), 1 + random() % 2, Record(any(0), any(1), any(2), any(3), nValue));
+        records.insert(records.end(), 1 + random() % 2, FlagRecord(any(0), any(1), any(2), any(3), nValue));
         records.back().nParameter = any(3);
     }
     ExpectWrites(records);
@@ -491,7 +481,7 @@ TEST_P(ScopeFlags, AreListedOfTheArgumentsPath)
         SetFlag(nScope, 6, 10, 7, 0, nScope != GetParam());
         SetFlag(nScope, 1, 1, 9, 3);
     }
-    const tPPCPacket aList[] = {Record(2, 1, 0, 575), Record(6, 10, 8, 0), Record(1, 1, 9, 3), Record(-1, 0, 0, 0)};
+    const tPPCPacket aList[] = {FlagRecord(2, 1, 0, 575), FlagRecord(6, 10, 8, 0), FlagRecord(1, 1, 9, 3), FlagRecord(-1, 0, 0, 0)};
     EXPECT_EQ(Listing(" -> msg type (2), path type ( 1), path (  7), parameter (575), value (  1)\n"
                       " -> msg type (6), path type (10), path (  7), parameter (  0), value (  0)\n"
                       " -> msg type (1), path type ( 1), path (  7), parameter (  3), value (  0)\n"),
@@ -500,10 +490,10 @@ TEST_P(ScopeFlags, AreListedOfTheArgumentsPath)
 
 TEST_P(ScopeFlags, AreListedUpToAMessageTypeOrPathTypeOfMinusOne)
 {
-    for (const tPPCPacket& end : {Record(-1, 1, 0, 0), Record(2, -1, 0, 0)})
+    for (const tPPCPacket& end : {FlagRecord(-1, 1, 0, 0), FlagRecord(2, -1, 0, 0)})
     {
-        const tPPCPacket aList[] = {Record(0, 1, -1, 0), Record(3, 0, 0, -1), Record(3, 49, 0, 94), end,
-                                    Record(2, 1, 0, 0),  Record(-1, -1, 0, 0)};
+        const tPPCPacket aList[] = {FlagRecord(0, 1, -1, 0), FlagRecord(3, 0, 0, -1), FlagRecord(3, 49, 0, 94), end,
+                                    FlagRecord(2, 1, 0, 0),  FlagRecord(-1, -1, 0, 0)};
         EXPECT_EQ(Listing(" -> msg type (0), path type ( 1), path (  0), parameter (  0), value (  0)\n"
                           " -> msg type (3), path type ( 0), path (  0), parameter ( -1), value (  0)\n"
                           " -> msg type (3), path type (49), path (  0), parameter ( 94), value (  0)\n"),
@@ -516,8 +506,9 @@ TEST_P(ScopeFlags, AreListedUpToAMessageTypeOrPathTypeOfMinusOne)
 TEST_P(ScopeFlags, AreListedAsZeroWhereThereAreNone)
 {
     SetFlag(GetParam(), 2, 1, 0, 0);
-    const tPPCPacket aList[] = {Record(2, 1, 0, 0),        Record(7, 1, 0, 0),  Record(2, 51, 0, 0), Record(2, 1, 0, 0),
-                                Record(-2, -2, 0, 138696), Record(2, 1, 0, -9), Record(2, 1, 0, 0),  Record(-1, -1, 0, 0)};
+    const tPPCPacket aList[] = {FlagRecord(2, 1, 0, 0), FlagRecord(7, 1, 0, 0),        FlagRecord(2, 51, 0, 0),
+                                FlagRecord(2, 1, 0, 0), FlagRecord(-2, -2, 0, 138696), FlagRecord(2, 1, 0, -9),
+                                FlagRecord(2, 1, 0, 0), FlagRecord(-1, -1, 0, 0)};
     SetFlag(GetParam(), 2, 0, 0, 239); // 9 before it
     EXPECT_EQ(Listing(" -> msg type (2), path type ( 1), path (  0), parameter (  0), value (  1)\n"
                       " -> msg type (7), path type ( 1), path (  0), parameter (  0), value (  0)\n"
@@ -538,7 +529,7 @@ TEST_P(ScopeFlags, AreListedInDecimalAfterADumpOfAMask)
     testing::internal::CaptureStdout();
     m_Mask.DumpMasks();
     testing::internal::GetCapturedStdout();
-    const tPPCPacket aList[] = {Record(3, 49, 0, 94), Record(-1, 0, 0, 0)};
+    const tPPCPacket aList[] = {FlagRecord(3, 49, 0, 94), FlagRecord(-1, 0, 0, 0)};
     EXPECT_EQ(Listing(" -> msg type (3), path type (49), path ( 17), parameter ( 94), value (  0)\n"), Dump(aList, 17));
     std::cout << std::dec;
 }

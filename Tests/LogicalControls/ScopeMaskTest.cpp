@@ -1,7 +1,7 @@
 #include "LogicalControls/ScopeMask.h"
 
 #include "Support/Blocks.h"
-#include "Support/Bytes.h"
+#include "Support/Records.h"
 #include "Support/SystemCalls.h"
 
 #include <gtest/gtest.h>
@@ -23,6 +23,7 @@ namespace
 {
 
 using Support::c_nBehind;
+using Support::FlagRecord;
 using Support::Hex;
 using Support::tBytes;
 typedef std::vector<stPPCWithSI> tRecords;
@@ -83,18 +84,6 @@ void SetBit(tFlags& flags, int nType, std::int64_t nIndex, bool bValue)
 {
     unsigned char& ucByte = flags[static_cast<std::size_t>(nType)][static_cast<std::size_t>(nIndex / 8)];
     ucByte = static_cast<unsigned char>(bValue ? ucByte | 1 << nIndex % 8 : ucByte & ~(1 << nIndex % 8));
-}
-
-stPPCWithSI Record(int nType, int nPathType, int nPath, int nParam, int nValue = 1)
-{
-    stPPCWithSI record;
-    record.enMessageType = Type(nType);
-    record.enPathType = Path(nPathType);
-    record.nPath = nPath;
-    record.nParameter = nParam;
-    record.value.nValue = nValue;
-    record.nScope = nValue == 0; // not to be looked at
-    return record;
 }
 
 int Write(CCBMAContainerScopeMask& mask, tRecords records)
@@ -163,7 +152,7 @@ void AssignByRecords(CCBMAContainerScopeMask& mask, int nValue)
                 Write(mask, batch);
                 batch.clear();
             }
-            batch.push_back(Record(nType, nPathType, nPath, nParam, nValue));
+            batch.push_back(FlagRecord(nType, nPathType, nPath, nParam, nValue));
         });
     Write(mask, batch);
 }
@@ -366,8 +355,9 @@ TEST_F(ScopeMask, ReadsAndWritesOneFlag)
 
 TEST_F(ScopeMask, WritesTheFlagOfEachRecordByItsIntegerValue)
 {
-    EXPECT_EQ(1, Write(m_Mask, {Record(2, 1, 0, 0), Record(2, 1, 0, 7, 5), Record(2, 1, 0, 3, INT_MIN), Record(2, 1, 0, 9, 256),
-                                Record(2, 1, 1, 0), Record(0, 1, 0, 1), Record(6, 50, 1, 63), Record(5, 50, 1, 0)}));
+    EXPECT_EQ(1, Write(m_Mask, {FlagRecord(2, 1, 0, 0), FlagRecord(2, 1, 0, 7, 5), FlagRecord(2, 1, 0, 3, INT_MIN),
+                                FlagRecord(2, 1, 0, 9, 256), FlagRecord(2, 1, 1, 0), FlagRecord(0, 1, 0, 1),
+                                FlagRecord(6, 50, 1, 63), FlagRecord(5, 50, 1, 0)}));
     m_Expected[2][31] = 0x89;
     m_Expected[2][32] = 0x02;
     m_Expected[2][103] = 0x01;
@@ -375,7 +365,8 @@ TEST_F(ScopeMask, WritesTheFlagOfEachRecordByItsIntegerValue)
     m_Expected[6][1987] = 0x02;
     m_Expected[5][84] = 0x01;
     EXPECT_TRUE(m_Expected == Flags(m_Mask));
-    EXPECT_EQ(1, Write(m_Mask, {Record(2, 1, 0, 7, 0), Record(2, 1, 0, 9, 0), Record(5, 50, 1, 0, 0), Record(2, 1, 0, 9, 0)}));
+    EXPECT_EQ(1, Write(m_Mask, {FlagRecord(2, 1, 0, 7, 0), FlagRecord(2, 1, 0, 9, 0), FlagRecord(5, 50, 1, 0, 0),
+                                FlagRecord(2, 1, 0, 9, 0)}));
     m_Expected[2][31] = 0x09;
     m_Expected[2][32] = m_Expected[5][84] = 0x00;
     EXPECT_TRUE(m_Expected == Flags(m_Mask));
@@ -383,8 +374,8 @@ TEST_F(ScopeMask, WritesTheFlagOfEachRecordByItsIntegerValue)
 
 TEST_F(ScopeMask, PathTypesFrom51OnUseTheLastPosition)
 {
-    Write(m_Mask, {Record(2, 1, 0, 0), Record(2, 51, 0, 1), Record(2, 51, 0, 2), Record(-1, 52, 9, 3), Record(7, INT_MAX, -5, 4),
-                   Record(3, 51, 1, 5), Record(4, 50, 1, 0), Record(2, 51, 1, -1)});
+    Write(m_Mask, {FlagRecord(2, 1, 0, 0), FlagRecord(2, 51, 0, 1), FlagRecord(2, 51, 0, 2), FlagRecord(-1, 52, 9, 3),
+                   FlagRecord(7, INT_MAX, -5, 4), FlagRecord(3, 51, 1, 5), FlagRecord(4, 50, 1, 0), FlagRecord(2, 51, 1, -1)});
     m_Expected[2][31] = 0x3f;
     m_Expected[4][345] = 0x18;
     EXPECT_TRUE(m_Expected == Flags(m_Mask));
@@ -394,9 +385,9 @@ TEST_F(ScopeMask, FirstRecordsWithoutAPositionAreSkipped)
 {
     for (const int nPathType : {51, 52, INT_MAX, -1, INT_MIN})
     {
-        Write(m_Mask, {Record(2, 1, 0, 0), Record(2, 1, 0, 0, 0)}); // counts for nothing in the next
-        Write(m_Mask, {Record(2, nPathType, 0, 0), Record(2, nPathType, 0, 1), Record(3, 51, 0, 2), Record(2, 1, 0, 3),
-                       Record(2, 1, 0, 3, 0)});
+        Write(m_Mask, {FlagRecord(2, 1, 0, 0), FlagRecord(2, 1, 0, 0, 0)}); // counts for nothing in the next
+        Write(m_Mask, {FlagRecord(2, nPathType, 0, 0), FlagRecord(2, nPathType, 0, 1), FlagRecord(3, 51, 0, 2),
+                       FlagRecord(2, 1, 0, 3), FlagRecord(2, 1, 0, 3, 0)});
         EXPECT_TRUE(m_Expected == Flags(m_Mask)) << nPathType;
     }
 }
@@ -406,8 +397,8 @@ TEST_F(ScopeMask, AddressesWithoutFlagsAreSkippedUntilThereIsAPosition)
     static const int aanNowhere[][2] = {{7, 1}, {INT_MAX, 0}, {-1, 1}, {INT_MIN, 50}, {2, -1}, {2, INT_MIN}, {7, -1}, {-1, -1}};
     for (const auto& an : aanNowhere)
     {
-        Write(m_Mask, {Record(2, 1, 0, 0), Record(an[0], an[1], 0, 1), Record(an[0], an[1], 0, 2), Record(2, 51, 0, 3),
-                       Record(2, 1, 0, 4)});
+        Write(m_Mask, {FlagRecord(2, 1, 0, 0), FlagRecord(an[0], an[1], 0, 1), FlagRecord(an[0], an[1], 0, 2),
+                       FlagRecord(2, 51, 0, 3), FlagRecord(2, 1, 0, 4)});
         m_Expected[2][31] = 0x11;
         EXPECT_TRUE(m_Expected == Flags(m_Mask)) << an[0] << " " << an[1];
     }
@@ -416,7 +407,7 @@ TEST_F(ScopeMask, AddressesWithoutFlagsAreSkippedUntilThereIsAPosition)
 TEST_F(ScopeMask, WritesNothingWithoutRecords)
 {
     m_Expected = Scramble(m_Mask, 28);
-    stPPCWithSI record = Record(2, 1, 0, 0);
+    stPPCWithSI record = FlagRecord(2, 1, 0, 0);
     for (const int nCount : {INT_MIN, -1, 0})
     {
         for (const int nValue : {0, 1})
@@ -433,7 +424,8 @@ TEST_F(ScopeMask, WritesNothingWithoutRecords)
 
 TEST_F(ScopeMask, AddressBesideItsPathIsANeighboursFlag)
 {
-    Write(m_Mask, {Record(2, 1, 0, 576), Record(2, 1, 0, -1), Record(2, 1, -1, 584), Record(2, 50, 1, -8), Record(4, 0, 0, 1)});
+    Write(m_Mask, {FlagRecord(2, 1, 0, 576), FlagRecord(2, 1, 0, -1), FlagRecord(2, 1, -1, 584), FlagRecord(2, 50, 1, -8),
+                   FlagRecord(4, 0, 0, 1)});
     m_Expected[2][103] = 0x01;   // path 1, parameter 0
     m_Expected[2][30] = 0x80;    // the last of the globals
     m_Expected[2][32] = 0x01;    // path 0, parameter 8
@@ -441,7 +433,7 @@ TEST_F(ScopeMask, AddressBesideItsPathIsANeighboursFlag)
     m_Expected[4][0] = 0x02;     // mic input 0, parameter 0
     EXPECT_TRUE(m_Expected == Flags(m_Mask));
 
-    Write(m_Mask, {Record(2, 1, -3728270, 2147483536), Record(0, 1, 1 << 30, INT_MIN)});
+    Write(m_Mask, {FlagRecord(2, 1, -3728270, 2147483536), FlagRecord(0, 1, 1 << 30, INT_MIN)});
     m_Expected[2][33] = 0x01; // path 0, parameter 16
     m_Expected[0][9] = 0x08;  // mic input 0, parameter 0
     EXPECT_TRUE(m_Expected == Flags(m_Mask));
@@ -450,11 +442,11 @@ TEST_F(ScopeMask, AddressBesideItsPathIsANeighboursFlag)
 // Products and sums that would come back into the block in 32 bits: 576 times 2^26 is 9 times 2^32.
 TEST_F(ScopeMask, AddressOutsideTheBlockTouchesNothing)
 {
-    const tRecords outside = {Record(2, 1, 1 << 26, 5),  Record(2, 1, INT_MIN, 0), Record(0, 1, INT_MIN, 0),
-                              Record(2, 26, 1 << 29, 0), Record(2, 1, 0, INT_MAX), Record(2, 1, 0, INT_MIN),
-                              Record(2, 0, 0, -1),       Record(2, 0, -1, 247),    Record(2, 1, 0, -249),
-                              Record(2, 50, 1, 8),       Record(0, 50, 1, 2),      Record(4, 50, 2, 0),
-                              Record(5, 50, 1, 1),       Record(2, 0, 0, 138703),  Record(6, 0, 0, 15898)};
+    const tRecords outside = {FlagRecord(2, 1, 1 << 26, 5),  FlagRecord(2, 1, INT_MIN, 0), FlagRecord(0, 1, INT_MIN, 0),
+                              FlagRecord(2, 26, 1 << 29, 0), FlagRecord(2, 1, 0, INT_MAX), FlagRecord(2, 1, 0, INT_MIN),
+                              FlagRecord(2, 0, 0, -1),       FlagRecord(2, 0, -1, 247),    FlagRecord(2, 1, 0, -249),
+                              FlagRecord(2, 50, 1, 8),       FlagRecord(0, 50, 1, 2),      FlagRecord(4, 50, 2, 0),
+                              FlagRecord(5, 50, 1, 1),       FlagRecord(2, 0, 0, 138703),  FlagRecord(6, 0, 0, 15898)};
     for (const int nFill : {0, 1})
     {
         m_Mask.BlockAssign(nFill);
@@ -484,7 +476,7 @@ TEST_F(ScopeMask, KeepsToTheBlockWhateverTheRecords)
         {
             const int nValue = static_cast<int>(random() % 2);
             records.insert(records.end(), 1 + random() % 2,
-                           Record(any(anTypes), any(anPathTypes), any(anPaths), any(anParams), nValue));
+                           FlagRecord(any(anTypes), any(anPathTypes), any(anPaths), any(anParams), nValue));
             records.back().nParameter = any(anParams);
         }
         ExpectWrites(records);
@@ -508,13 +500,13 @@ TEST_F(ScopeMask, DumpShowsSwitchesFirstAndOthersLast)
     const std::string strZeros = "   0    0    0    0    0    0    0    0    0    0    0    0    0    0    0 ";
     const std::string strLine = "\t   0    0    0    0    0 " + strZeros + "\n";
     m_Mask.BlockAssign(1);
-    Write(m_Mask,
-          {Record(2, 0, 0, 4, 0), Record(2, 0, 0, 12, 0), Record(2, 0, 0, 13, 0), Record(2, 0, 0, 14, 0), Record(2, 0, 0, 15, 0)});
+    Write(m_Mask, {FlagRecord(2, 0, 0, 4, 0), FlagRecord(2, 0, 0, 12, 0), FlagRecord(2, 0, 0, 13, 0), FlagRecord(2, 0, 0, 14, 0),
+                   FlagRecord(2, 0, 0, 15, 0)});
     const std::string strStart = "[CCBMAContainerScopeMask::DumpMasks] START\n  Rotaries\n\t  ef    f   ff   ff   ff ";
     EXPECT_EQ(strStart, Dump(m_Mask).substr(0, strStart.size()));
 
     m_Mask.Reset();
-    Write(m_Mask, {Record(5, 50, 1, 0)});
+    Write(m_Mask, {FlagRecord(5, 50, 1, 0)});
     const std::string strEnd = "\n\n  Other\n" + strLine + strLine + strLine + strLine + "\t   0    0    0    0    1 " + strZeros +
                                "\n\n\n[CCBMAContainerScopeMask::DumpMasks] END\n";
     const std::string strDump = Dump(m_Mask);
@@ -564,7 +556,7 @@ TEST_F(ScopeMask, WithoutMemoryHasNoFlags)
         pFailing.reset();
         int nRead = 77;
         EXPECT_EQ(1, mask.BlockAssign(1));
-        EXPECT_EQ(1, Write(mask, {Record(2, 1, 0, 0), Record(5, 50, 1, 0), Record(6, 50, 1, 0)}));
+        EXPECT_EQ(1, Write(mask, {FlagRecord(2, 1, 0, 0), FlagRecord(5, 50, 1, 0), FlagRecord(6, 50, 1, 0)}));
         mask.GetFlag(enOther, enAuk, 1, 0, nRead); // its block is the last
         EXPECT_EQ(77, nRead);
         mask = copy;

@@ -1,6 +1,6 @@
 #include "Messages/PPCPacket.h"
 
-#include "Support/Bytes.h"
+#include "Support/Records.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -16,7 +16,11 @@
 
 using Support::Append;
 using Support::AppendBig;
+using Support::c_szFloatRecord;
+using Support::c_szIntRecord;
+using Support::c_szStringRecord;
 using Support::Hex;
+using Support::SerialisedRecord;
 using Support::tBytes;
 using testing::ElementsAre;
 
@@ -69,24 +73,6 @@ stWalk Walk(const tBytes& stream, std::size_t unOffset = 0)
     walk.bGood = reader.IsGood();
     return walk;
 }
-
-// A record whose header claims this length, whatever its value is.
-tBytes Record(std::uint32_t unType, std::uint32_t unClaimedLength, const tBytes& value, std::uint32_t unMarker = 1)
-{
-    tBytes bytes;
-    AppendBig(bytes, unMarker);
-    bytes.push_back(0);
-    for (const std::uint32_t unField : {unType, 7u, 8u, 9u, unClaimedLength})
-    {
-        AppendBig(bytes, unField);
-    }
-    Append(bytes, value);
-    return bytes;
-}
-
-const char* const c_szFloatRecord = "00000001 00 00000001 00000002 00000003 00000004 00000004 bf400000";
-const char* const c_szStringRecord = "00000001 00 00000000 00000001 0000008f 00000001 0000000d 4b69636b20496e000000000000";
-const char* const c_szIntRecord = "00000001 00 00000003 00000032 00000001 00000044 00000004 fffffffe";
 
 // A float, a string and an int record: 29, 38 and 29 bytes.
 tBytes ThreeRecords()
@@ -324,7 +310,7 @@ TEST(PPCStreamReader, AValueLengthOfNothingOrLessEndsTheWalkThoughRecordsRemain)
     for (const std::uint32_t unLength : {0u, 0xffffffffu, 0xffffffe7u, 0xffffffe8u, 0x80000000u})
     {
         tBytes stream = Hex(c_szFloatRecord);
-        Append(stream, Record(5, unLength, Hex("00000001")));
+        Append(stream, SerialisedRecord(5, unLength, Hex("00000001")));
         Append(stream, ThreeRecords());
         const stWalk walk = Walk(stream);
         EXPECT_THAT(walk.types, ElementsAre(1)) << unLength;
@@ -336,7 +322,7 @@ TEST(PPCStreamReader, AValueLengthPastTheEndIsBad)
 {
     for (const std::uint32_t unLength : {5u, 0xffffu, 0x7fffffe6u, 0x7fffffe7u, 0x7fffffffu})
     {
-        const stWalk walk = Walk(Record(5, unLength, Hex("00000001")));
+        const stWalk walk = Walk(SerialisedRecord(5, unLength, Hex("00000001")));
         EXPECT_TRUE(walk.types.empty()) << unLength;
         EXPECT_FALSE(walk.bGood) << unLength;
     }
@@ -344,9 +330,9 @@ TEST(PPCStreamReader, AValueLengthPastTheEndIsBad)
 
 TEST(PPCStreamReader, DoesNotLookAtMarkerOrFlag)
 {
-    tBytes stream = Record(3, 4, Hex("00000001"), 0);
+    tBytes stream = SerialisedRecord(3, 4, Hex("00000001"), 0);
     stream[4] = 0xff;
-    Append(stream, Record(5, 4, Hex("00000002"), 0xdeadbeef));
+    Append(stream, SerialisedRecord(5, 4, Hex("00000002"), 0xdeadbeef));
     const stWalk walk = Walk(stream);
     EXPECT_THAT(walk.types, ElementsAre(3, 5));
     EXPECT_TRUE(walk.bGood);
@@ -367,7 +353,7 @@ TEST(PPCStreamReader, RefusesAValueThatIsTooShortAndLeavesTheResult)
 {
     for (std::uint32_t unLength = 1; unLength <= 14; ++unLength)
     {
-        const CExactCopy stream(Record(1, unLength, tBytes(unLength, 0x41)));
+        const CExactCopy stream(SerialisedRecord(1, unLength, tBytes(unLength, 0x41)));
         CPPCStreamReader reader(stream.Data(), stream.Length());
         float fValue = 2.0f;
         int nValue = 3;

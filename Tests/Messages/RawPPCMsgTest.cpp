@@ -1,6 +1,6 @@
 #include "Messages/RawPPCMsg.h"
 
-#include "Support/Bytes.h"
+#include "Support/Records.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -17,8 +17,11 @@
 #include <vector>
 
 using Support::Append;
-using Support::AppendBig;
+using Support::c_szFloatRecord;
+using Support::c_szIntRecord;
+using Support::c_szStringRecord;
 using Support::Hex;
+using Support::SerialisedRecord;
 using Support::tBytes;
 using testing::ElementsAre;
 
@@ -53,13 +56,9 @@ const char* const c_szOutExceptionLine = "RAWPPCMSG outstream EXCEPTION!!\n";
 const char* const c_szInErrorLine = "RAWPPCMSG instream error: failed to copy to local buffer\n";
 const char* const c_szInExceptionLine = "RAWPPCMSG instream EXCEPTION!!\n";
 
-const std::string c_strFloat = "00000001 00 00000001 00000002 00000003 00000004 00000004 bf400000";
-const std::string c_strString = "00000001 00 00000000 00000001 0000008f 00000001 0000000d 4b69636b20496e000000000000";
-const std::string c_strInt = "00000001 00 00000003 00000032 00000001 00000044 00000004 fffffffe";
-
-const tBytes c_Float = Hex(c_strFloat);
-const tBytes c_String = Hex(c_strString);
-const tBytes c_Int = Hex(c_strInt);
+const tBytes c_Float = Hex(c_szFloatRecord);
+const tBytes c_String = Hex(c_szStringRecord);
+const tBytes c_Int = Hex(c_szIntRecord);
 
 // Value lengths that no record has.
 const std::uint32_t c_aunNoLengths[] = {0, 0xffffffff, 0xffffffe8, 0xffffffe7, 0xffffffe6, 0x80000000};
@@ -98,20 +97,6 @@ std::unique_ptr<unsigned char[]> Exact(const tBytes& bytes)
 tBytes FirstOf(const tBytes& bytes, std::size_t unCount)
 {
     return tBytes(bytes.begin(), bytes.begin() + static_cast<std::ptrdiff_t>(unCount));
-}
-
-// A record whose header claims this length, whatever its value is.
-tBytes Record(std::uint32_t unType, std::uint32_t unClaimedLength, const tBytes& value = tBytes(), std::uint32_t unMarker = 1)
-{
-    tBytes bytes;
-    AppendBig(bytes, unMarker);
-    bytes.push_back(0);
-    for (const std::uint32_t unField : {unType, 7u, 8u, 9u, unClaimedLength})
-    {
-        AppendBig(bytes, unField);
-    }
-    Append(bytes, value);
-    return bytes;
 }
 
 void Read(CRawPPCMsg& message, const tBytes& record)
@@ -191,7 +176,7 @@ TEST(RawPPCMsg, AFreshOneIsAZeroHeaderWithoutValueOrError)
 
 TEST(RawPPCMsg, StreamsARecordInAndOut)
 {
-    for (const tBytes& record : {c_Float, c_String, c_Int, Record(3, 1, Hex("5a"))})
+    for (const tBytes& record : {c_Float, c_String, c_Int, SerialisedRecord(3, 1, Hex("5a"))})
     {
         CRawPPCMsg message;
         EXPECT_EQ(Printed([&] { Read(message, record); }), "");
@@ -281,8 +266,8 @@ TEST(RawPPCMsg, ARecordWithoutAValueIsCodeTwo)
     {
         CRawPPCMsg streamed;
         CRawPPCMsg parsed;
-        EXPECT_EQ(Printed([&] { Read(streamed, Record(3, unLength)); }), c_szInErrorLine);
-        EXPECT_EQ(Printed([&] { EXPECT_FALSE(Parse(parsed, Record(3, unLength))); }), c_szInErrorLine);
+        EXPECT_EQ(Printed([&] { Read(streamed, SerialisedRecord(3, unLength)); }), c_szInErrorLine);
+        EXPECT_EQ(Printed([&] { EXPECT_FALSE(Parse(parsed, SerialisedRecord(3, unLength))); }), c_szInErrorLine);
         for (const CRawPPCMsg* const pMessage : {&streamed, &parsed})
         {
             EXPECT_EQ(Error(*pMessage), tError(true, 2)) << unLength;
@@ -323,7 +308,7 @@ TEST(RawPPCMsg, OnlyANewMessageIsFreeOfAnError)
     CRawPPCMsg good;
     Read(good, c_Int);
     CRawPPCMsg message;
-    Read(message, Record(3, 0));
+    Read(message, SerialisedRecord(3, 0));
     Read(message, c_Float);
     EXPECT_TRUE(Parse(message, c_Float));
     EXPECT_TRUE(message.SetPPC(enFader, 1, 2, 3, 4.0f));
@@ -342,7 +327,7 @@ TEST(RawPPCMsg, TheFlagStaysWhateverTheLaterCodeIs)
     EXPECT_EQ(Error(message), tError(true, 3));
     PrintedWithoutMemory([&] { message >> &pOut; });
     EXPECT_EQ(Error(message), tError(true, 1));
-    Read(message, Record(3, 0));
+    Read(message, SerialisedRecord(3, 0));
     EXPECT_EQ(Error(message), tError(true, 2));
 }
 
@@ -352,7 +337,7 @@ TEST(RawPPCMsg, AHeaderWithALengthThatNoRecordHasIsSerialisedAlone)
 {
     for (const std::uint32_t unLength : c_aunNoLengths)
     {
-        const tBytes header = Record(3, unLength);
+        const tBytes header = SerialisedRecord(3, unLength);
         CRawPPCMsg message;
         Read(message, header);
         EXPECT_EQ(message.GetTotalSize(), message.Header().nValueLength + 25);
@@ -367,7 +352,7 @@ TEST(RawPPCMsg, AHeaderThatClaimsTwoGigabytesOverrunsNothing)
 {
     for (const std::uint32_t unLength : {0x7fffffe6u, 0x7fffffe7u, 0x7fffffffu})
     {
-        const std::unique_ptr<unsigned char[]> pRecord = Exact(Record(3, unLength));
+        const std::unique_ptr<unsigned char[]> pRecord = Exact(SerialisedRecord(3, unLength));
         CRawPPCMsg message;
         unsigned char* pOut = nullptr;
         EXPECT_EQ(PrintedWithoutMemory([&] { message << pRecord.get(); }), c_szInExceptionLine);
@@ -382,7 +367,7 @@ TEST(RawPPCMsg, AHeaderThatClaimsTwoGigabytesOverrunsNothing)
 TEST(RawPPCMsg, ParseTakesTheFirstOfManyRecords)
 {
     CRawPPCMsg message;
-    EXPECT_TRUE(Parse(message, Hex(c_strFloat + c_strString)));
+    EXPECT_TRUE(Parse(message, Hex(c_szFloatRecord + std::string(c_szStringRecord))));
     EXPECT_EQ(Serialised(message), c_Float);
     EXPECT_EQ(Error(message), c_NoError);
 }
@@ -404,7 +389,7 @@ TEST(RawPPCMsg, ParseSeesAForgedLengthBeforeItAllocates)
     {
         CRawPPCMsg message;
         const int nBefore = g_nArrays;
-        EXPECT_FALSE(Parse(message, Record(3, unLength, Hex("00000001")))) << unLength;
+        EXPECT_FALSE(Parse(message, SerialisedRecord(3, unLength, Hex("00000001")))) << unLength;
         EXPECT_EQ(g_nArrays, nBefore) << unLength;
         EXPECT_EQ(Error(message), tError(true, 2)) << unLength;
     }
@@ -412,7 +397,8 @@ TEST(RawPPCMsg, ParseSeesAForgedLengthBeforeItAllocates)
 
 TEST(RawPPCMsg, ARefusedRecordLeavesNoValueOfTheOneBefore)
 {
-    for (const tBytes& bad : {Hex("0000"), Record(3, 0), Record(3, 14, Hex("00000001")), Record(3, 0xffffffff, Hex("00"))})
+    for (const tBytes& bad : {Hex("0000"), SerialisedRecord(3, 0), SerialisedRecord(3, 14, Hex("00000001")),
+                              SerialisedRecord(3, 0xffffffff, Hex("00"))})
     {
         CRawPPCMsg message;
         Read(message, c_Int);
@@ -446,7 +432,7 @@ TEST(RawPPCMsgCopy, HasItsOwnValue)
 TEST(RawPPCMsgCopy, DoesNotTakeTheError)
 {
     CRawPPCMsg bad;
-    Read(bad, Record(3, 0));
+    Read(bad, SerialisedRecord(3, 0));
     Read(bad, c_Int);
     const CRawPPCMsg copy(bad);
     EXPECT_EQ(Error(bad), tError(true, 2));
@@ -585,7 +571,7 @@ TEST(RawPPCMsg, RefusesAValueOfAnotherTypeAndStaysAsItIs)
 TEST(ValidatePPC, LooksAtTheMarkerAlone)
 {
     EXPECT_TRUE(CRawPPCMsg::ValidatePPC(Exact(Hex("00000001")).get()));
-    EXPECT_TRUE(CRawPPCMsg::ValidatePPC(Exact(Record(9, 0)).get()));
+    EXPECT_TRUE(CRawPPCMsg::ValidatePPC(Exact(SerialisedRecord(9, 0)).get()));
     EXPECT_FALSE(CRawPPCMsg::ValidatePPC(nullptr));
     for (const char* const szMarker : {"00000002", "00000000", "01000000", "80000001", "00010001", "00000101", "ffffffff"})
     {
@@ -631,7 +617,7 @@ TEST(AnalyseStream, CountsEachTypeInItsOwnCounterWhateverTheMarker)
     {
         for (std::uint32_t un = 0; un <= unType; ++un)
         {
-            Append(stream, Record(unType, un + 1, tBytes(un + 1, 0xff), un));
+            Append(stream, SerialisedRecord(unType, un + 1, tBytes(un + 1, 0xff), un));
         }
     }
     tCounts counts;
@@ -644,7 +630,7 @@ TEST(AnalyseStream, PassesOverATypeItDoesNotKnow)
     for (const std::uint32_t unType : {7u, 9u, 0x01000000u, 0x7fffffffu, 0x80000000u, 0xffffffffu})
     {
         tBytes stream = c_String;
-        Append(stream, Record(unType, 5, Hex("0102030405")));
+        Append(stream, SerialisedRecord(unType, 5, Hex("0102030405")));
         Append(stream, c_Int);
         tCounts counts;
         EXPECT_TRUE(Analyse(stream, counts)) << unType;
@@ -657,7 +643,7 @@ TEST(AnalyseStream, StopsAtALengthOfNothingOrLessThoughRecordsRemain)
     for (const std::uint32_t unLength : c_aunNoLengths)
     {
         tBytes stream = c_Float;
-        Append(stream, Record(5, unLength, Hex("00000001")));
+        Append(stream, SerialisedRecord(5, unLength, Hex("00000001")));
         Append(stream, c_Int);
         tCounts counts;
         EXPECT_FALSE(Analyse(stream, counts)) << unLength;
@@ -670,7 +656,7 @@ TEST(AnalyseStream, CountsALastRecordWhoseValueRunsPastTheEnd)
     for (const std::uint32_t unLength : c_aunForgedLengths)
     {
         tBytes stream = c_Float;
-        Append(stream, Record(5, unLength, Hex("00000001")));
+        Append(stream, SerialisedRecord(5, unLength, Hex("00000001")));
         tCounts counts;
         EXPECT_TRUE(Analyse(stream, counts)) << unLength;
         EXPECT_THAT(counts, ElementsAre(0, 1, 0, 0, 0, 1, 0)) << unLength;
@@ -679,7 +665,7 @@ TEST(AnalyseStream, CountsALastRecordWhoseValueRunsPastTheEnd)
 
 TEST(AnalyseStream, ACutIsBadWhereLessThanAHeaderIsLeft)
 {
-    const tBytes stream = Hex(c_strFloat + c_strString + c_strInt);
+    const tBytes stream = Hex(c_szFloatRecord + std::string(c_szStringRecord) + c_szIntRecord);
     ASSERT_EQ(stream.size(), 96u);
     for (std::size_t unCut = 0; unCut <= stream.size(); ++unCut)
     {

@@ -46,6 +46,26 @@ refuse '"1.5" is no value of a Integer' follow --set MicInput/3/Integer/0=1.5
 refuse "a console string holds 12 characters" follow --set MicInput/3/String/1=ThirteenChars
 refuse "meters are set by the MC alone" follow --set MicInput/3/Meter/0=1
 refuse "never sent" follow --set Globals/0/Integer/58=1
+refuse "has no value: ADDRESS VALUE go in pairs" set MicInput/3/Fader/0
+refuse "names several types: one value fits only one" set 'MicInput/3/*/0' 1
+refuse '"loud" is no value of a Fader' set 'MicInput/*/Fader/0' loud
+refuse '"9" is no value of a Switch' set 'MicInput/0/Fader/0' 9 'MicInput/0/Switch/0' 9
+refuse "meters are set by the MC alone" set '*/*/Meter/*' 1
+refuse "is on the list of parameters that are never sent so" set 'Globals/0/Integer/*' 1 --direct
+refuse 'path "5-3" is a range from high to low' get MicInput/5-3/Fader/0
+refuse 'path "144" is out of range: MicInput has 0 to 143' get MicInput/0-144/Fader/0
+refuse 'path "" is out of range' get MicInput/0-/Fader/0
+refuse 'parameter "-1" is out of range' get MicInput/0/Fader/-1
+refuse '"*/143/Meter/400" names no parameter' get '*/143/Meter/400'
+refuse "--timeout: Value 0 not in range" get MicInput/0/Fader/0 --timeout 0
+if "$@" --help | grep -q "^  show "; then # where there is SQLite
+    refuse "a show's name has 1 to 64 characters" show save "$work/shows" ""
+    refuse "a show's name has 1 to 64 characters" show save "$work/shows" "$(printf 'two\nlines')"
+    refuse "NAME is required" show recall "$work/shows"
+    refuse "subcommand is required" show
+    refuse '"Mic" is no parameter group' show save "$work/shows" Monday --scope 'Mic/*/*/*'
+fi
+refuse "names more than one parameter" follow --set 'MicInput/*/Fader/0=1'
 refuse "A: File does not exist" verify /nonexistent/a /nonexistent/b
 refuse "B is required" verify "$0"
 

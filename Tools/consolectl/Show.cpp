@@ -164,7 +164,6 @@ int Save(const stOptions& options)
     return enExitDone;
 }
 
-// Loads the show before anything is heard or sent.
 std::string LoadShow(const stOptions& options, CBMAContainer& show)
 {
     CShowFile file;
@@ -182,17 +181,25 @@ std::string LoadShow(const stOptions& options, CBMAContainer& show)
     return strError;
 }
 
-int Recall(const stOptions& options)
+// A show, and the MC beside it. The show is read before anything is heard or sent.
+int OpenBoth(const stOptions& options, std::unique_ptr<CBMAContainer>& pShow, std::unique_ptr<CClient>& pClient)
 {
-    const std::vector<stPattern> safe = ParsePatterns(options.safe);
-    const auto pShow = std::make_unique<CBMAContainer>();
+    pShow = std::make_unique<CBMAContainer>();
     const std::string strError = LoadShow(options, *pShow);
     if (!strError.empty())
     {
         return Fail(strError);
     }
-    const auto pClient = std::make_unique<CClient>(options.client);
-    int nStatus = pClient->Open();
+    pClient = std::make_unique<CClient>(options.client);
+    return pClient->Open();
+}
+
+int Recall(const stOptions& options)
+{
+    const std::vector<stPattern> safe = ParsePatterns(options.safe);
+    std::unique_ptr<CBMAContainer> pShow;
+    std::unique_ptr<CClient> pClient;
+    int nStatus = OpenBoth(options, pShow, pClient);
     if (nStatus != enExitDone)
     {
         return nStatus;
@@ -227,14 +234,9 @@ int Recall(const stOptions& options)
 
 int Compare(const stOptions& options)
 {
-    const auto pShow = std::make_unique<CBMAContainer>();
-    const std::string strError = LoadShow(options, *pShow);
-    if (!strError.empty())
-    {
-        return Fail(strError);
-    }
-    const auto pClient = std::make_unique<CClient>(options.client);
-    const int nStatus = pClient->Open();
+    std::unique_ptr<CBMAContainer> pShow;
+    std::unique_ptr<CClient> pClient;
+    const int nStatus = OpenBoth(options, pShow, pClient);
     if (nStatus != enExitDone)
     {
         return nStatus;

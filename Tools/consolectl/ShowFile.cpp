@@ -65,7 +65,7 @@ public:
     {
         return Bound(sqlite3_bind_text(m_pStatement, m_nNext, strText.data(), static_cast<int>(strText.size()), SQLITE_TRANSIENT));
     }
-    CStatement& Bind(long lNumber) { return Bound(sqlite3_bind_int64(m_pStatement, m_nNext, lNumber)); }
+    CStatement& Bind(std::int64_t nNumber) { return Bound(sqlite3_bind_int64(m_pStatement, m_nNext, nNumber)); }
     CStatement& Bind(const std::vector<unsigned char>& bytes)
     {
         return Bound(sqlite3_bind_blob(m_pStatement, m_nNext, bytes.data(), static_cast<int>(bytes.size()), SQLITE_TRANSIENT));
@@ -82,7 +82,7 @@ public:
     }
     bool Failed() const { return m_nResult != SQLITE_OK && m_nResult != SQLITE_ROW && m_nResult != SQLITE_DONE; }
 
-    long Number(int nColumn) const { return static_cast<long>(sqlite3_column_int64(m_pStatement, nColumn)); }
+    std::int64_t Number(int nColumn) const { return sqlite3_column_int64(m_pStatement, nColumn); }
     std::string Text(int nColumn) const
     {
         const unsigned char* pText = sqlite3_column_text(m_pStatement, nColumn);
@@ -164,11 +164,11 @@ std::string CShowFile::Save(const std::string& strName, const std::vector<stShow
         Transact("BEGIN IMMEDIATE",
                  [&]
                  {
-                     long lShow = 0;
+                     std::int64_t nShow = 0;
                      std::string strProblem = m_bNew ? CreateLayout() : std::string();
-                     if (strProblem.empty() && FindShow(strName, lShow).empty())
+                     if (strProblem.empty() && FindShow(strName, nShow).empty())
                      {
-                         strProblem = bReplace ? Remove(lShow) : m_strFile + ": there is a show \"" + strName + "\" already";
+                         strProblem = bReplace ? Remove(nShow) : m_strFile + ": there is a show \"" + strName + "\" already";
                      }
                      if (!strProblem.empty())
                      {
@@ -177,11 +177,11 @@ std::string CShowFile::Save(const std::string& strName, const std::vector<stShow
                      CStatement show(m_pDatabase.get(), "INSERT INTO show (name, saved) VALUES (?, ?)");
                      show.Bind(strName).Bind(UTCText()).Step();
                      bool bFailed = show.Failed();
-                     lShow = static_cast<long>(sqlite3_last_insert_rowid(m_pDatabase.get()));
+                     nShow = sqlite3_last_insert_rowid(m_pDatabase.get());
                      for (const stShowBlock& block : blocks)
                      {
                          CStatement insert(m_pDatabase.get(), "INSERT INTO block VALUES (?, ?, ?, ?, ?)");
-                         insert.Bind(lShow)
+                         insert.Bind(nShow)
                              .Bind(block.strKind)
                              .Bind(long(block.enType))
                              .Bind(CheckSum(block.bytes))
@@ -205,14 +205,14 @@ std::string CShowFile::Load(const std::string& strName, std::vector<stShowBlock>
         "BEGIN",
         [&]
         {
-            long lShow = 0;
-            const std::string strError = FindShow(strName, lShow);
+            std::int64_t nShow = 0;
+            const std::string strError = FindShow(strName, nShow);
             if (!strError.empty())
             {
                 return strError;
             }
             CStatement select(m_pDatabase.get(), "SELECT kind, message_type, crc32, bytes FROM block WHERE show_id = ?");
-            for (select.Bind(lShow); select.Step();)
+            for (select.Bind(nShow); select.Step();)
             {
                 stShowBlock block = {select.Text(0), static_cast<tagenPPCMessageType>(select.Number(1)), select.Bytes(3)};
                 if (CheckSum(block.bytes) != select.Number(2))
@@ -230,9 +230,9 @@ std::string CShowFile::Delete(const std::string& strName)
     return Transact("BEGIN IMMEDIATE",
                     [&]
                     {
-                        long lShow = 0;
-                        const std::string strError = FindShow(strName, lShow);
-                        return strError.empty() ? Remove(lShow) : strError;
+                        std::int64_t nShow = 0;
+                        const std::string strError = FindShow(strName, nShow);
+                        return strError.empty() ? Remove(nShow) : strError;
                     });
 }
 
@@ -303,23 +303,23 @@ std::string CShowFile::CreateLayout()
     return std::string();
 }
 
-std::string CShowFile::FindShow(const std::string& strName, long& lShow)
+std::string CShowFile::FindShow(const std::string& strName, std::int64_t& nShow)
 {
     CStatement select(m_pDatabase.get(), "SELECT id FROM show WHERE name = ?");
     if (select.Bind(strName).Step())
     {
-        lShow = select.Number(0);
+        nShow = select.Number(0);
         return std::string();
     }
     return select.Failed() ? Error() : m_strFile + ": there is no show \"" + strName + "\"";
 }
 
-std::string CShowFile::Remove(long lShow)
+std::string CShowFile::Remove(std::int64_t nShow)
 {
     for (const char* szSQL : {"DELETE FROM block WHERE show_id = ?", "DELETE FROM show WHERE id = ?"})
     {
         CStatement statement(m_pDatabase.get(), szSQL);
-        statement.Bind(lShow).Step();
+        statement.Bind(nShow).Step();
         if (statement.Failed())
         {
             return Error();

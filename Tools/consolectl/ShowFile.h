@@ -3,6 +3,7 @@
 
 #include "ShowBlocks.h"
 
+#include <cstdint>
 #include <memory>
 #include <string>
 #include <vector>
@@ -46,8 +47,8 @@ private:
     template <class Work>
     std::string Transact(const char* szBegin, Work work);
     std::string CreateLayout();
-    std::string FindShow(const std::string& strName, long& lShow);
-    std::string Remove(long lShow);
+    std::string FindShow(const std::string& strName, std::int64_t& nShow);
+    std::string Remove(std::int64_t nShow);
 
     std::string m_strFile;
     std::unique_ptr<sqlite3, stCloser> m_pDatabase;
