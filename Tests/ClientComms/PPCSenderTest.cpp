@@ -17,6 +17,7 @@
 #include <climits>
 #include <condition_variable>
 #include <cstring>
+#include <ctime>
 #include <functional>
 #include <memory>
 #include <mutex>
@@ -739,6 +740,16 @@ TEST_F(PPCSender, AnOversizedMessageHoldsSendAllUntilItIsCleared)
     EXPECT_TRUE(m_pHandler->WaitUntil([this] { return m_pHandler->m_Sent.size() == 2; }));
     const tLines one = Packet(58, {1}, 1) + Total(1, 1);
     EXPECT_EQ(one + one, m_Log.Take());
+}
+
+TEST_F(PPCSender, AnOversizedMessageLeavesTheProcessorToOthers)
+{
+    m_pHandler->Add(MessageOf(RecordOf(64981)));
+    ASSERT_TRUE(m_pHandler->StartPPCSender(1));
+    const std::clock_t before = std::clock();
+    EXPECT_FALSE(m_pHandler->WaitUntil([this] { return m_pHandler->m_nLeft > 0; }, std::chrono::milliseconds(300)));
+    EXPECT_LT(std::clock() - before, CLOCKS_PER_SEC * 3 / 20); // half of the time
+    m_pHandler->StopPPCSender();
 }
 
 TEST_F(PPCSender, StoppingEndsASendAllThatAnOversizedMessageHolds)

@@ -686,12 +686,15 @@ TEST_F(NumberedImage, CopiesHaveFreshCursors)
     const std::vector<tWords> before = ReadCursors(m_Image);
     const auto pCopy = std::make_unique<CBMAContainer>(m_Image);
     const auto pAssigned = std::make_unique<CBMAContainer>();
+    EXPECT_TRUE(PlaceThree(*pAssigned, Record(enMeter, 50, 1, 63)));
     *pAssigned = m_Image;
     for (CBMAContainer* pImage : {pCopy.get(), pAssigned.get()})
     {
         EXPECT_THAT(ReadCursors(*pImage), ElementsAre(c_Fresh, c_Fresh, c_Fresh));
         EXPECT_EQ(-1, Difference(Part(EverythingNumbered(0), 0, 5), Read(*pImage, 5, 0)));
     }
+    const CBMAContainer& itself = m_Image;
+    m_Image = itself;
     EXPECT_EQ(before, ReadCursors(m_Image));
 }
 

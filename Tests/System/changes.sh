@@ -38,11 +38,35 @@ expect 0 "the burst once more" "$@" set 'MicInput/0-99/Rotary/0-99' 0.75
 contains "10,000 parameters: 0 changes sent"
 expect 0 "two at once" "$@" set 'MicInput/0-1/Rotary/0' 0.5 'MicInput/2/Integer/1' 77 --timeout 30
 contains "3 parameters: 3 changes sent"
+expect 0 "a parameter twice" "$@" set 'MicInput/*/Fader/0' -11 MicInput/3/Fader/0 -7 --timeout 30
+contains "145 parameters: 144 changes sent"
+case $output in *"sent again"*) fail "the change that was taken back was sent: $output" ;; esac
+expect 0 "the last counts" "$@" get MicInput/2-3/Fader/0
+[ "$output" = 'MicInput/2/Fader/0            -11
+MicInput/3/Fader/0            -7' ] || fail "get: $output"
+expect 0 "a text with a dash" "$@" set --timeout 30 -- MicInput/3/String/1 -x
+contains '"Mic4" -> "-x"'
 
 kill -TERM $mc
 wait $mc || fail "mc: $(cat "$work/mc.log")"
 output=$(tail -n 1 "$work/mc.log")
 contains " changes applied, 0 refused"
+# A moving fader stays where a client puts it.
+"$@" mc --seconds 60 >"$work/mc.log" 2>&1 &
+mc=$!
+expect 0 "a moving fader" "$@" set MicInput/12/Fader/0 -6.5 --timeout 30
+expect 0 "the control surface at a moving MC" "${emulator[@]}" "$surface"
+kill -TERM $mc
+wait $mc || fail "mc: $(cat "$work/mc.log")"
+
+"$@" get MicInput/12/Fader/0 --timeout 30 >"$work/get.log" 2>&1 &
+get=$!
+sleep 0.5
+kill -TERM $get
+wait $get
+[ $? = 1 ] || fail "an interrupted get: $(cat "$work/get.log")"
+output=$(cat "$work/get.log")
+contains "interrupted"
 expect 27 "no MC" "$@" set MicInput/12/Fader/0 0 --timeout 0.3
 contains "no image from an MC on 225.0.0.46:7060 within 0.3 seconds"
 expect 27 "no MC" "$@" get MicInput/12/Fader/0 --timeout 0.3

@@ -11,7 +11,7 @@ shows=$work/shows
 mc=$!
 expect 0 "save" "$@" show save "$shows" Monday --timeout 30
 contains "show \"Monday\" saved to $shows: 225,441 parameters"
-expect 0 "save a part" "$@" show save "$shows" "Faders only" --scope 'MicInput/*/Fader/*' --except 'MicInput/7/*/*' --timeout 30
+expect 0 "save a part" "$@" show save "$shows" "Faders only" --timeout 30 --except 'MicInput/7/*/*' --scope 'MicInput/*/Fader/*'
 contains "286 parameters"
 expect 1 "save over another" "$@" show save "$shows" Monday
 contains "there is a show \"Monday\" already"
@@ -38,6 +38,7 @@ expect 1 "compare" "$@" show compare "$shows" Monday --timeout 30
 contains "Rotary           65,300          560                    64,740"
 contains "Fader             2,765            0                     2,765"
 expect 0 "delete" "$@" show delete "$shows" "Faders only"
+contains "show \"Faders only\" deleted"
 expect 1 "delete again" "$@" show delete "$shows" "Faders only"
 contains "there is no show \"Faders only\""
 

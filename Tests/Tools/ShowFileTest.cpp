@@ -98,6 +98,43 @@ TEST_F(ShowFile, GivesBackWhatWasSaved)
     }
 }
 
+// As numbers that are the same on every machine, whatever a long holds there.
+TEST_F(ShowFile, KeepsCheckSumsAsUnsignedNumbers)
+{
+    ASSERT_EQ("", Save("Monday", 1));
+    sqlite3* pDatabase = nullptr;
+    sqlite3_stmt* pStatement = nullptr;
+    ASSERT_EQ(SQLITE_OK, sqlite3_open(m_strFile.c_str(), &pDatabase));
+    ASSERT_EQ(SQLITE_OK,
+              sqlite3_prepare_v2(pDatabase, "SELECT crc32 FROM block ORDER BY kind, message_type", -1, &pStatement, nullptr));
+    for (const std::int64_t nExpected : {std::int64_t(2610984054u), std::int64_t(2360397182u), std::int64_t(501268548u)})
+    {
+        EXPECT_EQ(SQLITE_ROW, sqlite3_step(pStatement));
+        EXPECT_EQ(nExpected, sqlite3_column_int64(pStatement, 0));
+    }
+    sqlite3_finalize(pStatement);
+    sqlite3_close(pDatabase);
+}
+
+TEST_F(ShowFile, TwoThatStartItTogetherBothKeepTheirShow)
+{
+    CShowFile one;
+    CShowFile other;
+    ASSERT_EQ("", one.Open(m_strFile, true));
+    ASSERT_EQ("", other.Open(m_strFile, true));
+    EXPECT_EQ("", one.Save("Monday", Blocks(1), false));
+    EXPECT_EQ("", other.Save("Tuesday", Blocks(2), false));
+    EXPECT_EQ(1, Fill("Monday"));
+    EXPECT_EQ(2, Fill("Tuesday"));
+}
+
+TEST_F(ShowFile, WhereNothingCanBeWrittenIsRefusedAtOnce)
+{
+    CShowFile file;
+    EXPECT_EQ(m_strFile + "/no/shows: No such file or directory", file.Open(m_strFile + "/no/shows", true));
+    EXPECT_EQ(m_Folder.string() + ": not a file", file.Open(m_Folder, true));
+}
+
 TEST_F(ShowFile, ReplacesAShowOnlyWhenTold)
 {
     ASSERT_EQ("", Save("Monday", 1));
@@ -180,6 +217,7 @@ TEST_F(ShowFile, DamagedAnywhereGivesTheShowOrAnError)
             std::vector<stShowBlock> blocks;
             const std::string strError = Load("Monday", blocks);
             nErrors += strError.empty() ? 0 : 1;
+            EXPECT_EQ(std::string::npos, strError.find('\n')) << strError;
             for (const stShowBlock& block : blocks)
             {
                 const std::vector<stShowBlock> saved = Blocks(7);

@@ -1,5 +1,8 @@
 #include "Client.h"
 
+#include <array>
+#include <set>
+
 namespace
 {
 
@@ -7,12 +10,31 @@ namespace
 constexpr std::size_t c_unChangesAtOnce = 20000;
 constexpr double c_dBreather = 0.005;
 
+constexpr char c_szInterrupted[] = "interrupted";
+
 constexpr double c_dSendAgainAfter = 0.5;
 constexpr double c_dLoopPeriod = 0.002;
 
 void Sleep(double dSeconds)
 {
     SleepUntil(tSteadyClock::now() + std::chrono::duration_cast<tSteadyClock::duration>(std::chrono::duration<double>(dSeconds)));
+}
+
+// Of several changes of one parameter the last counts: the others would never show, or undo it.
+std::vector<const stChange*> LastOfEachParameter(const std::vector<stChange>& changes)
+{
+    std::set<std::array<int, 4>> seen;
+    std::vector<const stChange*> last;
+    for (auto change = changes.rbegin(); change != changes.rend(); ++change)
+    {
+        const stAddress& address = change->address;
+        if (seen.insert({address.enType, address.enPathType, address.nPath, address.nParam}).second)
+        {
+            last.push_back(&*change);
+        }
+    }
+    std::reverse(last.begin(), last.end());
+    return last;
 }
 
 bool Queue(CClientMsgHandler& handler, const stChange& change)
@@ -49,7 +71,9 @@ std::string OpenLink(CImageFollower& follower, const stUpdateLink& link)
 void AddClientOptions(CLI::App& command, stClientOptions& options)
 {
     AddLinkOptions(command, options.link);
-    command.add_option("--timeout", options.dTimeout, "Give up, with exit status 27, when the MC is silent for so many seconds")
+    command
+        .add_option("--timeout", options.dTimeout,
+                    "Give up, with exit status 27, when what is waited for has not come from the MC within so many seconds")
         ->check(Between(0.1, 86400))
         ->capture_default_str();
 }
@@ -81,7 +105,11 @@ int CClient::Open(unsigned int unTypes)
     const tSteadyClock::time_point start = tSteadyClock::now();
     while ((m_Follower.GetTypesReceived() & unTypes) != unTypes)
     {
-        if (StopRequested() || SecondsSince(start) > m_Options.dTimeout)
+        if (StopRequested())
+        {
+            return Fail(c_szInterrupted);
+        }
+        if (SecondsSince(start) > m_Options.dTimeout)
         {
             Fail(Format("no image from an MC on %s:%u within %g seconds", m_Options.link.strGroup.c_str(), m_Options.link.unPort,
                         m_Options.dTimeout));
@@ -95,11 +123,7 @@ int CClient::Open(unsigned int unTypes)
 
 int CClient::Send(const std::vector<stChange>& changes)
 {
-    std::vector<const stChange*> left;
-    for (const stChange& change : changes)
-    {
-        left.push_back(&change);
-    }
+    std::vector<const stChange*> left = LastOfEachParameter(changes);
     LeaveOutWhatIsBack(left);
     m_lSent += static_cast<long>(left.size());
     SendOnce(left);
@@ -117,7 +141,11 @@ int CClient::Send(const std::vector<stChange>& changes)
         {
             progress = tSteadyClock::now();
         }
-        else if (StopRequested() || SecondsSince(progress) > m_Options.dTimeout)
+        else if (StopRequested())
+        {
+            return Fail(c_szInterrupted);
+        }
+        else if (SecondsSince(progress) > m_Options.dTimeout)
         {
             Fail(Format("%s of %s changes never came back from the MC; the first: %s",
                         Grouped(static_cast<long>(left.size())).c_str(), Grouped(static_cast<long>(changes.size())).c_str(),

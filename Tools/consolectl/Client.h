@@ -36,8 +36,8 @@ public:
     // Opens the link and waits until the MC's updates have brought these message types (bit t for type t).
     int Open(unsigned int unTypes = c_unWholeImage);
 
-    // Sends changes, and those again that don't show in the MC's updates, until each of them has shown. Changes that the image
-    // shows already are not sent.
+    // Sends changes, and those again that don't show in the MC's updates, until each of them has shown. Of several for one
+    // parameter the last counts; what the image shows already is not sent.
     int Send(const std::vector<stChange>& changes);
 
     // Of all Send calls: how many changes were sent at first, and how many were sent again.

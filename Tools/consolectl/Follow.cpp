@@ -234,7 +234,8 @@ void AddFollow(CLI::App& app, int& nStatus)
                      "Once the image is whole, send this change to the MC and wait for it to come back, such as "
                      "MicInput/100/Fader/0=-6.5; may be given several times")
         ->type_name("ADDRESS=VALUE")
-        ->take_all();
+        ->take_all()
+        ->allow_extra_args(false);
     pCommand->add_option("--save", pOptions->strSave, "Write the image to this file at the end");
     pCommand->callback(
         [pOptions, &nStatus]

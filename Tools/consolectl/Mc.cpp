@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <memory>
 #include <random>
+#include <set>
 #include <vector>
 
 namespace
@@ -16,6 +17,7 @@ constexpr std::size_t c_unShownChanges = 5; // one by one, of a datagram
 constexpr double c_dSettleSeconds = 0.5;
 constexpr long c_lSwingMilliseconds = 1500; // a moving fader's way up, or down
 constexpr double c_dForEver = 1e9;
+const int c_nMicFader = canCommonParamTypesTable[enCommonFader][enMicInput];
 
 struct stOptions
 {
@@ -126,6 +128,7 @@ private:
     CPPCReceiver m_PPCs;
     RySocketIO::CSocket m_Updates;
     tSteadyClock::time_point m_Start;
+    std::set<int> m_TakenOver; // mic inputs whose fader a client has set
     double m_dNextSurface = 0;
     double m_dNextRotary = 0;
     std::uint32_t m_unMessageId = CClock::Seconds();
@@ -164,19 +167,21 @@ void CSimulatedMC::FillImage()
     {
         RyGConsoleString strName(Format("Mic%d", nPath + 1));
         m_Image.SetPPC(enString, enMicInput, nPath, canCommonParamTypesTable[enCommonName][enMicInput], strName, false, false);
-        m_Image.SetPPC(enFader, enMicInput, nPath, canCommonParamTypesTable[enCommonFader][enMicInput], -60.0f, false, false);
+        m_Image.SetPPC(enFader, enMicInput, nPath, c_nMicFader, -60.0f, false, false);
     }
 }
 
-// The first mic inputs' faders swing from -60 to 0 dB, and their meters follow.
+// The first mic inputs' faders swing from -60 to 0 dB, until a client sets them; their meters swing on.
 void CSimulatedMC::MoveImage(double dSeconds)
 {
     for (int nPath = 0; nPath < m_Options.nMovingFaders; ++nPath)
     {
         const long lPhase = (static_cast<long>(dSeconds * 1000) + nPath * 100) % (2 * c_lSwingMilliseconds);
         const double dSwing = static_cast<double>(std::min(lPhase, 2 * c_lSwingMilliseconds - lPhase)) / c_lSwingMilliseconds;
-        const int nFader = canCommonParamTypesTable[enCommonFader][enMicInput];
-        m_Image.SetPPC(enFader, enMicInput, nPath, nFader, static_cast<float>(-60 + 60 * dSwing), false, false);
+        if (m_TakenOver.count(nPath) == 0)
+        {
+            m_Image.SetPPC(enFader, enMicInput, nPath, c_nMicFader, static_cast<float>(-60 + 60 * dSwing), false, false);
+        }
         m_Image.SetPPC(enMeter, enMicInput, nPath, 0, static_cast<unsigned char>(255 * dSwing), false, false);
     }
 }
@@ -191,6 +196,13 @@ void CSimulatedMC::ApplyClientChanges()
         for (std::size_t unChange = 0; unChange < addresses.size() && addresses.size() <= c_unShownChanges; ++unChange)
         {
             before.push_back(ValueText(addresses[unChange], ReadValue(m_Image, addresses[unChange])));
+        }
+        for (const stAddress& address : addresses)
+        {
+            if (address.enType == enFader && address.enPathType == enMicInput && address.nParam == c_nMicFader)
+            {
+                m_TakenOver.insert(address.nPath);
+            }
         }
         const stPPCResult result = ApplyPPCs(received.payload.data(), lLength, m_Image);
         m_lApplied += result.nApplied;
@@ -303,7 +315,9 @@ void AddMc(CLI::App& app, int& nStatus)
     pCommand->add_option("--seconds", pOptions->dSeconds, "Stop after so long, the last state sent; 0: at Ctrl-C")
         ->check(Between(0, 86400))
         ->capture_default_str();
-    pCommand->add_option("--moving-faders", pOptions->nMovingFaders, "Mic inputs whose fader and meter move")
+    pCommand
+        ->add_option("--moving-faders", pOptions->nMovingFaders,
+                     "Mic inputs whose fader and meter move; a fader that a client sets stays")
         ->check(CLI::Range(0, canMaxPaths[enMicInput]))
         ->capture_default_str();
     pCommand->add_option("--seed", pOptions->unSeed, "Seed of the image's first contents")->capture_default_str();

@@ -84,9 +84,10 @@ void AddSet(CLI::App& app, int& nStatus)
     AddClientOptions(*pCommand, pOptions->client);
     AddDirectOption(*pCommand, pOptions->client);
     pCommand
-        ->add_option("ADDRESS VALUE", pOptions->changes,
-                     "Such as MicInput/12/Fader/0 -6.5; path and parameter may be a range (0-9), all but the type may be \"*\"; "
-                     "several pairs may follow each other")
+        ->add_option(
+            "ADDRESS VALUE", pOptions->changes,
+            "Such as MicInput/12/Fader/0 -6.5; path and parameter may be a range (0-9), all but the type may be \"*\"; "
+            "several pairs may follow each other, and the last for a parameter counts. A text that begins with - comes after --")
         ->required()
         ->type_name("");
     pCommand->callback(

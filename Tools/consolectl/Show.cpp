@@ -301,7 +301,12 @@ int Delete(const stOptions& options)
     {
         strError = file.Delete(options.strName);
     }
-    return strError.empty() ? int(enExitDone) : Fail(strError);
+    if (!strError.empty())
+    {
+        return Fail(strError);
+    }
+    Line("show \"%s\" deleted from %s", options.strName.c_str(), options.strFile.c_str());
+    return enExitDone;
 }
 
 std::string CheckName(const std::string& strName)
@@ -338,7 +343,7 @@ void AddShow(CLI::App& app, int& nStatus)
         return pCommand;
     };
     const auto addPatterns = [](CLI::App* pCommand, const char* szName, std::vector<std::string>& patterns, const char* szWhat)
-    { pCommand->add_option(szName, patterns, szWhat)->type_name("ADDRESS")->take_all(); };
+    { pCommand->add_option(szName, patterns, szWhat)->type_name("ADDRESS")->take_all()->allow_extra_args(false); };
 
     CLI::App* pSave = add("save", "Store the MC's parameters, meters left out", true, true, Save);
     addPatterns(pSave, "--scope", pOptions->scope, "Store these alone, such as \"MicInput/*/Fader/*\"; default: all");
@@ -346,7 +351,6 @@ void AddShow(CLI::App& app, int& nStatus)
     pSave->add_flag("--replace", pOptions->bReplace, "Put it in the place of a show of this name");
     CLI::App* pRecall = add("recall", "Bring a show's parameters back to the MC", true, true, Recall);
     addPatterns(pRecall, "--safe", pOptions->safe, "Leave these as they are, such as \"MicInput/0-7/*/*\"");
-    AddDirectOption(*pRecall, pOptions->client);
     add("list", "List the shows of a file", false, false, List);
     add("delete", "Take a show out of a file", true, false, Delete);
     add("compare", "Compare a show with the MC; exit status 1 when they differ", true, true, Compare);

@@ -4,8 +4,14 @@
 
 #include <sqlite3.h>
 
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
 #include <ctime>
 #include <filesystem>
+#include <iterator>
+
+#include <unistd.h>
 
 namespace
 {
@@ -118,31 +124,31 @@ void CShowFile::stCloser::operator()(sqlite3* pDatabase) const
 
 CShowFile::CShowFile() = default;
 
-// A file that was made for a show that never came is taken away again.
-CShowFile::~CShowFile()
-{
-    m_pDatabase.reset();
-    std::error_code error;
-    if (m_bCreated && std::filesystem::file_size(m_strFile, error) == 0 && !error)
-    {
-        std::filesystem::remove(m_strFile, error);
-    }
-}
+CShowFile::~CShowFile() = default;
 
 std::string CShowFile::Open(const std::string& strFile, bool bCreate)
 {
     m_strFile = strFile;
     std::error_code error;
     const std::filesystem::file_status status = std::filesystem::status(strFile, error);
-    const bool bThere = std::filesystem::exists(status);
-    if ((bThere && !std::filesystem::is_regular_file(status)) || (!bThere && !bCreate))
+    if (std::filesystem::exists(status))
     {
-        return strFile + (bThere ? ": not a file" : ": there is no such file");
+        return std::filesystem::is_regular_file(status) ? OpenDatabase(bCreate) : strFile + ": not a file";
     }
-    m_bCreated = !bThere;
+    if (!bCreate)
+    {
+        return strFile + ": there is no such file";
+    }
+    const std::filesystem::path folder = std::filesystem::path(strFile).parent_path();
+    const bool bWritable = access(folder.empty() ? "." : folder.c_str(), W_OK) == 0;
+    return bWritable ? std::string() : strFile + ": " + std::strerror(errno);
+}
+
+std::string CShowFile::OpenDatabase(bool bCreate)
+{
     sqlite3* pDatabase = nullptr;
     const int nFlags = SQLITE_OPEN_READWRITE | (bCreate ? SQLITE_OPEN_CREATE : 0);
-    const int nResult = sqlite3_open_v2(strFile.c_str(), &pDatabase, nFlags, nullptr);
+    const int nResult = sqlite3_open_v2(m_strFile.c_str(), &pDatabase, nFlags, nullptr);
     m_pDatabase.reset(pDatabase);
     if (nResult != SQLITE_OK)
     {
@@ -160,43 +166,26 @@ std::string CShowFile::Open(const std::string& strFile, bool bCreate)
 
 std::string CShowFile::Save(const std::string& strName, const std::vector<stShowBlock>& blocks, bool bReplace)
 {
-    const std::string strError =
-        Transact("BEGIN IMMEDIATE",
-                 [&]
-                 {
-                     std::int64_t nShow = 0;
-                     std::string strProblem = m_bNew ? CreateLayout() : std::string();
-                     if (strProblem.empty() && FindShow(strName, nShow).empty())
-                     {
-                         strProblem = bReplace ? Remove(nShow) : m_strFile + ": there is a show \"" + strName + "\" already";
-                     }
-                     if (!strProblem.empty())
-                     {
-                         return strProblem;
-                     }
-                     CStatement show(m_pDatabase.get(), "INSERT INTO show (name, saved) VALUES (?, ?)");
-                     show.Bind(strName).Bind(UTCText()).Step();
-                     bool bFailed = show.Failed();
-                     nShow = sqlite3_last_insert_rowid(m_pDatabase.get());
-                     for (const stShowBlock& block : blocks)
-                     {
-                         CStatement insert(m_pDatabase.get(), "INSERT INTO block VALUES (?, ?, ?, ?, ?)");
-                         insert.Bind(nShow)
-                             .Bind(block.strKind)
-                             .Bind(long(block.enType))
-                             .Bind(CheckSum(block.bytes))
-                             .Bind(block.bytes)
-                             .Step();
-                         bFailed = bFailed || insert.Failed();
-                     }
-                     return bFailed ? Error() : std::string();
-                 });
-    if (strError.empty())
+    const std::string strError = m_pDatabase == nullptr ? OpenDatabase(true) : std::string();
+    if (!strError.empty())
     {
-        m_bNew = false;
-        m_bCreated = false;
+        return strError;
     }
-    return strError;
+    return Transact("BEGIN IMMEDIATE",
+                    [&]
+                    {
+                        std::int64_t nShow = 0;
+                        std::string strProblem = Check(true); // once more: others may have written since it was opened
+                        if (strProblem.empty() && m_bNew)
+                        {
+                            strProblem = CreateLayout();
+                        }
+                        if (strProblem.empty() && FindShow(strName, nShow).empty())
+                        {
+                            strProblem = bReplace ? Remove(nShow) : m_strFile + ": there is a show \"" + strName + "\" already";
+                        }
+                        return strProblem.empty() ? Insert(strName, blocks) : strProblem;
+                    });
 }
 
 std::string CShowFile::Load(const std::string& strName, std::vector<stShowBlock>& blocks)
@@ -269,7 +258,8 @@ std::string CShowFile::Check(bool bMayBeNew)
     }
     if (integrity.Text(0) != "ok")
     {
-        return m_strFile + ": damaged: " + integrity.Text(0);
+        const std::string strFinding = integrity.Text(0); // its first line may only name the database
+        return m_strFile + ": damaged: " + strFinding.substr(strFinding.rfind('\n') + 1);
     }
     CStatement header(m_pDatabase.get(), "SELECT application_id, user_version FROM pragma_application_id, pragma_user_version");
     CStatement layout(m_pDatabase.get(), "SELECT sql FROM sqlite_schema WHERE sql IS NOT NULL ORDER BY rowid");
@@ -281,6 +271,10 @@ std::string CShowFile::Check(bool bMayBeNew)
     while (layout.Step())
     {
         tables.push_back(layout.Text(0));
+    }
+    if (layout.Failed())
+    {
+        return Error();
     }
     m_bNew = bMayBeNew && tables.empty() && header.Number(0) == 0 && header.Number(1) == 0;
     const bool bOurs = header.Number(0) == c_nApplicationId && header.Number(1) == c_nLayout &&
@@ -312,6 +306,27 @@ std::string CShowFile::FindShow(const std::string& strName, std::int64_t& nShow)
         return std::string();
     }
     return select.Failed() ? Error() : m_strFile + ": there is no show \"" + strName + "\"";
+}
+
+std::string CShowFile::Insert(const std::string& strName, const std::vector<stShowBlock>& blocks)
+{
+    CStatement show(m_pDatabase.get(), "INSERT INTO show (name, saved) VALUES (?, ?)");
+    show.Bind(strName).Bind(UTCText()).Step();
+    if (show.Failed())
+    {
+        return Error();
+    }
+    const std::int64_t nShow = sqlite3_last_insert_rowid(m_pDatabase.get());
+    for (const stShowBlock& block : blocks)
+    {
+        CStatement insert(m_pDatabase.get(), "INSERT INTO block VALUES (?, ?, ?, ?, ?)");
+        insert.Bind(nShow).Bind(block.strKind).Bind(int(block.enType)).Bind(CheckSum(block.bytes)).Bind(block.bytes).Step();
+        if (insert.Failed())
+        {
+            return Error();
+        }
+    }
+    return std::string();
 }
 
 std::string CShowFile::Remove(std::int64_t nShow)

@@ -25,6 +25,7 @@ public:
     CShowFile();
     ~CShowFile();
 
+    // With bCreate a file that is not there will be made by Save.
     std::string Open(const std::string& strFile, bool bCreate);
 
     // One transaction: the show is there whole, or not at all. An existing one is replaced only when bReplace says so.
@@ -41,6 +42,7 @@ private:
 
     class CStatement;
 
+    std::string OpenDatabase(bool bCreate);
     std::string Check(bool bMayBeNew);
     std::string Run(const char* szSQL);
     std::string Error() const;
@@ -48,10 +50,10 @@ private:
     std::string Transact(const char* szBegin, Work work);
     std::string CreateLayout();
     std::string FindShow(const std::string& strName, std::int64_t& nShow);
+    std::string Insert(const std::string& strName, const std::vector<stShowBlock>& blocks);
     std::string Remove(std::int64_t nShow);
 
     std::string m_strFile;
     std::unique_ptr<sqlite3, stCloser> m_pDatabase;
-    bool m_bCreated = false; // by us, and no show is in it yet
-    bool m_bNew = false;     // nothing in it yet, the layout neither
+    bool m_bNew = false; // nothing in it yet, the layout neither
 };

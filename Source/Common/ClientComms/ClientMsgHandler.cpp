@@ -6,7 +6,7 @@
 #include <algorithm>
 #include <chrono>
 #include <cstring>
-#include <new>
+#include <exception>
 #include <thread>
 
 using RySocketIO::CUtility;
@@ -135,10 +135,13 @@ bool CClientMsgHandler::StartPPCSender(int nPeriod)
         return false;
     }
     CUtility::Debug("CClientMsgHandler::StartPPCSender - about to new!");
-    m_pPPCSender.reset(new (std::nothrow) CPPCSender(nPeriod, this));
-    if (m_pPPCSender != nullptr)
+    try
     {
+        m_pPPCSender.reset(new CPPCSender(nPeriod, this));
         CUtility::Debug("CClientMsgHandler::StartPPCSender - created sender");
+    }
+    catch (const std::exception&)
+    {
     }
     const bool bStarted = m_pPPCSender != nullptr && m_pPPCSender->Start(-1);
     CUtility::Debug("CClientMsgHandler::StartPPCSender start %d", bStarted);

@@ -195,8 +195,10 @@ template <typename T>
 bool CMsgHandlerBase::QueueRecord(const stPPCAddress& address, const T& value)
 {
     std::unique_ptr<CRawPPCMsg[]> pMessage(new (std::nothrow) CRawPPCMsg[1]);
-    if (pMessage != nullptr && (!IsParameterAddress(address.enType, address.enPathType, address.nPath, address.nParam) ||
-                                !pMessage[0].SetPPC(address.enType, address.enPathType, address.nPath, address.nParam, value)))
+    const bool bNamed = IsParameterAddress(address.enType, address.enPathType, address.nPath, address.nParam);
+    const bool bMade = bNamed && pMessage != nullptr &&
+                       pMessage[0].SetPPC(address.enType, address.enPathType, address.nPath, address.nParam, value);
+    if (!bNamed || (pMessage != nullptr && !bMade && !pMessage[0].HaveError(nullptr)))
     {
         CUtility::Debug("CMsgHandlerBase::QueuePPC - refused: msg type (%d), path type (%d), path (%d), parameter (%d)",
                         static_cast<int>(address.enType), static_cast<int>(address.enPathType), address.nPath, address.nParam);
@@ -205,7 +207,7 @@ bool CMsgHandlerBase::QueueRecord(const stPPCAddress& address, const T& value)
     return Enqueue(std::move(pMessage));
 }
 
-// Null is a message for which there was no memory.
+// Null is a message for which there was no memory, and so is one with an error.
 bool CMsgHandlerBase::Enqueue(std::unique_ptr<CRawPPCMsg[]> pMessage)
 {
     if (pMessage != nullptr && !pMessage[0].HaveError(nullptr))

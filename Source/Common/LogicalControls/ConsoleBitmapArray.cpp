@@ -5,7 +5,9 @@
 #include "LogicalControls/CheckWord.h"
 #include "Runtime/Assertion.h"
 
+#include <algorithm>
 #include <cstring>
+#include <iterator>
 #include <new>
 
 namespace
@@ -37,6 +39,10 @@ CBMAContainer& CBMAContainer::operator=(const CBMAContainer& other)
     m_bUseSimpleSender = other.m_bUseSimpleSender;
     m_RotarySI = other.m_RotarySI;
     m_FaderSI = other.m_FaderSI;
+    if (&other != this)
+    {
+        std::fill(std::begin(m_aCursors), std::end(m_aCursors), stBlockRef());
+    }
     InitSimplePPCSenderComms();
     return *this;
 }

@@ -136,7 +136,7 @@ public:
     //         other.BlockWritePPC(records, n, CBMAContainer::m_anScopeMasks[0]);
 
     // Fills records with address, value, SI float (rotaries and faders) and, but for the scopeless form, one scope's flag. Returns
-    // how many: 0 at the end of the image.
+    // how many: 0 at the end of the image, and for a scope that does not exist.
     int BlockReadPPC(stPPCWithSI* pRecords, int nCount, int nScope);
     int BlockReadScopelessPPC(stPPCWithSI* pRecords, int nCount);
 
