@@ -3,7 +3,6 @@
 #include "ShowFile.h"
 #include "Subcommands.h"
 
-#include <array>
 #include <memory>
 
 namespace
@@ -29,7 +28,12 @@ struct stCount
     int nMoved = 0; // or different
     int nSafe = 0;
 };
-typedef std::array<stCount, c_nMessageTypes> tCounts;
+struct stCounts
+{
+    stCount& Of(const stAddress& address) { return aTypes[address.enType]; }
+
+    stCount aTypes[c_nMessageTypes];
+};
 
 typedef void (CBMAContainer::*tSetFlag)(tagenPPCMessageType, tagenVirtualPathType, int, int, int);
 
@@ -48,11 +52,8 @@ void SetShowFlags(CBMAContainer& image, const stPattern& pattern, int nFlag)
 
 std::vector<stPattern> ParsePatterns(const std::vector<std::string>& texts)
 {
-    std::vector<stPattern> patterns;
-    for (const std::string& strText : texts)
-    {
-        patterns.push_back(ParsePattern(strText));
-    }
+    std::vector<stPattern> patterns(texts.size());
+    std::transform(texts.begin(), texts.end(), patterns.begin(), ParsePattern);
     return patterns;
 }
 
@@ -96,7 +97,7 @@ std::vector<stChange> Difference(const CBMAContainer& from, const CBMAContainer&
     return changes;
 }
 
-void PrintTable(const tCounts& counts, const char* szMoved, const char* szSame, bool bSafe)
+void PrintTable(const stCounts& counts, const char* szMoved, const char* szSame, bool bSafe)
 {
     stCount sum;
     const auto row = [&](const char* szType, const stCount& count)
@@ -110,10 +111,10 @@ void PrintTable(const tCounts& counts, const char* szMoved, const char* szSame, 
              .c_str());
     for (int nType = 0; nType < enMeter; ++nType)
     {
-        row(caMessageTypeNames[nType], counts[static_cast<std::size_t>(nType)]);
-        sum.nInShow += counts[static_cast<std::size_t>(nType)].nInShow;
-        sum.nMoved += counts[static_cast<std::size_t>(nType)].nMoved;
-        sum.nSafe += counts[static_cast<std::size_t>(nType)].nSafe;
+        row(caMessageTypeNames[nType], counts.aTypes[nType]);
+        sum.nInShow += counts.aTypes[nType].nInShow;
+        sum.nMoved += counts.aTypes[nType].nMoved;
+        sum.nSafe += counts.aTypes[nType].nSafe;
     }
     row("all", sum);
 }
@@ -152,11 +153,11 @@ int Save(const stOptions& options)
     {
         return Fail(strError);
     }
-    tCounts counts;
+    stCounts counts;
     ForEachParameter(c_EveryParameter,
-                     [&](const stAddress& address) { counts[address.enType].nInShow += IsRecalled(*pShow, address) ? 1 : 0; });
+                     [&](const stAddress& address) { counts.Of(address).nInShow += IsRecalled(*pShow, address) ? 1 : 0; });
     int nParameters = 0;
-    for (const stCount& count : counts)
+    for (const stCount& count : counts.aTypes)
     {
         nParameters += count.nInShow;
     }
@@ -209,17 +210,17 @@ int Recall(const stOptions& options)
     SetSafeFlags(*pTarget, safe);
     pTarget->ImportScopedParameters(*pShow, true, true);
     const std::vector<stChange> changes = Difference(pClient->Image(), *pTarget);
-    tCounts counts;
+    stCounts counts;
     ForEachParameter(c_EveryParameter,
                      [&](const stAddress& address)
                      {
                          const bool bRecalled = IsRecalled(*pTarget, address);
-                         counts[address.enType].nInShow += bRecalled ? 1 : 0;
-                         counts[address.enType].nSafe += bRecalled && IsSafe(*pTarget, address) ? 1 : 0;
+                         counts.Of(address).nInShow += bRecalled ? 1 : 0;
+                         counts.Of(address).nSafe += bRecalled && IsSafe(*pTarget, address) ? 1 : 0;
                      });
     for (const stChange& change : changes)
     {
-        ++counts[change.address.enType].nMoved;
+        ++counts.Of(change.address).nMoved;
     }
     const tSteadyClock::time_point start = tSteadyClock::now();
     nStatus = pClient->Send(changes);
@@ -241,7 +242,7 @@ int Compare(const stOptions& options)
     {
         return nStatus;
     }
-    tCounts counts;
+    stCounts counts;
     int nDifferent = 0;
     ForEachParameter(c_EveryParameter,
                      [&](const stAddress& address)
@@ -252,10 +253,10 @@ int Compare(const stOptions& options)
                          }
                          const stValue live = ReadValue(pClient->Image(), address);
                          const stValue stored = ReadValue(*pShow, address);
-                         ++counts[address.enType].nInShow;
+                         ++counts.Of(address).nInShow;
                          if (!SameValue(address, live, stored))
                          {
-                             ++counts[address.enType].nMoved;
+                             ++counts.Of(address).nMoved;
                              if (++nDifferent <= c_nShown)
                              {
                                  Line("%s  %s  %s in the show, %s at the MC", Styled(enBad, "differs").c_str(),

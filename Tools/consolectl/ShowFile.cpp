@@ -166,7 +166,7 @@ std::string CShowFile::OpenDatabase(bool bCreate)
 
 std::string CShowFile::Save(const std::string& strName, const std::vector<stShowBlock>& blocks, bool bReplace)
 {
-    const std::string strError = m_pDatabase == nullptr ? OpenDatabase(true) : std::string();
+    std::string strError = m_pDatabase == nullptr ? OpenDatabase(true) : std::string();
     if (!strError.empty())
     {
         return strError;
@@ -195,7 +195,7 @@ std::string CShowFile::Load(const std::string& strName, std::vector<stShowBlock>
         [&]
         {
             std::int64_t nShow = 0;
-            const std::string strError = FindShow(strName, nShow);
+            std::string strError = FindShow(strName, nShow);
             if (!strError.empty())
             {
                 return strError;
@@ -220,7 +220,7 @@ std::string CShowFile::Delete(const std::string& strName)
                     [&]
                     {
                         std::int64_t nShow = 0;
-                        const std::string strError = FindShow(strName, nShow);
+                        std::string strError = FindShow(strName, nShow);
                         return strError.empty() ? Remove(nShow) : strError;
                     });
 }
@@ -288,7 +288,7 @@ std::string CShowFile::CreateLayout()
          {std::string(caTables[0]), std::string(caTables[1]), "PRAGMA application_id = " + std::to_string(c_nApplicationId),
           "PRAGMA user_version = " + std::to_string(c_nLayout)})
     {
-        const std::string strError = Run(strSQL.c_str());
+        std::string strError = Run(strSQL.c_str());
         if (!strError.empty())
         {
             return strError;

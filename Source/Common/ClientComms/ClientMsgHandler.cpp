@@ -404,7 +404,7 @@ int CClientMsgHandler::PackRecords(int& nSize, bool& bDrained)
     int nPacked = 0;
     for (bool bFull = false; !bFull && !bDrained;)
     {
-        CRawPPCMsg* apEntries[c_nBorrowedAtOnce];
+        CRawPPCMsg* apEntries[c_nBorrowedAtOnce] = {};
         const int nEntries = BorrowPPCs(apEntries, c_nBorrowedAtOnce);
         bDrained = nEntries == 0;
         int nDone = 0;

@@ -33,7 +33,7 @@ CRawPPCMsg::CRawPPCMsg() : m_Header(), m_bError(false), m_nErrorCode(0) {}
 
 CRawPPCMsg::CRawPPCMsg(const CRawPPCMsg& other) : CMemPoolBase(other), m_Header(), m_bError(false), m_nErrorCode(0)
 {
-    CopyToMe(other);
+    TakeOver(other);
 }
 
 CRawPPCMsg& CRawPPCMsg::operator=(const CRawPPCMsg& other)
@@ -148,19 +148,10 @@ bool CRawPPCMsg::Parse(const unsigned char* pRecord, std::size_t unSize)
 
 void CRawPPCMsg::CopyToMe(const CRawPPCMsg& other)
 {
-    if (&other == this)
+    if (&other != this)
     {
-        return;
-    }
-    Empty();
-    m_Header = other.m_Header;
-    if (ValueLength() > 0 && other.m_pValue != nullptr)
-    {
-        HoldValue(other.m_pValue.get());
-    }
-    else
-    {
-        Fail(enErrorNoValue, c_szNoValue);
+        Empty();
+        TakeOver(other);
     }
 }
 
@@ -209,6 +200,19 @@ bool CRawPPCMsg::SetRecord(tagenPPCMessageType enType, int nPathType, int nPath,
     unsigned char acValue[sizeof record.value];
     std::memcpy(acValue, &record.value, sizeof acValue);
     return HoldValue(acValue);
+}
+
+void CRawPPCMsg::TakeOver(const CRawPPCMsg& other)
+{
+    m_Header = other.m_Header;
+    if (ValueLength() > 0 && other.m_pValue != nullptr)
+    {
+        HoldValue(other.m_pValue.get());
+    }
+    else
+    {
+        Fail(enErrorNoValue, c_szNoValue);
+    }
 }
 
 // Whatever a derived class makes of Clear, no value stays behind that the next header would misread.

@@ -80,6 +80,7 @@ public:
 private:
     template <typename T>
     bool SetRecord(tagenPPCMessageType enType, int nPathType, int nPath, int nParam, const T& value);
+    void TakeOver(const CRawPPCMsg& other);
     void Empty();
     std::size_t ValueLength() const;
     bool HoldValue(const unsigned char* pValue);
