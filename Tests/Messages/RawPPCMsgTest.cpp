@@ -372,6 +372,14 @@ TEST(RawPPCMsg, ParseTakesTheFirstOfManyRecords)
     EXPECT_EQ(Error(message), c_NoError);
 }
 
+TEST(RawPPCMsg, ParseTakesARecordThatLiesInItsOwnValue)
+{
+    CRawPPCMsg message;
+    EXPECT_TRUE(Parse(message, SerialisedRecord(3, 38, c_String)));
+    EXPECT_TRUE(message.Parse(message.Value(), 38));
+    EXPECT_EQ(Serialised(message), c_String);
+}
+
 TEST(RawPPCMsg, ParseRefusesARecordThatIsCutAnywhere)
 {
     for (std::size_t unCut = 0; unCut < c_String.size(); ++unCut)

@@ -44,8 +44,12 @@ case $output in *"sent again"*) fail "the change that was taken back was sent: $
 expect 0 "the last counts" "$@" get MicInput/2-3/Fader/0
 [ "$output" = 'MicInput/2/Fader/0            -11
 MicInput/3/Fader/0            -7' ] || fail "get: $output"
-expect 0 "a text with a dash" "$@" set --timeout 30 -- MicInput/3/String/1 -x
-contains '"Mic4" -> "-x"'
+for text in -x [x] '[a,b]'; do
+    expect 0 "the text $text" "$@" set --timeout 30 MicInput/3/String/1 "$text"
+    contains "-> \"$text\""
+done
+expect 1 "nowhere to print to" sh -c 'exec "$@" >/dev/full' sh "$@" get MicInput/3/Fader/0 --timeout 30
+contains "standard output takes no more"
 
 kill -TERM $mc
 wait $mc || fail "mc: $(cat "$work/mc.log")"

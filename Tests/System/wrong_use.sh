@@ -47,6 +47,8 @@ refuse "a console string holds 12 characters" follow --set MicInput/3/String/1=T
 refuse "meters are set by the MC alone" follow --set MicInput/3/Meter/0=1
 refuse "never sent" follow --set Globals/0/Integer/58=1
 refuse "has no value: ADDRESS VALUE go in pairs" set MicInput/3/Fader/0
+refuse "ADDRESS VALUE is required" set
+refuse '"--time" is no address' set --time 3
 refuse "names several types: one value fits only one" set 'MicInput/3/*/0' 1
 refuse '"loud" is no value of a Fader' set 'MicInput/*/Fader/0' loud
 refuse '"9" is no value of a Switch' set 'MicInput/0/Fader/0' 9 'MicInput/0/Switch/0' 9

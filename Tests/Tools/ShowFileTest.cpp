@@ -193,6 +193,46 @@ TEST_F(ShowFile, OfAnotherLayoutIsRefusedAndLeftAlone)
     }
 }
 
+// Checks of a foreign table are not evaluated, whatever they cost.
+TEST_F(ShowFile, WithEndlessChecksIsRefusedAtOnce)
+{
+    ASSERT_EQ("", Save("Monday", 1));
+    Run("CREATE TABLE slow (a, CHECK (instr(hex(zeroblob(250000 + a)), hex(zeroblob(125000)) || '1') = 0));"
+        "PRAGMA ignore_check_constraints = 1;"
+        "WITH RECURSIVE rows(n) AS (SELECT 1 UNION ALL SELECT n + 1 FROM rows WHERE n < 2000) INSERT INTO slow SELECT n FROM rows");
+    std::vector<stShowBlock> blocks;
+    EXPECT_EQ(m_strFile + ": not a show file", Load("Monday", blocks));
+}
+
+// A block is refused by the file in the middle of a save, as a full disk would: all of the save is undone.
+TEST_F(ShowFile, StopsAtTheFirstBlockThatCantBeWritten)
+{
+    ASSERT_EQ("", Save("Monday", 1));
+    std::vector<stShowBlock> blocks = Blocks(2);
+    blocks.insert(blocks.begin() + 1, {"value", enOther, std::vector<unsigned char>(2 << 20)}); // longer than any value may be
+    CShowFile file;
+    ASSERT_EQ("", file.Open(m_strFile, true));
+    EXPECT_EQ(m_strFile + ": string or blob too big", file.Save("Tuesday", blocks, false));
+    EXPECT_EQ("", file.Save("Tuesday", Blocks(3), false));
+    EXPECT_EQ(1, Fill("Monday"));
+    EXPECT_EQ(3, Fill("Tuesday"));
+}
+
+TEST_F(ShowFile, IsAFileWhateverItsNameMeansElsewhere)
+{
+    EXPECT_EQ("a show file needs a name", CShowFile().Open("", true));
+    const std::filesystem::path before = std::filesystem::current_path();
+    std::filesystem::current_path(m_Folder);
+    for (const char* szName : {":memory:", "file:shows?mode=memory"})
+    {
+        CShowFile file;
+        EXPECT_EQ("", file.Open(szName, true));
+        EXPECT_EQ("", file.Save("Monday", Blocks(1), false));
+        EXPECT_TRUE(std::filesystem::is_regular_file(m_Folder / szName));
+    }
+    std::filesystem::current_path(before);
+}
+
 TEST_F(ShowFile, WithAChangedBlockIsNotLoaded)
 {
     ASSERT_EQ("", Save("Monday", 1));

@@ -194,13 +194,6 @@ stChange ParseChange(const std::string& strText)
     return {address, ParseValue(address.enType, strText.substr(unEquals + 1))};
 }
 
-std::string Printable(std::string strText)
-{
-    std::replace_if(
-        strText.begin(), strText.end(), [](char c) { return static_cast<unsigned char>(c) < ' ' || c == '\x7f'; }, '?');
-    return strText;
-}
-
 std::string AddressText(const stAddress& address)
 {
     return Format("%s/%d/%s/%d", caParameterGroupNames[address.enPathType], address.nPath, caMessageTypeNames[address.enType],

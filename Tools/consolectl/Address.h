@@ -74,9 +74,6 @@ void ForEachParameter(const stPattern& pattern, Visitor visit)
 // "*/*/*/*".
 extern const stPattern c_EveryParameter;
 
-// Text from outside, without what would steer a terminal.
-std::string Printable(std::string strText);
-
 std::string AddressText(const stAddress& address);
 std::string ValueText(const stAddress& address, const stValue& value);
 

@@ -38,6 +38,30 @@ std::string CheckInterface(const std::string& strText)
     return IsAddress(strText, address) ? std::string() : strText + " is not an IPv4 address of an interface";
 }
 
+// Of the printable UTF-8 character at this place; 0 when there is none.
+std::size_t CharacterLength(const std::string& strText, std::size_t unPlace)
+{
+    const auto byteAt = [&](std::size_t unAt) { return unAt < strText.size() ? static_cast<unsigned char>(strText[unAt]) : 0u; };
+    const unsigned int unLead = byteAt(unPlace);
+    if (unLead < 0x80)
+    {
+        return unLead >= ' ' && unLead != 0x7f ? 1 : 0;
+    }
+    const std::size_t unLength = unLead >= 0xf0 && unLead < 0xf5   ? 4
+                                 : unLead >= 0xe0 && unLead < 0xf0 ? 3
+                                 : unLead >= 0xc2 && unLead < 0xe0 ? 2
+                                                                   : 0;
+    for (std::size_t unNext = 1; unNext < unLength; ++unNext)
+    {
+        if ((byteAt(unPlace + unNext) & 0xc0) != 0x80)
+        {
+            return 0;
+        }
+    }
+    const bool bControl = unLead == 0xc2 && byteAt(unPlace + 1) < 0xa0;
+    return bControl ? 0 : unLength;
+}
+
 } // namespace
 
 void AddLinkOptions(CLI::App& command, stUpdateLink& link)
@@ -109,6 +133,18 @@ bool IsTerminal()
     return bTerminal;
 }
 
+std::string Printable(const std::string& strText)
+{
+    std::string strPrintable;
+    for (std::size_t unPlace = 0; unPlace < strText.size();)
+    {
+        const std::size_t unLength = CharacterLength(strText, unPlace);
+        strPrintable += unLength == 0 ? "?" : strText.substr(unPlace, unLength);
+        unPlace += std::max<std::size_t>(unLength, 1);
+    }
+    return strPrintable;
+}
+
 std::string Format(const char* szFormat, ...)
 {
     va_list arguments;
@@ -140,6 +176,6 @@ std::string Grouped(long lNumber)
 
 int Fail(const std::string& strText)
 {
-    std::fprintf(stderr, "consolectl: %s\n", strText.c_str());
+    std::fprintf(stderr, "consolectl: %s\n", Printable(strText).c_str());
     return enExitFailed;
 }

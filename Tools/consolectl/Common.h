@@ -59,6 +59,9 @@ enum enTextStyle
 std::string Styled(enTextStyle enStyle, const std::string& strText);
 bool IsTerminal();
 
+// Text from outside, without what would steer a terminal: control characters, and bytes that are no UTF-8, are "?".
+std::string Printable(const std::string& strText);
+
 // printf into a string.
 std::string Format(const char* szFormat, ...) __attribute__((format(printf, 1, 2)));
 
@@ -68,5 +71,5 @@ void Line(const char* szFormat, ...) __attribute__((format(printf, 1, 2)));
 // "241,339".
 std::string Grouped(long lNumber);
 
-// One line on standard error; returns enExitFailed.
+// One line on standard error, whatever is in the text; returns enExitFailed.
 int Fail(const std::string& strText);

@@ -176,7 +176,8 @@ void CSimulatedMC::MoveImage(double dSeconds)
 {
     for (int nPath = 0; nPath < m_Options.nMovingFaders; ++nPath)
     {
-        const long lPhase = (static_cast<long>(dSeconds * 1000) + nPath * 100) % (2 * c_lSwingMilliseconds);
+        const long lPhase =
+            static_cast<long>((static_cast<std::int64_t>(dSeconds * 1000) + nPath * 100) % (2 * c_lSwingMilliseconds));
         const double dSwing = static_cast<double>(std::min(lPhase, 2 * c_lSwingMilliseconds - lPhase)) / c_lSwingMilliseconds;
         if (m_TakenOver.count(nPath) == 0)
         {

@@ -17,6 +17,10 @@ struct stOptions
 std::vector<stChange> ParseChanges(const stOptions& options)
 {
     std::vector<stChange> changes;
+    if (options.changes.empty())
+    {
+        throw CLI::ValidationError("set", "ADDRESS VALUE is required");
+    }
     if (options.changes.size() % 2 != 0)
     {
         throw CLI::ValidationError("set", "\"" + options.changes.back() + "\" has no value: ADDRESS VALUE go in pairs");
@@ -83,17 +87,17 @@ void AddSet(CLI::App& app, int& nStatus)
         "Change parameters at the MC, and wait until its updates show them. A burst goes out in as few datagrams as it fits in");
     AddClientOptions(*pCommand, pOptions->client);
     AddDirectOption(*pCommand, pOptions->client);
-    pCommand
-        ->add_option(
-            "ADDRESS VALUE", pOptions->changes,
-            "Such as MicInput/12/Fader/0 -6.5; path and parameter may be a range (0-9), all but the type may be \"*\"; "
-            "several pairs may follow each other, and the last for a parameter counts. A text that begins with - comes after --")
-        ->required()
-        ->type_name("");
+    // Taken as they are: the parser would read values such as -x and [x] its own way.
+    pCommand->allow_extras();
+    pCommand->footer(
+        "ADDRESS VALUE, in pairs, such as\n"
+        "  consolectl set MicInput/12/Fader/0 -6.5 MicInput/12/String/1 'Lead Vocal'\n"
+        "Path and parameter may be a range (0-9), all but the type may be '*'. The last value for a parameter counts.");
     pCommand->callback(
-        [pOptions, &nStatus]
+        [pCommand, pOptions, &nStatus]
         {
             CatchStopSignals();
+            pOptions->changes = pCommand->remaining();
             nStatus = Set(*pOptions);
         });
 }

@@ -289,7 +289,8 @@ int List(const stOptions& options)
     Line("%s", Styled(enStrong, Format("%-20s %10s  %s", "saved (UTC)", "parameters", "show")).c_str());
     for (const stShowEntry& entry : entries)
     {
-        Line("%-20s %10s  %s", entry.strSaved.c_str(), Grouped(entry.nStored).c_str(), Printable(entry.strName).c_str());
+        Line("%-20s %10s  %s", Printable(entry.strSaved).c_str(), Grouped(static_cast<long>(entry.nStored)).c_str(),
+             Printable(entry.strName).c_str());
     }
     return enExitDone;
 }

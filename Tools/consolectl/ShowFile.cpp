@@ -131,6 +131,10 @@ std::string CShowFile::Open(const std::string& strFile, bool bCreate)
     m_strFile = strFile;
     std::error_code error;
     const std::filesystem::file_status status = std::filesystem::status(strFile, error);
+    if (strFile.empty())
+    {
+        return "a show file needs a name";
+    }
     if (std::filesystem::exists(status))
     {
         return std::filesystem::is_regular_file(status) ? OpenDatabase(bCreate) : strFile + ": not a file";
@@ -148,7 +152,8 @@ std::string CShowFile::OpenDatabase(bool bCreate)
 {
     sqlite3* pDatabase = nullptr;
     const int nFlags = SQLITE_OPEN_READWRITE | (bCreate ? SQLITE_OPEN_CREATE : 0);
-    const int nResult = sqlite3_open_v2(m_strFile.c_str(), &pDatabase, nFlags, nullptr);
+    // A whole path is a file's name and nothing else to SQLite.
+    const int nResult = sqlite3_open_v2(std::filesystem::absolute(m_strFile).c_str(), &pDatabase, nFlags, nullptr);
     m_pDatabase.reset(pDatabase);
     if (nResult != SQLITE_OK)
     {
@@ -203,7 +208,9 @@ std::string CShowFile::Load(const std::string& strName, std::vector<stShowBlock>
             CStatement select(m_pDatabase.get(), "SELECT kind, message_type, crc32, bytes FROM block WHERE show_id = ?");
             for (select.Bind(nShow); select.Step();)
             {
-                stShowBlock block = {select.Text(0), static_cast<tagenPPCMessageType>(select.Number(1)), select.Bytes(3)};
+                const std::int64_t nType = select.Number(1);
+                const bool bType = nType >= 0 && nType < c_nMessageTypes;
+                stShowBlock block = {select.Text(0), static_cast<tagenPPCMessageType>(bType ? nType : -1), select.Bytes(3)};
                 if (CheckSum(block.bytes) != select.Number(2))
                 {
                     return m_strFile + ": show \"" + strName + "\" is damaged: the check sum of a block is wrong";
@@ -248,19 +255,10 @@ std::string CShowFile::List(std::vector<stShowEntry>& entries)
                     });
 }
 
-// Is this a show file, whole and of the layout that we know?
+// Is this a show file of the layout that we know, and whole? The layout comes first: a foreign one may make any look at the
+// contents take for ever.
 std::string CShowFile::Check(bool bMayBeNew)
 {
-    CStatement integrity(m_pDatabase.get(), "PRAGMA quick_check(1)");
-    if (!integrity.Step())
-    {
-        return Error();
-    }
-    if (integrity.Text(0) != "ok")
-    {
-        const std::string strFinding = integrity.Text(0); // its first line may only name the database
-        return m_strFile + ": damaged: " + strFinding.substr(strFinding.rfind('\n') + 1);
-    }
     CStatement header(m_pDatabase.get(), "SELECT application_id, user_version FROM pragma_application_id, pragma_user_version");
     CStatement layout(m_pDatabase.get(), "SELECT sql FROM sqlite_schema WHERE sql IS NOT NULL ORDER BY rowid");
     if (!header.Step())
@@ -279,7 +277,18 @@ std::string CShowFile::Check(bool bMayBeNew)
     m_bNew = bMayBeNew && tables.empty() && header.Number(0) == 0 && header.Number(1) == 0;
     const bool bOurs = header.Number(0) == c_nApplicationId && header.Number(1) == c_nLayout &&
                        std::equal(tables.begin(), tables.end(), std::begin(caTables), std::end(caTables));
-    return m_bNew || bOurs ? std::string() : m_strFile + ": not a show file";
+    return m_bNew || bOurs ? CheckIntegrity() : m_strFile + ": not a show file";
+}
+
+std::string CShowFile::CheckIntegrity()
+{
+    CStatement integrity(m_pDatabase.get(), "PRAGMA quick_check(1)");
+    if (!integrity.Step())
+    {
+        return Error();
+    }
+    const std::string strFinding = integrity.Text(0); // its first line may only name the database
+    return strFinding == "ok" ? std::string() : m_strFile + ": damaged: " + strFinding.substr(strFinding.rfind('\n') + 1);
 }
 
 std::string CShowFile::CreateLayout()

@@ -14,7 +14,7 @@ struct stShowEntry
 {
     std::string strName;
     std::string strSaved; // UTC, "2025-06-01 19:30:00"
-    int nStored;          // parameters with the store flag
+    std::int64_t nStored; // parameters with the store flag
 };
 
 // A file of shows by name. Every operation returns an empty text, or one line that says what went wrong; then the file is as it
@@ -44,6 +44,7 @@ private:
 
     std::string OpenDatabase(bool bCreate);
     std::string Check(bool bMayBeNew);
+    std::string CheckIntegrity();
     std::string Run(const char* szSQL);
     std::string Error() const;
     template <class Work>

@@ -38,6 +38,10 @@ int Run(int nArguments, char** ppArguments)
         Fail(std::string(error.what()) + " (see consolectl --help)");
         return enExitWrongUse;
     }
+    if (std::fflush(stdout) != 0 || std::ferror(stdout) != 0)
+    {
+        return Fail("standard output takes no more");
+    }
     return nStatus;
 }
 

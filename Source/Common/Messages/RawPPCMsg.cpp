@@ -4,6 +4,7 @@
 #include <cstdio>
 #include <cstring>
 #include <new>
+#include <utility>
 
 namespace
 {
@@ -133,6 +134,7 @@ void CRawPPCMsg::operator<<(const unsigned char* pRecord)
 
 bool CRawPPCMsg::Parse(const unsigned char* pRecord, std::size_t unSize)
 {
+    const std::unique_ptr<unsigned char[]> pOld(std::move(m_pValue)); // the record may lie in it
     Empty();
     if (pRecord == nullptr || unSize < sizeof m_Header)
     {
