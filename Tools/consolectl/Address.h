@@ -6,13 +6,7 @@
 #include <algorithm>
 #include <string>
 
-struct stAddress
-{
-    tagenPPCMessageType enType;
-    tagenVirtualPathType enPathType;
-    int nPath;
-    int nParam;
-};
+typedef stPPCAddress stAddress;
 
 // A value of any type, as a parameter holds it.
 struct stValue

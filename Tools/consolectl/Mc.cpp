@@ -93,10 +93,10 @@ std::vector<stAddress> ReadAddresses(const std::vector<unsigned char>& payload)
     CPPCStreamReader reader(payload.data(), static_cast<long>(payload.size()));
     while (reader.Next())
     {
-        const stPPCAddress named = reader.Address();
-        if (IsParameterAddress(named.enType, named.enPathType, named.nPath, named.nParam))
+        const stAddress address = reader.Address();
+        if (IsParameterAddress(address.enType, address.enPathType, address.nPath, address.nParam))
         {
-            addresses.push_back({named.enType, named.enPathType, named.nPath, named.nParam});
+            addresses.push_back(address);
         }
     }
     return addresses;

@@ -177,20 +177,8 @@ bool CClientMsgHandler::SendAll()
 
 bool CClientMsgHandler::GenerateMultiplePPCPacket(const unsigned char* pData, int nSize, UDP_PACKET* pPacket)
 {
-    if (nSize > c_nMaxPayload || nSize < 0 || pPacket == nullptr || (pData == nullptr && nSize > 0))
-    {
-        return false;
-    }
-    pPacket->header.nType = enDatagramPPC;
-    pPacket->header.unMessageId = CClock::Seconds();
-    pPacket->header.unPacketNumber = 1;
-    pPacket->header.unTotal = 1;
-    pPacket->header.unPayloadLength = static_cast<std::uint32_t>(nSize);
-    if (nSize > 0 && pData != pPacket->acPayload) // records that were packed in place are there already
-    {
-        std::memmove(pPacket->acPayload, pData, static_cast<std::size_t>(nSize));
-    }
-    return true;
+    return nSize <= c_nMaxPayload && pPacket != nullptr &&
+           MakeFragment(enDatagramPPC, CClock::Seconds(), pData, nSize, 1, *pPacket) > 0;
 }
 
 void CClientMsgHandler::OnReceivedData(char* pData, long lLength, const RySocketIO::CIPString& sender)

@@ -27,9 +27,9 @@ long MakeFragment(enDatagramType enType, std::uint32_t unMessageId, const unsign
     packet.header.unPacketNumber = static_cast<std::uint32_t>(nNumber);
     packet.header.unTotal = static_cast<std::uint32_t>(nTotal);
     packet.header.unPayloadLength = static_cast<std::uint32_t>(lPayload);
-    if (lPayload > 0)
+    if (lPayload > 0 && pMessage + lOffset != packet.acPayload)
     {
-        std::memcpy(packet.acPayload, pMessage + lOffset, static_cast<std::size_t>(lPayload));
+        std::memmove(packet.acPayload, pMessage + lOffset, static_cast<std::size_t>(lPayload));
     }
     return c_nDatagramHeader + lPayload;
 }

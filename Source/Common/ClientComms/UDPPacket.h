@@ -48,6 +48,7 @@ static_assert(sizeof(UDP_PACKET) == c_nMaxDatagram && offsetof(UDP_PACKET, acPay
 // How many fragments a message of lLength bytes takes: 1 to 5, or 0 when the length is negative or the message too long.
 LOGICALCONTROLS_EXPORT int CountFragments(long lLength);
 
-// Makes fragment nNumber (from 1) of a message. Returns the size of the datagram in packet, 0 when there is no such fragment.
+// Makes fragment nNumber (from 1) of a message, which may lie in packet's payload already. Returns the size of the datagram in
+// packet, 0 when there is no such fragment.
 LOGICALCONTROLS_EXPORT long MakeFragment(enDatagramType enType, std::uint32_t unMessageId, const unsigned char* pMessage,
                                          long lLength, int nNumber, UDP_PACKET& packet);
