@@ -1,5 +1,6 @@
 # What every target of this project is built with.
 find_package(Threads REQUIRED)
+find_package(LibXml2 REQUIRED)
 
 # Header-only libraries are the same for every target machine. When cross-building they are taken from this one, alone in a
 # folder of their own so that nothing else of it comes along.
@@ -26,6 +27,16 @@ check_cxx_source_compiles("
     int main() { pthread_rwlockattr_t a; return pthread_rwlockattr_setkind_np(&a, PTHREAD_RWLOCK_PREFER_WRITER_NP); }"
     LOGICALCONTROLS_HAVE_RWLOCK_KIND)
 unset(CMAKE_REQUIRED_LIBRARIES)
+
+# So is backtrace.
+check_cxx_source_compiles("
+    #include <execinfo.h>
+    #include <dlfcn.h>
+    int main() { void* p[1]; Dl_info i; return backtrace(p, 1) + dladdr(p[0], &i); }"
+    LOGICALCONTROLS_HAVE_BACKTRACE)
+if(NOT LOGICALCONTROLS_HAVE_BACKTRACE)
+    message(STATUS "Failed invariants are reported without a stack: this C library has no backtrace")
+endif()
 
 add_library(logicalcontrols_settings INTERFACE)
 target_compile_features(logicalcontrols_settings INTERFACE cxx_std_17)

@@ -2,7 +2,7 @@
 set(CMAKE_SYSTEM_NAME Linux)
 set(CMAKE_SYSTEM_PROCESSOR powerpc)
 set(CMAKE_CXX_COMPILER powerpc-linux-gnu-g++)
-# Beside the compiler's own libraries, those that toolchains/sqlite-for-powerpc makes.
+# Beside the compiler's own libraries, those that toolchains/libraries-for-powerpc makes.
 set(CMAKE_FIND_ROOT_PATH /usr/powerpc-linux-gnu ${CMAKE_CURRENT_LIST_DIR}/../build/powerpc-libraries)
 set(CMAKE_FIND_ROOT_PATH_MODE_PROGRAM NEVER)
 foreach(kind LIBRARY INCLUDE PACKAGE)

@@ -1,10 +1,14 @@
 #include "Support/SystemCalls.h"
 
+#include <dlfcn.h>
+#include <libxml/parser.h>
 #include <netdb.h>
 #include <pthread.h>
 #include <semaphore.h>
 #include <sys/socket.h>
+#include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 
@@ -14,8 +18,12 @@ namespace
 constexpr int c_nUnlimited = -1;
 
 thread_local Support::CSocketRecorder* g_pRecorder = nullptr;
-thread_local int g_anAllowed[Support::CFailingCall::enCallCount] = {c_nUnlimited, c_nUnlimited, c_nUnlimited};
+thread_local int g_anAllowed[] = {c_nUnlimited, c_nUnlimited, c_nUnlimited, c_nUnlimited};
+thread_local const std::vector<Support::stFrame>* g_pFrames = nullptr;
+thread_local Support::CRedirectedFile* g_pRedirected = nullptr;
 thread_local std::size_t g_unLastMalloc = 0;
+
+static_assert(sizeof g_anAllowed / sizeof(int) == Support::CFailingCall::enCallCount, "one for each call");
 
 bool MayCall(Support::CFailingCall::enCalls enCall)
 {
@@ -53,6 +61,26 @@ CFailingCall::~CFailingCall()
     g_anAllowed[m_enCall] = c_nUnlimited;
 }
 
+CStack::CStack(const std::vector<stFrame>& frames) : m_Frames(frames)
+{
+    g_pFrames = &m_Frames;
+}
+
+CStack::~CStack()
+{
+    g_pFrames = nullptr;
+}
+
+CRedirectedFile::CRedirectedFile(const std::string& strNewFile) : strTo(strNewFile)
+{
+    g_pRedirected = this;
+}
+
+CRedirectedFile::~CRedirectedFile()
+{
+    g_pRedirected = nullptr;
+}
+
 std::size_t LastMallocSize()
 {
     return g_unLastMalloc;
@@ -70,6 +98,11 @@ extern "C"
     int __real_close(int);
     int __real_pthread_mutex_init(pthread_mutex_t*, const pthread_mutexattr_t*);
     int __real_sem_init(sem_t*, int, unsigned int);
+    int __real_setsockopt(int, int, int, const void*, socklen_t);
+    int __real_backtrace(void**, int);
+    int __real_dladdr(const void*, Dl_info*);
+    pid_t __real_getpid();
+    xmlDocPtr __real_xmlReadFile(const char*, const char*, int);
 
     void* __wrap_malloc(std::size_t unSize)
     {
@@ -110,7 +143,8 @@ extern "C"
         const unsigned char* pBytes = static_cast<const unsigned char*>(pData);
         sent.bytes.assign(pBytes, pBytes + unLength);
         g_pRecorder->sent.push_back(sent);
-        return static_cast<ssize_t>(unLength);
+        const bool bCut = g_pRecorder->lSentAtMost >= 0;
+        return static_cast<ssize_t>(bCut ? std::min(unLength, static_cast<std::size_t>(g_pRecorder->lSentAtMost)) : unLength);
     }
 
     int __wrap_close(int nDescriptor)
@@ -145,6 +179,66 @@ extern "C"
             return -1;
         }
         return __real_sem_init(pSemaphore, nShared, unValue);
+    }
+
+    int __wrap_setsockopt(int nSocket, int nLevel, int nName, const void* pValue, socklen_t unSize)
+    {
+        if (g_pRecorder == nullptr)
+        {
+            return __real_setsockopt(nSocket, nLevel, nName, pValue, unSize);
+        }
+        if (g_pRecorder->bFailOption)
+        {
+            errno = ENOPROTOOPT;
+            return -1;
+        }
+        const unsigned char* pBytes = static_cast<const unsigned char*>(pValue);
+        g_pRecorder->options.push_back({nSocket, nLevel, nName, {pBytes, pBytes + unSize}});
+        return 0;
+    }
+
+    // The made-up addresses are those of the frames themselves.
+    int __wrap_backtrace(void** ppFrames, int nRoom)
+    {
+        if (g_pFrames == nullptr)
+        {
+            return __real_backtrace(ppFrames, nRoom);
+        }
+        const int nFrames = std::min(nRoom, static_cast<int>(g_pFrames->size()));
+        for (int nFrame = 0; nFrame < nFrames; ++nFrame)
+        {
+            ppFrames[nFrame] = const_cast<Support::stFrame*>(&(*g_pFrames)[static_cast<std::size_t>(nFrame)]);
+        }
+        return nFrames;
+    }
+
+    int __wrap_dladdr(const void* pAddress, Dl_info* pInfo)
+    {
+        if (g_pFrames == nullptr)
+        {
+            return __real_dladdr(pAddress, pInfo);
+        }
+        const Support::stFrame& frame = *static_cast<const Support::stFrame*>(pAddress);
+        *pInfo = Dl_info();
+        pInfo->dli_fname = frame.szObject;
+        pInfo->dli_sname = frame.szSymbol;
+        return frame.bKnown ? 1 : 0;
+    }
+
+    pid_t __wrap_getpid()
+    {
+        return MayCall(Support::CFailingCall::enGetPid) ? __real_getpid() : -1;
+    }
+
+    xmlDocPtr __wrap_xmlReadFile(const char* szFile, const char* szEncoding, int nOptions)
+    {
+        if (g_pRedirected == nullptr)
+        {
+            return __real_xmlReadFile(szFile, szEncoding, nOptions);
+        }
+        g_pRedirected->asked.push_back(szFile);
+        g_pRedirected->options.push_back(nOptions);
+        return __real_xmlReadFile(g_pRedirected->strTo.c_str(), szEncoding, nOptions);
     }
 
 } // extern "C"

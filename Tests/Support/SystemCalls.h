@@ -4,6 +4,7 @@
 #include <netinet/in.h>
 
 #include <cstddef>
+#include <string>
 #include <vector>
 
 namespace Support
@@ -17,8 +18,16 @@ struct stSentDatagram
     std::vector<unsigned char> bytes;
 };
 
-// While one lives, no socket, sendto or close of the library reaches the system on this thread: sockets get the numbers from
-// nFirstSocket on, datagrams and closed sockets are recorded. One at a time.
+struct stSocketOption
+{
+    int nSocket;
+    int nLevel;
+    int nName;
+    std::vector<unsigned char> value;
+};
+
+// While one lives, no socket, setsockopt, sendto or close of the library reaches the system on this thread: sockets get the numbers
+// from nFirstSocket on, options, datagrams and closed sockets are recorded. One at a time.
 class CSocketRecorder
 {
 public:
@@ -28,7 +37,10 @@ public:
     ~CSocketRecorder();
 
     bool bFailSocket = false; // socket() answers -1
+    bool bFailOption = false; // setsockopt() answers -1
     bool bFailSend = false;   // sendto() answers -1
+    long lSentAtMost = -1;    // when not negative, sendto() answers no more than this
+    std::vector<stSocketOption> options;
     std::vector<stSentDatagram> sent;
     std::vector<int> opened;
     std::vector<int> closed;
@@ -44,6 +56,7 @@ public:
         enMalloc,
         enMutexInit,
         enSemInit,
+        enGetPid,
         enCallCount
     };
 
@@ -52,6 +65,37 @@ public:
 
 private:
     enCalls m_enCall;
+};
+
+// What dladdr says of an address.
+struct stFrame
+{
+    bool bKnown;
+    const char* szObject;
+    const char* szSymbol;
+};
+
+// While one lives, backtrace on this thread answers these frames, as many as there is room for. One at a time.
+class CStack
+{
+public:
+    explicit CStack(const std::vector<stFrame>& frames);
+    ~CStack();
+
+private:
+    std::vector<stFrame> m_Frames;
+};
+
+// While one lives, a file that the library reads as XML on this thread is another one. One at a time.
+class CRedirectedFile
+{
+public:
+    explicit CRedirectedFile(const std::string& strTo);
+    ~CRedirectedFile();
+
+    std::string strTo;
+    std::vector<std::string> asked; // the names that the library gave
+    std::vector<int> options;       // and the options
 };
 
 // The size that the library's last malloc on this thread asked for.

@@ -24,8 +24,12 @@ fi
 cmake --build "$work/library"
 DESTDIR=$work/stage cmake --install "$work/library" --prefix /opt/console >/dev/null
 
-if nm -DC --defined-only "$work"/stage/opt/console/lib*/liblogicalcontrols.so | grep -E 'AssertionFailed|CheckWord|MoveMasked|CReceiver::'; then
+if nm -DC --defined-only "$work"/stage/opt/console/lib*/liblogicalcontrols.so | grep -E 'ReportStack|CheckWord|MoveMasked|CReceiver::|[^:]xml[A-Z]'; then
     echo "FAILED: these internals are exported"
+    exit 1
+fi
+if ! cmp "$source/Source/Common/Diagnostics/xml_validation.xsd" "$work/stage/opt/orvik/bin/xml_validation.xsd"; then
+    echo "FAILED: the schema is not where the reader looks for it"
     exit 1
 fi
 if [ -n "$(find "$work/stage" -name RySocketIO -o -name 'MaskedMove.h' -o -name 'StopEvent.h')" ]; then

@@ -55,7 +55,7 @@ bool Queue(CClientMsgHandler& handler, const stChange& change)
 } // namespace
 
 // The group is joined apart, to tell which of the two failed.
-std::string OpenLink(CImageFollower& follower, const stUpdateLink& link)
+std::string OpenLink(CImageFollower& follower, const stMulticastLink& link)
 {
     if (!follower.InitialiseClient(link.unPort, nullptr, nullptr, link.strInterface.c_str()))
     {

@@ -10,11 +10,11 @@
 #include <vector>
 
 // Opens a follower's link: empty, or what went wrong.
-std::string OpenLink(CImageFollower& follower, const stUpdateLink& link);
+std::string OpenLink(CImageFollower& follower, const stMulticastLink& link);
 
 struct stClientOptions
 {
-    stUpdateLink link;
+    stMulticastLink link;
     double dTimeout = 5;
     bool bDirect = false; // a datagram a change, instead of the queue
 };

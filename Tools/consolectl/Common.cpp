@@ -15,9 +15,13 @@ volatile std::sig_atomic_t g_nStop = 0;
 
 std::string FormatList(const char* szFormat, va_list arguments)
 {
-    char acText[1024];
-    const int nLength = std::vsnprintf(acText, sizeof acText, szFormat, arguments);
-    return std::string(acText, nLength < 0 ? 0 : std::min<std::size_t>(static_cast<std::size_t>(nLength), sizeof acText - 1));
+    va_list again;
+    va_copy(again, arguments);
+    const int nLength = std::vsnprintf(nullptr, 0, szFormat, again);
+    va_end(again);
+    std::string strText(static_cast<std::size_t>(std::max(nLength, 0)), '\0');
+    std::vsnprintf(strText.data(), strText.size() + 1, szFormat, arguments);
+    return strText;
 }
 
 bool IsAddress(const std::string& strText, in_addr& address)
@@ -64,14 +68,24 @@ std::size_t CharacterLength(const std::string& strText, std::size_t unPlace)
 
 } // namespace
 
-void AddLinkOptions(CLI::App& command, stUpdateLink& link)
+void AddGroupOptions(CLI::App& command, stMulticastLink& link, const std::string& strWhat)
 {
-    command.add_option("--group", link.strGroup, "Multicast group of the MC's updates")
+    command.add_option("--group", link.strGroup, "Multicast group of " + strWhat)
         ->check(CLI::Validator(CheckGroup, "GROUP"))
         ->capture_default_str();
-    command.add_option("--port", link.unPort, "UDP port of the MC's updates")->check(CLI::Range(1, 65535))->capture_default_str();
+    command.add_option("--port", link.unPort, "UDP port of " + strWhat)->check(CLI::Range(1, 65535))->capture_default_str();
+}
+
+void AddInterfaceOption(CLI::App& command, stMulticastLink& link)
+{
     command.add_option("--interface", link.strInterface, "IPv4 address of the network interface; default: the system's choice")
         ->check(CLI::Validator(CheckInterface, "ADDRESS"));
+}
+
+void AddLinkOptions(CLI::App& command, stMulticastLink& link)
+{
+    AddGroupOptions(command, link, "the MC's updates");
+    AddInterfaceOption(command, link);
 }
 
 CLI::Validator Between(double dLow, double dHigh)
@@ -86,11 +100,15 @@ CLI::Validator Between(double dLow, double dHigh)
         Format("NUMBER in [%g - %g]", dLow, dHigh));
 }
 
-std::string Describe(const stUpdateLink& link, int nReceiveBuffer)
+std::string LinkText(const stMulticastLink& link)
 {
-    return Format("updates on %s:%u, interface %s, receive buffer %s bytes", link.strGroup.c_str(), link.unPort,
-                  link.strInterface.empty() ? "as the system routes multicast" : link.strInterface.c_str(),
-                  Grouped(nReceiveBuffer).c_str());
+    return Format("%s:%u, interface %s", link.strGroup.c_str(), link.unPort,
+                  link.strInterface.empty() ? "as the system routes multicast" : link.strInterface.c_str());
+}
+
+std::string Describe(const stMulticastLink& link, int nReceiveBuffer)
+{
+    return Format("updates on %s, receive buffer %s bytes", LinkText(link).c_str(), Grouped(nReceiveBuffer).c_str());
 }
 
 void CatchStopSignals()

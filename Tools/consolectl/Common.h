@@ -15,8 +15,8 @@ enum enExitStatus : int
     enExitTimedOut = 27
 };
 
-// Where the MC's updates are multicast.
-struct stUpdateLink
+// Where something is multicast: at first, where the MC's updates are.
+struct stMulticastLink
 {
     std::string strGroup = "225.0.0.46";
     unsigned int unPort = 7060;
@@ -27,13 +27,19 @@ struct stUpdateLink
 constexpr char c_szPPCGroup[] = "225.0.0.45";
 constexpr unsigned int c_unPPCPort = 7050;
 
-void AddLinkOptions(CLI::App& command, stUpdateLink& link);
+// --group and --port of what szWhat names, --interface, and all three for the MC's updates.
+void AddGroupOptions(CLI::App& command, stMulticastLink& link, const std::string& strWhat);
+void AddInterfaceOption(CLI::App& command, stMulticastLink& link);
+void AddLinkOptions(CLI::App& command, stMulticastLink& link);
 
 // A number within these limits: not a number is outside them.
 CLI::Validator Between(double dLow, double dHigh);
 
+// "225.0.0.46:7060, interface 127.0.0.1".
+std::string LinkText(const stMulticastLink& link);
+
 // Says once what was chosen.
-std::string Describe(const stUpdateLink& link, int nReceiveBuffer);
+std::string Describe(const stMulticastLink& link, int nReceiveBuffer);
 
 // From when Ctrl-C is asked for, StopRequested tells whether it came.
 void CatchStopSignals();

@@ -14,7 +14,7 @@ constexpr std::chrono::milliseconds c_LoopPeriod(2);
 
 struct stOptions
 {
-    stUpdateLink link;
+    stMulticastLink link;
     double dSeconds = 0;
     double dTimeout = 0;
     double dUntilSilent = 0;

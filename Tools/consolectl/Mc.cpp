@@ -2,6 +2,8 @@
 #include "Address.h"
 #include "Common.h"
 #include "ImageFile.h"
+#include "PPCReceiver.h"
+#include "Report.h"
 #include "Subcommands.h"
 
 #include <algorithm>
@@ -21,69 +23,14 @@ const int c_nMicFader = canCommonParamTypesTable[enCommonFader][enMicInput];
 
 struct stOptions
 {
-    stUpdateLink link;
+    stMulticastLink link;
     double dSurfaceRate = 50;
     double dRotaryRate = 10;
+    double dReportPeriod = 1;
     double dSeconds = 0;
     int nMovingFaders = 24;
     unsigned int unSeed = 1;
     std::string strSave;
-};
-
-struct stReceivedPPCs
-{
-    std::vector<unsigned char> payload;
-    RySocketIO::CIPString sender;
-};
-
-// Takes the clients' changes off the network; the MC's own thread applies them.
-class CPPCReceiver : public CMsgHandlerBase, public RySocketIO::CSocket
-{
-public:
-    CPPCReceiver() : CSocket(RySocketIO::enConnectionUDP, false, false), m_Buffer(c_nMaxPayload * c_nMaxFragments)
-    {
-        SetUseSenderInfo(true);
-    }
-    ~CPPCReceiver() override { StopReceiving(); }
-
-    using CMsgHandlerBase::OnReceivedData;
-
-    void OnReceivedData(char* pData, long lLength, const RySocketIO::CIPString& sender) override
-    {
-        unsigned char* pBuffer = m_Buffer.data();
-        int nSize = static_cast<int>(m_Buffer.size());
-        const int nType = ValidatePacketSequence(pData, lLength, &pBuffer, nSize);
-        if (nType != enDatagramPPC && nType != enDatagramPPCFlagged)
-        {
-            return;
-        }
-        const CLockGuard<CCritSec> guard(m_Lock);
-        if (guard.IsHeld() && m_unWaiting + static_cast<std::size_t>(nSize) <= c_unMaxWaiting)
-        {
-            m_Received.push_back({{pBuffer, pBuffer + nSize}, sender});
-            m_unWaiting += static_cast<std::size_t>(nSize);
-        }
-    }
-
-    std::vector<stReceivedPPCs> Take()
-    {
-        std::vector<stReceivedPPCs> received;
-        const CLockGuard<CCritSec> guard(m_Lock);
-        if (guard.IsHeld())
-        {
-            received.swap(m_Received);
-            m_unWaiting = 0;
-        }
-        return received;
-    }
-
-private:
-    static constexpr std::size_t c_unMaxWaiting = 4 << 20; // bytes; what comes beyond is lost, as in a full socket
-
-    std::vector<unsigned char> m_Buffer; // of the receive thread
-    CCritSec m_Lock;
-    std::vector<stReceivedPPCs> m_Received; // guarded by m_Lock
-    std::size_t m_unWaiting = 0;            // bytes in it; guarded by m_Lock
 };
 
 // The parameters that a stream of changes names.
@@ -118,6 +65,7 @@ private:
     void MoveImage(double dSeconds);
     void ApplyClientChanges();
     void SendUpdate(MCUpdateType enType);
+    void SendReport(double dSeconds);
     void RunUntil(double dSeconds, bool bMove);
 
     const stOptions& m_Options;
@@ -127,22 +75,29 @@ private:
     std::vector<unsigned char> m_Serialised;
     CPPCReceiver m_PPCs;
     RySocketIO::CSocket m_Updates;
+    CDiagnosticsSocketSender m_Reports;
+    bool m_bReports = false;
     tSteadyClock::time_point m_Start;
     std::set<int> m_TakenOver; // mic inputs whose fader a client has set
     double m_dNextSurface = 0;
     double m_dNextRotary = 0;
-    std::uint32_t m_unMessageId = CClock::Seconds();
+    double m_dNextReport = 0;
+    const std::uint32_t m_unStartTime = CClock::Seconds();
+    std::uint32_t m_unMessageId = m_unStartTime;
     long m_lUpdates[2] = {};
     long m_lDatagrams = 0;
     long m_lLost = 0;
     long m_lChangeDatagrams = 0;
     long m_lApplied = 0;
     long m_lRefused = 0;
+    long m_lReports = 0;
 };
 
 bool CSimulatedMC::OpenSockets()
 {
     const char* szInterface = m_Options.link.strInterface.c_str();
+    m_bReports = m_Options.dReportPeriod > 0 &&
+                 m_Reports.EstablishMulticastTransmitter(XMLDiagnostics::c_strMulticastGroup.c_str(), c_unReportPort);
     return m_Updates.InitialiseLocalSockets(0, nullptr, szInterface, 1) &&
            m_PPCs.InitialiseLocalSockets(c_unPPCPort, nullptr, szInterface, 1) && m_PPCs.AddToGroup(c_szPPCGroup);
 }
@@ -247,6 +202,23 @@ void CSimulatedMC::SendUpdate(MCUpdateType enType)
     ++m_lUpdates[enType == enMCUpdateRotary];
 }
 
+// The MC's own health. Where reports can't go the first failure says so, and is the last.
+void CSimulatedMC::SendReport(double dSeconds)
+{
+    std::vector<stReportedValue> values;
+    for (const std::string& strValue :
+         {Format("enUpTime=%ld", static_cast<long>(dSeconds)), std::string("enGeneralMute=0"), std::string("enRoleNumber=1"),
+          std::string("enRoleName=Simulated MC"), std::string("enUDPState=1"), std::string("enUDPTimeouts=0"),
+          Format("enStartTime=%u", m_unStartTime)})
+    {
+        values.push_back(ParseReportedValue(strValue));
+    }
+    const std::string strReport = MakeReport("MC", 1, values);
+    m_Reports.Send(strReport.data(), static_cast<unsigned int>(strReport.size()));
+    m_bReports = m_Reports.LastSendSucceeded();
+    m_lReports += m_bReports ? 1 : 0;
+}
+
 void CSimulatedMC::RunUntil(double dSeconds, bool bMove)
 {
     for (double dNow = SecondsSince(m_Start); dNow < dSeconds && !StopRequested(); dNow = SecondsSince(m_Start))
@@ -266,6 +238,11 @@ void CSimulatedMC::RunUntil(double dSeconds, bool bMove)
             SendUpdate(enMCUpdateRotary);
             m_dNextRotary = std::max(m_dNextRotary + 1 / m_Options.dRotaryRate, dNow);
         }
+        if (m_bReports && dNow >= m_dNextReport)
+        {
+            SendReport(dNow);
+            m_dNextReport = std::max(m_dNextReport + m_Options.dReportPeriod, dNow);
+        }
         const double dNext = std::min({m_dNextSurface, m_dNextRotary, dNow + 0.005});
         SleepUntil(m_Start + std::chrono::duration_cast<tSteadyClock::duration>(std::chrono::duration<double>(dNext)));
     }
@@ -275,8 +252,7 @@ int CSimulatedMC::Run()
 {
     if (!OpenSockets())
     {
-        return Fail(Format("the network can't be had: port %u, group %s, interface %s", c_unPPCPort, c_szPPCGroup,
-                           m_Options.link.strInterface.empty() ? "any" : m_Options.link.strInterface.c_str()));
+        return Fail("the network can't be had: " + LinkText({c_szPPCGroup, c_unPPCPort, m_Options.link.strInterface}));
     }
     FillImage();
     Line("MC: %s", Describe(m_Options.link, m_PPCs.GetReceiveBufferSize()).c_str());
@@ -288,6 +264,8 @@ int CSimulatedMC::Run()
     }
     Line("MC: sent %s surface and %s rotary updates in %s datagrams (%ld refused by the system)", Grouped(m_lUpdates[0]).c_str(),
          Grouped(m_lUpdates[1]).c_str(), Grouped(m_lDatagrams).c_str(), m_lLost);
+    Line("MC: diagnostics reports sent to %s:%u: %s", XMLDiagnostics::c_strMulticastGroup.c_str(), c_unReportPort,
+         Grouped(m_lReports).c_str());
     Line("MC: %s changes applied, %s refused, from %s datagrams; %u datagrams dropped by the kernel", Grouped(m_lApplied).c_str(),
          Grouped(m_lRefused).c_str(), Grouped(m_lChangeDatagrams).c_str(), m_PPCs.GetKernelDrops());
     if (m_lDatagrams == 0)
@@ -312,6 +290,9 @@ void AddMc(CLI::App& app, int& nStatus)
         ->capture_default_str();
     pCommand->add_option("--rotary-rate", pOptions->dRotaryRate, "Rotary updates (strings, rotaries) a second")
         ->check(Between(0.1, 1000))
+        ->capture_default_str();
+    pCommand->add_option("--report-period", pOptions->dReportPeriod, "Seconds from one diagnostics report to the next; 0: none")
+        ->check(Between(0, 86400))
         ->capture_default_str();
     pCommand->add_option("--seconds", pOptions->dSeconds, "Stop after so long, the last state sent; 0: at Ctrl-C")
         ->check(Between(0, 86400))

@@ -9,3 +9,4 @@ void AddSet(CLI::App& app, int& nStatus);
 void AddGet(CLI::App& app, int& nStatus);
 void AddShow(CLI::App& app, int& nStatus);
 void AddVerify(CLI::App& app, int& nStatus);
+void AddDiagnostics(CLI::App& app, int& nStatus);

@@ -10,10 +10,10 @@ namespace
 
 int Run(int nArguments, char** ppArguments)
 {
-    CLI::App app(
-        "Works with the logical controls of a mixing console: simulates a master controller (MC), follows one, compares "
-        "images.\n\nA first look, in two terminals:\n  consolectl mc\n  consolectl follow\n\nEach subcommand explains itself: "
-        "consolectl mc --help");
+    CLI::App app("Works with the logical controls of a mixing console: simulates a master controller (MC), follows one, compares "
+                 "images, carries diagnostics reports.\n\nA first look, in two terminals:\n  consolectl mc\n  consolectl "
+                 "follow\n\nEach subcommand explains itself: "
+                 "consolectl mc --help");
     app.require_subcommand(1);
     app.get_formatter()->column_width(34);
     int nStatus = enExitDone;
@@ -25,6 +25,7 @@ int Run(int nArguments, char** ppArguments)
     AddShow(app, nStatus);
 #endif
     AddVerify(app, nStatus);
+    AddDiagnostics(app, nStatus);
     try
     {
         app.parse(nArguments, ppArguments);

@@ -3,9 +3,10 @@
 #include "ClientComms/SimpleUDPPPCSender.h"
 #include "LogicalControls/BlockPosition.h"
 #include "LogicalControls/CheckWord.h"
-#include "Runtime/Assertion.h"
+#include "Runtime/FailurePolicy.h"
 
 #include <algorithm>
+#include <cstdlib>
 #include <cstring>
 #include <iterator>
 #include <new>
@@ -13,7 +14,14 @@
 namespace
 {
 
-const char c_szSource[] = "Source/Common/LogicalControls/ConsoleBitmapArray";
+// A broken invariant of the caller's. Part of the function that it is in, so that the stack begins there.
+[[noreturn, gnu::always_inline]] inline void AssertionFailed(const char* szCondition, const char* szFunction, unsigned int unLine)
+{
+    AssertFailStdErrAbort policy;
+    policy.ReportWhat("ASSERT", szFunction, "Source/Common/LogicalControls/ConsoleBitmapArray", unLine, szCondition, nullptr, 0);
+    policy.DoAction();
+    std::abort(); // DoAction did not return
+}
 
 constexpr int c_nMicInputs = 144;
 constexpr int c_nMicInputPatch = 16; // the integer that holds a mic input's patching
@@ -121,8 +129,7 @@ void CBMAContainer::SetPPC(tagenPPCMessageType enType, tagenVirtualPathType enPa
 
 void CBMAContainer::SetPPC(tagenPPCMessageType, tagenVirtualPathType, int, int, double, bool, bool)
 {
-    AssertionFailed("0", "void CBMAContainer::SetPPC(enPPCMessageType, enVirtualPathType, int, int, double, bool, bool)",
-                    c_szSource, __LINE__);
+    AssertionFailed("0", "void CBMAContainer::SetPPC(enPPCMessageType, enVirtualPathType, int, int, double, bool, bool)", __LINE__);
 }
 
 void CBMAContainer::GetPPC(tagenPPCMessageType enType, tagenVirtualPathType enPathType, int nPath, int nParam, float& fValue) const
@@ -173,8 +180,7 @@ void CBMAContainer::GetPPC(tagenPPCMessageType enType, tagenVirtualPathType enPa
 
 void CBMAContainer::GetPPC(tagenPPCMessageType, tagenVirtualPathType, int, int, double&) const
 {
-    AssertionFailed("0", "void CBMAContainer::GetPPC(enPPCMessageType, enVirtualPathType, int, int, double&)", c_szSource,
-                    __LINE__);
+    AssertionFailed("0", "void CBMAContainer::GetPPC(enPPCMessageType, enVirtualPathType, int, int, double&)", __LINE__);
 }
 
 void CBMAContainer::SetPPCSI(tagenPPCMessageType enType, tagenVirtualPathType enPathType, int nPath, int nParam, float fValue,
@@ -193,7 +199,7 @@ void CBMAContainer::SetPPCSI(tagenPPCMessageType enType, tagenVirtualPathType en
     else
     {
         AssertionFailed("NASTY", "void CBMAContainer::SetPPCSI(enPPCMessageType, enVirtualPathType, int, int, float, bool)",
-                        c_szSource, __LINE__);
+                        __LINE__);
     }
 }
 

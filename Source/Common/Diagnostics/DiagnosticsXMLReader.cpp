@@ -1,0 +1,428 @@
+#include "Diagnostics/DiagnosticsXMLReader.h"
+
+#include "Runtime/TextOrEmpty.h"
+
+#include <cstdio>
+#include <cstring>
+#include <limits>
+#include <memory>
+#include <new>
+#include <utility>
+
+#include <libxml/SAX2.h>
+#include <libxml/parser.h>
+#include <libxml/parserInternals.h>
+#include <libxml/tree.h>
+#include <libxml/xmlerror.h>
+#include <libxml/xmlschemas.h>
+#include <libxml/xmlschemastypes.h>
+
+using XMLDiagnostics::string2Int;
+
+namespace
+{
+
+const char c_szRootName[] = "VORN";
+const char c_szDeclaration[] = "<?xml";
+
+template <auto Free>
+struct stFree
+{
+    template <typename T>
+    void operator()(T* pObject) const
+    {
+        Free(pObject);
+    }
+};
+
+struct stFreeText
+{
+    void operator()(xmlChar* pText) const { xmlFree(pText); }
+};
+
+typedef std::unique_ptr<xmlChar, stFreeText> tText;
+typedef std::unique_ptr<xmlDoc, stFree<xmlFreeDoc>> tDocument;
+typedef std::unique_ptr<xmlParserCtxt, stFree<xmlFreeParserCtxt>> tParser;
+typedef std::unique_ptr<xmlSchemaParserCtxt, stFree<xmlSchemaFreeParserCtxt>> tSchemaParser;
+typedef std::unique_ptr<xmlSchema, stFree<xmlSchemaFree>> tSchema;
+typedef std::unique_ptr<xmlSchemaValidCtxt, stFree<xmlSchemaFreeValidCtxt>> tValidator;
+
+// The library's own tables, which two threads at once would not make safely.
+void InitialiseLibrary()
+{
+    static pthread_once_t s_Once = PTHREAD_ONCE_INIT;
+    pthread_once(&s_Once,
+                 []
+                 {
+                     xmlInitParser();
+                     xmlSchemaInitTypes();
+                 });
+}
+
+class CHeld
+{
+public:
+    explicit CHeld(pthread_mutex_t& mutex) : m_Mutex(mutex) { pthread_mutex_lock(&m_Mutex); }
+    ~CHeld() { pthread_mutex_unlock(&m_Mutex); }
+    CHeld(const CHeld&) = delete;
+    CHeld& operator=(const CHeld&) = delete;
+
+private:
+    pthread_mutex_t& m_Mutex;
+};
+
+// Keeps the first error of a run, with its line if it has one. Called from C: nothing may be thrown.
+void KeepError(void* pText, const char* szMessage, int nLine, const char* szFile = nullptr)
+{
+    std::string& strError = *static_cast<std::string*>(pText);
+    if (!strError.empty())
+    {
+        return;
+    }
+    try
+    {
+        const std::string strMessage = std::string(TextOrEmpty(szFile)) + TextOrEmpty(szMessage);
+        strError = (nLine > 0 ? "line " + std::to_string(nLine) + ": " : std::string()) +
+                   strMessage.substr(0, strMessage.find_last_not_of('\n') + 1);
+    }
+    catch (const std::bad_alloc&)
+    {
+        strError.clear();
+    }
+}
+
+void OnError(void* pText, xmlErrorPtr pError)
+{
+    if (pError != nullptr && pError->level >= XML_ERR_ERROR)
+    {
+        KeepError(pText, pError->message, pError->line);
+    }
+}
+
+// While one lives, what the XML library has to say on this thread goes here, and not to standard error; then the process's own
+// handler is back.
+class CErrorsOfThread
+{
+public:
+    explicit CErrorsOfThread(std::string& strError) : m_pHandler(xmlStructuredError), m_pContext(xmlStructuredErrorContext)
+    {
+        xmlSetStructuredErrorFunc(&strError, OnError);
+    }
+    ~CErrorsOfThread() { xmlSetStructuredErrorFunc(m_pContext, m_pHandler); }
+    CErrorsOfThread(const CErrorsOfThread&) = delete;
+    CErrorsOfThread& operator=(const CErrorsOfThread&) = delete;
+
+private:
+    const xmlStructuredErrorFunc m_pHandler;
+    void* const m_pContext;
+};
+
+// A report has no document type declaration: whoever sends one wants entities expanded or files read.
+void RefuseDocumentType(void* pContext, const xmlChar*, const xmlChar*, const xmlChar*)
+{
+    xmlParserCtxt& parser = *static_cast<xmlParserCtxtPtr>(pContext);
+    KeepError(parser._private, "a document type declaration is not allowed", xmlSAX2GetLineNumber(&parser));
+    xmlStopParser(&parser);
+    parser.wellFormed = 0;
+}
+
+// What xmlParseMemory does, but with a context of our own: whatever the process has set for all of its XML.
+xmlDoc* Parse(const char* pBuffer, int nSize, std::string& strError)
+{
+    const tParser pParser(xmlCreateMemoryParserCtxt(pBuffer, nSize));
+    if (pParser == nullptr)
+    {
+        return nullptr;
+    }
+    pParser->options = 0;
+    xmlCtxtUseOptions(pParser.get(), XML_PARSE_NONET);
+    pParser->sax->ignorableWhitespace = xmlSAX2Characters; // blanks are nodes
+    pParser->linenumbers = 1;
+    pParser->_private = &strError;
+    pParser->sax->internalSubset = RefuseDocumentType;
+    xmlParseDocument(pParser.get());
+    tDocument pDocument(pParser->myDoc);
+    pParser->myDoc = nullptr;
+    return pParser->wellFormed != 0 ? pDocument.release() : nullptr;
+}
+
+tText Attribute(const xmlNode* pNode, const char* szName)
+{
+    return tText(xmlGetProp(pNode, BAD_CAST szName));
+}
+
+std::string String(const tText& pText)
+{
+    return reinterpret_cast<const char*>(pText.get());
+}
+
+} // namespace
+
+diagnostics_xml_reader::diagnostics_xml_reader()
+    : m_pCurrentNode(nullptr), m_pRootNode(nullptr), m_pDocument(nullptr), m_nDeviceId(0), m_xml_mutex(),
+      m_unMapLimit(std::numeric_limits<std::size_t>::max())
+{
+    InitialiseLibrary();
+    if (pthread_mutex_init(&m_xml_mutex, nullptr) != 0)
+    {
+        const pthread_mutex_t ready = PTHREAD_MUTEX_INITIALIZER; // it is used all the same
+        m_xml_mutex = ready;
+        std::puts("Error m_xml_mutex init failed");
+    }
+}
+
+diagnostics_xml_reader::~diagnostics_xml_reader()
+{
+    FreeDocument();
+    pthread_mutex_destroy(&m_xml_mutex);
+}
+
+bool diagnostics_xml_reader::parseAndPopulateMap(char* pBuffer, int nSize)
+{
+    const CHeld held(m_xml_mutex);
+    if (!getXmlFromBuffer(pBuffer, nSize) || !FillMap())
+    {
+        return false;
+    }
+    if (!mapHasElements())
+    {
+        std::printf("WARNING - in diagnostics_xml_reader::parseAndPopulateMap():\n\t%smap has 0 elements!\n", GetDeviceType());
+        return false;
+    }
+    return true;
+}
+
+bool diagnostics_xml_reader::parseAndCheckForValidMessage(char* pBuffer, int nSize)
+{
+    const CHeld held(m_xml_mutex);
+    if (!getXmlFromBuffer(pBuffer, nSize))
+    {
+        return false;
+    }
+    if (!HasSomeChildElements())
+    {
+        std::printf("WARNING - in diagnostics_xml_reader::parseAndCheckForValidMessage():\n\t%sXML document has 0 elements!\n",
+                    GetDeviceType());
+        return false;
+    }
+    return true;
+}
+
+bool diagnostics_xml_reader::validate()
+{
+    return validate(XMLDiagnostics::c_strSchemaFile.c_str());
+}
+
+bool diagnostics_xml_reader::validate(const char* szSchemaFile)
+{
+    m_strError.clear();
+    if (m_pDocument == nullptr)
+    {
+        KeepError(&m_strError, "there is no document", 0);
+        return false;
+    }
+    const CErrorsOfThread errors(m_strError);
+    const tDocument pSchemaDocument(xmlReadFile(szSchemaFile, nullptr, XML_PARSE_NONET));
+    if (pSchemaDocument == nullptr)
+    {
+        m_strError.clear(); // the file's name helps more than its first error
+        KeepError(&m_strError, " can't be read as XML", 0, szSchemaFile);
+        return false;
+    }
+    const tSchemaParser pParser(xmlSchemaNewDocParserCtxt(pSchemaDocument.get()));
+    if (pParser == nullptr)
+    {
+        return false;
+    }
+    xmlSchemaSetParserStructuredErrors(pParser.get(), OnError, &m_strError);
+    const tSchema pSchema(xmlSchemaParse(pParser.get()));
+    if (pSchema == nullptr)
+    {
+        return false;
+    }
+    const tValidator pValidator(xmlSchemaNewValidCtxt(pSchema.get()));
+    if (pValidator == nullptr)
+    {
+        return false;
+    }
+    xmlSchemaSetValidStructuredErrors(pValidator.get(), OnError, &m_strError);
+    return xmlSchemaValidateDoc(pValidator.get(), m_pDocument) == 0;
+}
+
+bool diagnostics_xml_reader::IsXML(const char* szText)
+{
+    return szText != nullptr && std::strncmp(szText, c_szDeclaration, sizeof c_szDeclaration - 1) == 0;
+}
+
+bool diagnostics_xml_reader::find_parameter(int nParameter)
+{
+    if (m_Map.empty())
+    {
+        std::puts("WARNING - in diagnostics_xml_reader::find_parameter(int parameter):\n"
+                  "\tTrying to read an element of a valid but empty XML document!");
+        return false;
+    }
+    return m_Map.count(nParameter) != 0;
+}
+
+XMLDiagnostics::XMLElement diagnostics_xml_reader::get_at(int nParameter)
+{
+    return m_Map[nParameter];
+}
+
+const char* diagnostics_xml_reader::GetDeviceType() const
+{
+    return m_strDeviceType.c_str();
+}
+
+int diagnostics_xml_reader::GetDeviceID() const
+{
+    return m_nDeviceId;
+}
+
+bool diagnostics_xml_reader::getXmlFromBuffer(char* pBuffer, int nSize)
+{
+    const auto warn = [](const char* szReason)
+    { std::printf("WARNING - in diagnostics_xml_reader::getXmlFromBuffer(char* buffer, int size):\n\t%s\n", szReason); };
+
+    FreeDocument();
+    m_strError.clear();
+    const CErrorsOfThread errors(m_strError);
+    m_pDocument = Parse(pBuffer, nSize, m_strError);
+    if (m_pDocument == nullptr)
+    {
+        warn("xmlParseMemory() returned NULL!");
+        return false;
+    }
+    m_pRootNode = xmlDocGetRootElement(m_pDocument);
+    if (m_pRootNode == nullptr)
+    {
+        warn("xmlDocGetRootElement() returned NULL!");
+        return false;
+    }
+    if (xmlStrcmp(m_pRootNode->name, BAD_CAST c_szRootName) != 0)
+    {
+        warn("Bad XML document or wrong document type");
+        return false;
+    }
+    if (!GetMsgDeviceType())
+    {
+        std::puts("WARNING - in diagnostics_xml_reader::getXmlFromBuffer():\n\tGetMsgDeviceType() failed!");
+        return false;
+    }
+    return true;
+}
+
+bool diagnostics_xml_reader::GetMsgDeviceType()
+{
+    m_pCurrentNode = m_pRootNode != nullptr ? m_pRootNode->children : nullptr;
+    if (m_pCurrentNode != nullptr && m_pCurrentNode->type != XML_ELEMENT_NODE)
+    {
+        m_pCurrentNode = m_pCurrentNode->next; // one step only: that is meant
+    }
+    const tText pId = Attribute(m_pCurrentNode, "id");
+    const tText pName = Attribute(m_pCurrentNode, "name");
+    if (pId == nullptr || pName == nullptr)
+    {
+        std::puts("WARNING - in diagnostics_xml_reader::GetMsgDeviceType():\n\t\"name\" or \"id\" field returned NULL!");
+        return false;
+    }
+    try
+    {
+        std::string strName = String(pName);
+        m_nDeviceId = string2Int(String(pId));
+        m_strDeviceType.swap(strName);
+    }
+    catch (const std::bad_alloc&)
+    {
+        std::puts("diagnostics_xml_reader::GetMsgDeviceType - out of memory");
+        return false;
+    }
+    return true;
+}
+
+void diagnostics_xml_reader::populateMap()
+{
+    FillMap();
+}
+
+// False when the memory did not suffice.
+bool diagnostics_xml_reader::FillMap()
+{
+    using XMLDiagnostics::XML_ATTRIBUTE_TYPE_DESCRIPTION;
+    const xmlNode* pNode = m_pCurrentNode != nullptr ? m_pCurrentNode->children : nullptr;
+    try
+    {
+        for (; pNode != nullptr; pNode = pNode->next)
+        {
+            if (pNode->type != XML_ELEMENT_NODE)
+            {
+                continue;
+            }
+            tText apTexts[XMLDiagnostics::c_nXMLAttributeTypes];
+            bool bComplete = true;
+            for (const auto& attribute : XML_ATTRIBUTE_TYPE_DESCRIPTION)
+            {
+                apTexts[attribute.type] = Attribute(pNode, attribute.name.c_str());
+                bComplete = bComplete && apTexts[attribute.type] != nullptr;
+            }
+            if (!bComplete)
+            {
+                // The text speaks of the device's attributes, and is meant to.
+                std::puts("WARNING - in diagnostics_xml_reader::populateMap():\n\t\"name\" or \"id\" field returned NULL!");
+                m_Map.clear();
+                break;
+            }
+            XMLDiagnostics::XMLElement element = {String(apTexts[XMLDiagnostics::XAT_I]), String(apTexts[XMLDiagnostics::XAT_V]),
+                                                  String(apTexts[XMLDiagnostics::XAT_E])};
+            const int nKey = string2Int(element.i);
+            if (m_Map.size() < m_unMapLimit || m_Map.count(nKey) != 0)
+            {
+                m_Map[nKey] = std::move(element);
+            }
+        }
+    }
+    catch (const std::bad_alloc&)
+    {
+        std::puts("diagnostics_xml_reader::populateMap - out of memory");
+        return false;
+    }
+    return true;
+}
+
+bool diagnostics_xml_reader::HasSomeChildElements() const
+{
+    if (m_pCurrentNode == nullptr || m_pCurrentNode->type != XML_ELEMENT_NODE)
+    {
+        return false;
+    }
+    const xmlNode* pChild = m_pCurrentNode->children;
+    while (pChild != nullptr && pChild->type != XML_ELEMENT_NODE)
+    {
+        pChild = pChild->next;
+    }
+    return pChild != nullptr;
+}
+
+bool diagnostics_xml_reader::mapHasElements() const
+{
+    return !m_Map.empty();
+}
+
+void diagnostics_xml_reader::ClearMap()
+{
+    m_Map.clear();
+}
+
+void diagnostics_xml_reader::SetMapLimit(std::size_t unElements)
+{
+    m_unMapLimit = unElements;
+}
+
+void diagnostics_xml_reader::FreeDocument()
+{
+    xmlFreeDoc(m_pDocument);
+    m_pDocument = nullptr;
+    m_pRootNode = nullptr;
+    m_pCurrentNode = nullptr;
+}

@@ -1,0 +1,218 @@
+// consolectl diagnostics: reports of devices' health, sent, listened to, validated and shown.
+#include "Common.h"
+#include "Report.h"
+#include "ReportListener.h"
+#include "Subcommands.h"
+
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <ctime>
+#include <memory>
+#include <vector>
+
+#include <sys/stat.h>
+
+namespace
+{
+
+constexpr std::size_t c_unMaxDatagram = 65507;
+constexpr std::size_t c_unMaxFile = 64 << 20;
+
+struct stSendOptions
+{
+    stMulticastLink link;
+    std::string strDevice = "SURFACE";
+    int nId = 1;
+    int nCount = 1;
+    double dPeriod = 1;
+    bool bPrint = false;
+    std::vector<std::string> values;
+};
+
+struct stFileOptions
+{
+    std::string strSchema = XMLDiagnostics::c_strSchemaFile;
+    std::string strFile;
+};
+
+int Send(const stSendOptions& options)
+{
+    std::vector<stReportedValue> values;
+    for (const std::string& strValue : options.values)
+    {
+        values.push_back(ParseReportedValue(strValue));
+    }
+    const std::string strReport = MakeReport(options.strDevice, options.nId, values.empty() ? SampleValues() : values);
+    if (options.bPrint)
+    {
+        Line("%s", strReport.c_str());
+        return enExitDone;
+    }
+    if (strReport.size() > c_unMaxDatagram)
+    {
+        return Fail(Format("the report has %zu bytes, and a datagram holds %zu", strReport.size(), c_unMaxDatagram));
+    }
+    CDiagnosticsSocketSender sender;
+    if (!sender.EstablishMulticastTransmitter(options.link.strGroup.c_str(), static_cast<unsigned short>(options.link.unPort)))
+    {
+        return Fail("the network can't be had");
+    }
+    const tSteadyClock::time_point start = tSteadyClock::now();
+    for (int nSent = 0; nSent < options.nCount && !StopRequested(); ++nSent)
+    {
+        SleepUntil(start +
+                   std::chrono::duration_cast<tSteadyClock::duration>(std::chrono::duration<double>(nSent * options.dPeriod)));
+        sender.Send(strReport.data(), static_cast<unsigned int>(strReport.size()));
+        if (!sender.LastSendSucceeded())
+        {
+            return Fail(Format("nothing could be sent to %s: is there an interface with a multicast route?",
+                               options.link.strGroup.c_str()));
+        }
+        Line("report of %s %d sent to %s:%u, %s bytes", options.strDevice.c_str(), options.nId, options.link.strGroup.c_str(),
+             options.link.unPort, Grouped(static_cast<long>(strReport.size())).c_str());
+    }
+    return enExitDone;
+}
+
+// A whole file, and how many seconds old it is. False when that failed, which it says.
+bool ReadFile(const std::string& strFile, std::vector<char>& bytes, long& lAge)
+{
+    struct stat status = {};
+    const std::unique_ptr<std::FILE, int (*)(std::FILE*)> pFile(std::fopen(strFile.c_str(), "rb"), std::fclose);
+    if (pFile == nullptr || fstat(fileno(pFile.get()), &status) != 0)
+    {
+        Fail(strFile + ": " + std::strerror(errno));
+        return false;
+    }
+    lAge = static_cast<long>(std::difftime(std::time(nullptr), status.st_mtime));
+    char acBlock[65536];
+    for (std::size_t unRead = 1; unRead > 0 && bytes.size() <= c_unMaxFile;)
+    {
+        unRead = std::fread(acBlock, 1, sizeof acBlock, pFile.get());
+        bytes.insert(bytes.end(), acBlock, acBlock + unRead);
+    }
+    if (std::ferror(pFile.get()) != 0)
+    {
+        Fail(strFile + ": " + std::strerror(errno));
+        return false;
+    }
+    if (bytes.size() > c_unMaxFile)
+    {
+        Fail(strFile + " is too long for a report");
+        return false;
+    }
+    return true;
+}
+
+int Validate(const stFileOptions& options)
+{
+    std::vector<char> bytes;
+    long lAge = 0;
+    if (!ReadFile(options.strFile, bytes, lAge))
+    {
+        return enExitFailed;
+    }
+    diagnostics_xml_reader reader;
+    const bool bReport = reader.getXmlFromBuffer(bytes.data(), static_cast<int>(bytes.size()));
+    const std::string strParseError = reader.GetError();
+    if (!reader.validate(options.strSchema.c_str()))
+    {
+        return Fail(options.strFile + " is not valid: " + (strParseError.empty() ? reader.GetError() : strParseError));
+    }
+    if (!bReport)
+    {
+        return Fail(options.strFile + " is valid, but the reader finds no device in it");
+    }
+    reader.populateMap();
+    Line("%s is %s: %s, %zu parameters", options.strFile.c_str(), Styled(enGood, "valid").c_str(), DeviceText(reader).c_str(),
+         reader.GetMap().size());
+    return enExitDone;
+}
+
+int Show(const stFileOptions& options)
+{
+    std::vector<char> bytes;
+    long lAge = 0;
+    if (!ReadFile(options.strFile, bytes, lAge))
+    {
+        return enExitFailed;
+    }
+    diagnostics_xml_reader reader;
+    if (!reader.parseAndPopulateMap(bytes.data(), static_cast<int>(bytes.size())))
+    {
+        return Fail(options.strFile + " is no report" + (reader.GetError().empty() ? "" : ": " + reader.GetError()));
+    }
+    PrintReport(Format("%s: %zu parameters, written %s s ago", Styled(enStrong, DeviceText(reader)).c_str(), reader.GetMap().size(),
+                       Grouped(lAge).c_str()),
+                reader);
+    return enExitDone;
+}
+
+void AddReportGroup(CLI::App& command, stMulticastLink& link)
+{
+    link.strGroup = XMLDiagnostics::c_strMulticastGroup;
+    link.unPort = c_unReportPort;
+    AddGroupOptions(command, link, "reports");
+}
+
+template <class Options>
+int Stoppable(int (*pRun)(const Options&), const Options& options)
+{
+    CatchStopSignals();
+    return pRun(options);
+}
+
+void AddSchemaOption(CLI::App& command, std::string& strSchema)
+{
+    command.add_option("--schema", strSchema, "Schema file to validate against")->capture_default_str();
+}
+
+} // namespace
+
+void AddDiagnostics(CLI::App& app, int& nStatus)
+{
+    CLI::App* pDiagnostics = app.add_subcommand("diagnostics", "Reports of devices' health: send, listen, validate, show");
+    pDiagnostics->require_subcommand(1);
+
+    const auto pSend = std::make_shared<stSendOptions>();
+    CLI::App* pCommand = pDiagnostics->add_subcommand("send", "Multicast a report, as a device does");
+    AddReportGroup(*pCommand, pSend->link);
+    pCommand->add_option("--device", pSend->strDevice, "Kind of device")
+        ->check(CLI::Validator(CheckReportText, "NAME"))
+        ->capture_default_str();
+    pCommand->add_option("--id", pSend->nId, "Number of the device")->capture_default_str();
+    pCommand->add_option("--count", pSend->nCount, "How many reports")->check(CLI::Range(1, 1000000))->capture_default_str();
+    pCommand->add_option("--period", pSend->dPeriod, "Seconds from one to the next")
+        ->check(Between(0, 86400))
+        ->capture_default_str();
+    pCommand->add_flag("--print", pSend->bPrint, "Print the report and send nothing");
+    pCommand->add_option("PARAMETER=VALUE", pSend->values,
+                         "Such as enUpTime=3600 or 0=3600; 0=3600,7 gives a second value. None: a sample");
+    pCommand->callback([pSend, &nStatus] { nStatus = Stoppable(Send, *pSend); });
+
+    const auto pListen = std::make_shared<stListenOptions>();
+    pCommand =
+        pDiagnostics->add_subcommand("listen", "Show each report as it comes, as a table: number, name, value, second value");
+    AddReportGroup(*pCommand, pListen->link);
+    AddInterfaceOption(*pCommand, pListen->link);
+    pCommand->add_option("--count", pListen->nCount, "Stop after so many reports; 0: at Ctrl-C")
+        ->check(CLI::Range(0, 1000000))
+        ->capture_default_str();
+    pCommand->add_option("--timeout", pListen->dTimeout, "Stop after so many seconds; 0: never")
+        ->check(Between(0, 86400))
+        ->capture_default_str();
+    pCommand->add_flag("--validate", pListen->bValidate, "Validate each report");
+    AddSchemaOption(*pCommand, pListen->strSchema);
+    pCommand->callback([pListen, &nStatus] { nStatus = Stoppable(Listen, *pListen); });
+
+    const auto pFile = std::make_shared<stFileOptions>();
+    pCommand = pDiagnostics->add_subcommand("validate", "Hold a report in a file against the schema, and say where it fails");
+    pCommand->add_option("FILE", pFile->strFile, "The report")->required();
+    AddSchemaOption(*pCommand, pFile->strSchema);
+    pCommand->callback([pFile, &nStatus] { nStatus = Validate(*pFile); });
+
+    pCommand = pDiagnostics->add_subcommand("show", "Show a report in a file as a table");
+    pCommand->add_option("FILE", pFile->strFile, "The report")->required();
+    pCommand->callback([pFile, &nStatus] { nStatus = Show(*pFile); });
+}

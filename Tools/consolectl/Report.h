@@ -1,0 +1,33 @@
+// Diagnostics reports of devices: made from values, and shown as a table.
+#pragma once
+
+#include "LogicalControls.h"
+
+#include <string>
+#include <vector>
+
+constexpr unsigned int c_unReportPort = 7070;
+
+struct stReportedValue
+{
+    int nNumber;
+    std::string strValue;
+    std::string strSecond = "0";
+};
+
+// "enUpTime=1234", "0=1234" or "0=1234,7". Throws CLI::ValidationError with one line that says what is wrong.
+stReportedValue ParseReportedValue(const std::string& strText);
+
+// Empty, or which characters a text of a report must not hold.
+std::string CheckReportText(const std::string& strText);
+
+std::string MakeReport(const std::string& strDevice, int nId, const std::vector<stReportedValue>& values);
+
+// The health of a device that has nothing to complain of.
+std::vector<stReportedValue> SampleValues();
+
+// "SURFACE 3".
+std::string DeviceText(const diagnostics_xml_reader& reader);
+
+// A line of strHeading, then one for each parameter in the reader's map.
+void PrintReport(const std::string& strHeading, const diagnostics_xml_reader& reader);

@@ -1,0 +1,149 @@
+#include "ReportListener.h"
+
+#include "Mailbox.h"
+#include "Report.h"
+
+#include <map>
+#include <vector>
+
+namespace
+{
+
+constexpr std::chrono::milliseconds c_LoopPeriod(10);
+constexpr std::size_t c_unMaxWaiting = 4 << 20; // bytes
+
+struct stReceivedReport
+{
+    std::vector<char> bytes;
+    RySocketIO::CIPString sender;
+    tSteadyClock::time_point time;
+};
+
+class CReportReceiver : public RySocketIO::CSocket
+{
+public:
+    CReportReceiver() : CSocket(RySocketIO::enConnectionUDP, false, false), m_Reports(c_unMaxWaiting) { SetUseSenderInfo(true); }
+    ~CReportReceiver() override { StopReceiving(); }
+
+    using CSocket::OnReceivedData;
+
+    void OnReceivedData(char* pData, long lLength, const RySocketIO::CIPString& sender) override
+    {
+        m_Reports.Put({{pData, pData + lLength}, sender, tSteadyClock::now()}, static_cast<std::size_t>(lLength));
+    }
+
+    std::vector<stReceivedReport> Take() { return m_Reports.Take(); }
+    std::size_t GetLost() { return m_Reports.GetLost(); }
+
+private:
+    CMailbox<stReceivedReport> m_Reports;
+};
+
+// What has come from a device.
+struct stDevice
+{
+    long lReports = 0;
+    tSteadyClock::time_point last = {};
+};
+
+class CListen
+{
+public:
+    explicit CListen(const stListenOptions& options) : m_Options(options), m_Start(tSteadyClock::now()) {}
+
+    int Run();
+
+private:
+    void Take(stReceivedReport& report);
+    bool IsOver() const;
+    void PrintSummary();
+
+    const stListenOptions& m_Options;
+    const tSteadyClock::time_point m_Start;
+    diagnostics_xml_reader m_Reader;
+    CReportReceiver m_Receiver;
+    std::map<std::string, stDevice> m_Devices;
+    long m_lReports = 0;
+    long m_lRefused = 0;
+};
+
+void CListen::Take(stReceivedReport& report)
+{
+    // The text ends in a zero, whatever came.
+    report.bytes.push_back('\0');
+    const int nSize = static_cast<int>(report.bytes.size()) - 1;
+    m_Reader.ClearMap(); // each report stands alone
+    if (!m_Reader.IsXML(report.bytes.data()) || !m_Reader.parseAndPopulateMap(report.bytes.data(), nSize))
+    {
+        ++m_lRefused;
+        Line("%s  %d bytes from %s  %s", Styled(enBad, "no report").c_str(), nSize, report.sender.Text(),
+             Printable(m_Reader.GetError()).c_str());
+        return;
+    }
+    const bool bValid = !m_Options.bValidate || m_Reader.validate(m_Options.strSchema.c_str());
+    m_lRefused += bValid ? 0 : 1;
+    ++m_lReports;
+    stDevice& device = m_Devices[DeviceText(m_Reader)];
+    const std::string strAge = device.lReports == 0 ? std::string("its first report")
+                                                    : Format("%.2f s after its last report",
+                                                             std::chrono::duration<double>(report.time - device.last).count());
+    ++device.lReports;
+    device.last = report.time;
+    const std::string strValid = !m_Options.bValidate ? std::string()
+                                 : bValid             ? ", " + Styled(enGood, "valid")
+                                                      : ", " + Styled(enBad, "not valid: " + Printable(m_Reader.GetError()));
+    PrintReport(Format("%s from %s: %zu parameters, %s%s", Styled(enStrong, DeviceText(m_Reader)).c_str(), report.sender.Text(),
+                       m_Reader.GetMap().size(), strAge.c_str(), strValid.c_str()),
+                m_Reader);
+}
+
+bool CListen::IsOver() const
+{
+    return StopRequested() || (m_Options.nCount > 0 && m_lReports >= m_Options.nCount) ||
+           (m_Options.dTimeout > 0 && SecondsSince(m_Start) >= m_Options.dTimeout);
+}
+
+void CListen::PrintSummary()
+{
+    const std::size_t unLost = m_Receiver.GetLost() + m_Receiver.GetKernelDrops() + m_Receiver.GetTruncated();
+    Line("reports: %s, devices: %zu, refused: %s, lost: %zu", Grouped(m_lReports).c_str(), m_Devices.size(),
+         Grouped(m_lRefused).c_str(), unLost);
+    for (const auto& entry : m_Devices)
+    {
+        Line("  %-24s  reports: %s, the last %.2f s ago", entry.first.c_str(), Grouped(entry.second.lReports).c_str(),
+             SecondsSince(entry.second.last));
+    }
+}
+
+int CListen::Run()
+{
+    if (!m_Receiver.InitialiseLocalSockets(m_Options.link.unPort, nullptr, m_Options.link.strInterface.c_str(), 1) ||
+        !m_Receiver.AddToGroup(m_Options.link.strGroup.c_str()))
+    {
+        return Fail("the network can't be had: " + LinkText(m_Options.link));
+    }
+    Line("reports on %s", LinkText(m_Options.link).c_str());
+    while (!IsOver())
+    {
+        std::vector<stReceivedReport> reports = m_Receiver.Take();
+        for (std::size_t unReport = 0; unReport < reports.size() && !IsOver(); ++unReport)
+        {
+            Take(reports[unReport]);
+        }
+        SleepUntil(tSteadyClock::now() + c_LoopPeriod);
+    }
+    PrintSummary();
+    if (m_lRefused > 0)
+    {
+        return enExitFailed;
+    }
+    const bool bEnough = StopRequested() || (m_lReports > 0 && m_lReports >= m_Options.nCount);
+    return bEnough ? enExitDone : enExitTimedOut;
+}
+
+} // namespace
+
+int Listen(const stListenOptions& options)
+{
+    return CListen(options).Run();
+}
