@@ -4,6 +4,8 @@
 #include <gtest/gtest.h>
 
 #include <memory>
+#include <sstream>
+#include <string>
 
 namespace
 {
@@ -147,4 +149,72 @@ TEST(Exports, HoldTheRuntime)
     EXPECT_NE(nullptr, pBlock);
     GBFree(pBlock);
     EXPECT_GT(CClock::Seconds(), 0u);
+}
+
+TEST(Exports, HoldTheDefaults)
+{
+    const auto pImage = std::make_unique<CBMAContainer>();
+    float fValue = 0;
+    int nValue = 0;
+    unsigned char ucValue = 1;
+    const char* szPattern = nullptr;
+    EXPECT_TRUE(GetDefaultPPC(enFader, enMicInput, 0, fValue));
+    EXPECT_TRUE(GetDefaultPPC(enInteger, enVCAGroups, 4, nValue));
+    EXPECT_TRUE(GetDefaultPPC(enMeter, enMicInput, 0, ucValue));
+    EXPECT_TRUE(GetDefaultPPC(enString, enMicInput, 1, szPattern));
+    EXPECT_EQ(-100.0f, fValue);
+    EXPECT_EQ(65535, nValue);
+    EXPECT_EQ(0, ucValue);
+    EXPECT_EQ("Mic3", ExpandDefaultName(szPattern, 2).Text());
+    EXPECT_EQ(szPattern, MicInputParameters::enPPCStringMessage::caDefaults[1]);
+    EXPECT_EQ(AukParameters::enPPCStringMessage::caDefaults, pvDefaultParameterValues[enAuk * c_nMessageTypes + enString]);
+    ApplyDefaults(*pImage);
+    pImage->GetPPC(enInteger, enVCAGroups, 0, 4, nValue);
+    EXPECT_EQ(65535, nValue);
+}
+
+TEST(Exports, HoldTheDiagnostics)
+{
+    VORNXMLWriter writer;
+    writer.start_xml("1.0", XMLDiagnostics::XNT_GUI, XMLDiagnostics::string2Int("2"));
+    writer.add_attribute(XMLDiagnostics::string2Int(std::string("7")), XMLDiagnostics::float2String(0.5f, 3).c_str(),
+                         XMLDiagnostics::int2String(1).c_str(), nullptr);
+    writer.add_attribute(8, 2, 3, nullptr);
+    std::string strReport = writer.m_strDocument;
+    diagnostics_xml_reader reader;
+    EXPECT_TRUE(reader.IsXML(strReport.c_str()));
+    EXPECT_TRUE(reader.parseAndPopulateMap(&strReport[0], static_cast<int>(strReport.size())));
+    EXPECT_TRUE(reader.parseAndCheckForValidMessage(&strReport[0], static_cast<int>(strReport.size())));
+    EXPECT_TRUE(reader.find_parameter(7));
+    EXPECT_EQ(0.5f, XMLDiagnostics::string2Float(reader.get_at(7).v));
+    EXPECT_EQ(1.0f, XMLDiagnostics::string2Float(reader.get_at(7).e.c_str()));
+    EXPECT_FALSE(reader.validate("no file"));
+    EXPECT_STREQ("enUpTime", XMLDiagnosticsParametersDSP::strName[0]);
+    EXPECT_STREQ("enGeneralMute", XMLDiagnosticsParametersDSP::GetName(1));
+
+    CDiagnosticsSocketSender sender; // one that is destroyed unestablished would close descriptor 0
+    EXPECT_TRUE(sender.EstablishMulticastTransmitter(XMLDiagnostics::c_strMulticastGroup.c_str(), 7070));
+    EXPECT_FALSE(sender.LastSendSucceeded());
+
+    using namespace RouterDiagnostics;
+    std::ostringstream stream;
+    stream << NT_MC << PORT_C << ETHERNET << SPLITTER_PORT_NA;
+    EXPECT_EQ("3 NT_MC MC2(PORT_C0(ETHERNET)3(SPLITTER_PORT_NA)", stream.str());
+}
+
+TEST(Exports, HoldTheFailurePolicies)
+{
+    testing::internal::CaptureStderr();
+    AssertDoNothing goOn;
+    AssertFailStdErrAbort end;
+    goOn.ReportWhat("ASSERT", "f", "a", 12, "x > 0", "", 0);
+    goOn.ReportBackTraceLineInfo("object", nullptr);
+    EXPECT_EQ(0, InfoOnFail().DoAction());
+    EXPECT_EQ(0, goOn.DoAction());
+    GetBackTrace(goOn, 20);
+    GetBackTrace(end, 20);
+    EXPECT_EQ(nullptr, static_cast<const char*>(DemangledSynNameResourceGuard(nullptr)));
+    EXPECT_NE(nullptr, static_cast<AssertFailStdErrBase*>(std::make_unique<AssertFailStdErrHalt>().get()));
+    EXPECT_EQ(0u, testing::internal::GetCapturedStderr().find(
+                      "ASSERT: x > 0 at: \n\tf,\n\ta:12\n  object, no information (try -rdynamic)\n\n stack frame:"));
 }

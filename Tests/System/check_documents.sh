@@ -1,10 +1,39 @@
 #!/usr/bin/env bash
-# The README shows the first client as it is.    check_readme.sh SOURCE_DIR
+# Every C++ block of the documents stands, line by line and but for its indent, in a program of Examples; the README has the first
+# client whole; every program is in the Guide; every local link leads somewhere.    check_documents.sh SOURCE_DIR
 set -u
 cd "$1" || exit 1
-shown=$(awk '/^```cpp$/ { on = 1; next } /^```$/ { on = 0 } on' README.md)
-if [ "$shown" != "$(grep -v '^// The smallest client' Examples/first_client.cpp)" ]; then
-    echo "FAILED: the program in README.md is not Examples/first_client.cpp"
-    exit 1
+bad=0
+fail() { echo "FAILED: $*"; bad=1; }
+
+# Without indent, and without what continues a macro's line.
+flat() { sed 's/^[[:space:]]*//; s/[[:space:]]*\\*$//'; }
+for document in README.md Documentation/*.md; do
+    block=
+    inside=
+    while IFS= read -r line || [ -n "$line" ]; do
+        case $inside$line in
+            '```cpp') inside=x block= ;;
+            'x```')
+                inside=
+                found=
+                for program in Examples/*.cpp; do
+                    [[ $'\n'$(flat <"$program")$'\n' == *$'\n'"$(printf '%s' "$block" | flat)"$'\n'* ]] && found=$program
+                done
+                [ -n "$found" ] || fail "$document: no program has$block"
+                ;;
+            x*) block=$block$'\n'$line; [ "$block" != $'\n'"$line" ] || block=$line ;;
+        esac
+    done <"$document"
+    for link in $(grep -o '](\([^)#]*\)' "$document" | sed 's/](//' | grep -v '^http'); do
+        [ -e "$(dirname "$document")/$link" ] || fail "$document: no $link"
+    done
+done
+for program in Examples/*.cpp; do
+    grep -qF "$(basename "$program")" Documentation/Guide.md || fail "the Guide does not name $program"
+done
+if [ "$(awk '/^```cpp$/ { on = 1; next } /^```$/ { on = 0 } on' README.md)" != "$(grep -v '^// The smallest client' Examples/first_client.cpp)" ]; then
+    fail "the program in README.md is not Examples/first_client.cpp"
 fi
-echo passed
+[ $bad = 0 ] && echo passed
+exit $bad

@@ -146,6 +146,19 @@ xmlDoc* Parse(const char* pBuffer, int nSize, std::string& strError)
     return pParser->wellFormed != 0 ? pDocument.release() : nullptr;
 }
 
+// Parts of a schema that lie elsewhere would be fetched, from a network as well.
+bool NamesOtherFiles(const xmlNode* pSchema)
+{
+    for (const xmlNode* pPart = pSchema != nullptr ? pSchema->children : nullptr; pPart != nullptr; pPart = pPart->next)
+    {
+        if (pPart->type == XML_ELEMENT_NODE && xmlHasProp(pPart, BAD_CAST "schemaLocation") != nullptr)
+        {
+            return true;
+        }
+    }
+    return false;
+}
+
 tText Attribute(const xmlNode* pNode, const char* szName)
 {
     return tText(xmlGetProp(pNode, BAD_CAST szName));
@@ -227,6 +240,11 @@ bool diagnostics_xml_reader::validate(const char* szSchemaFile)
     {
         m_strError.clear(); // the file's name helps more than its first error
         KeepError(&m_strError, " can't be read as XML", 0, szSchemaFile);
+        return false;
+    }
+    if (NamesOtherFiles(xmlDocGetRootElement(pSchemaDocument.get())))
+    {
+        KeepError(&m_strError, " names other files", 0, szSchemaFile);
         return false;
     }
     const tSchemaParser pParser(xmlSchemaNewDocParserCtxt(pSchemaDocument.get()));

@@ -22,11 +22,13 @@ struct _xmlNode;
 // Parameters of earlier reports stay until a report brings the same number again, until a p element lacks one of its attributes,
 // which empties the map, or until ClearMap: a receiver of many devices calls it before each report, or has a reader for each.
 //
-// A failure is false and one line on standard output, and the reader works on the next good report; nothing is thrown. GetError
-// tells more. A report comes from a network and is not trusted: a document type declaration, which the format does not have, is
-// refused before anything that it says is used, so nothing is expanded, and no file is read but the schema and what that names
-// itself. Depth and lengths are bound by the XML library's own limits. The library is initialised at the first reader and never
-// cleaned up; its settings for the whole process are neither used nor changed.
+// A failure is false and one line on standard output, and the reader works on the next good report; nothing is thrown, save by
+// get_at when there is no memory for its copy. GetError tells more.
+//
+// A report comes from a network and is not trusted: a document type declaration, which the format does not have, is refused before
+// anything that it says is used, so nothing is expanded, and no file is read but the schema, which must not name others. Depth and
+// lengths are bound by the XML library's own limits. The library is initialised at the first reader and never cleaned up; its
+// settings for the whole process are neither used nor changed.
 //
 // The two parse operations lock each other out. Nothing else locks: what reads a report (validate, too) must not run while another
 // is parsed.
@@ -45,7 +47,7 @@ public:
     bool parseAndCheckForValidMessage(char* pBuffer, int nSize);
 
     // Validates the report that was parsed last against the schema file of XMLDiagnostics, or another one. The file is read each
-    // time, local ones only. Prints nothing.
+    // time. Prints nothing. Not for a process that is out of memory: the XML library may not survive that here.
     bool validate();
     bool validate(const char* szSchemaFile);
 
