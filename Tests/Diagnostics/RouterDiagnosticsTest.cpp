@@ -1,5 +1,7 @@
 #include "Diagnostics/RouterDiagnostics.h"
 
+#include "Support/Locales.h"
+
 #include <gtest/gtest.h>
 
 #include <climits>
@@ -119,19 +121,12 @@ void ExpectDecimal(Value value, const std::string& strText, bool bLeavesDecimal)
     }
 }
 
-class CEachDigitApart : public std::numpunct<char>
-{
-protected:
-    char do_thousands_sep() const override { return '.'; }
-    std::string do_grouping() const override { return "\1"; }
-};
-
 // No separators in the number, and the stream keeps its locale.
 template <class Value>
 void ExpectNoSeparators(Value value, const std::string& strText)
 {
     std::ostringstream text;
-    const std::locale apart(std::locale::classic(), new CEachDigitApart);
+    const std::locale apart(std::locale::classic(), new Support::CEachDigitApart);
     text.imbue(apart);
     text << value;
     EXPECT_EQ(text.str(), strText);

@@ -1,5 +1,7 @@
 #include "Diagnostics/VORNXMLWriter.h"
 
+#include "Support/Locales.h"
+
 #include <gtest/gtest.h>
 
 #include <climits>
@@ -43,24 +45,6 @@ XMLDiagnostics::XML_NODE_TYPE NodeType(int nType)
 {
     return static_cast<XMLDiagnostics::XML_NODE_TYPE>(nType);
 }
-
-// A global locale that writes 1234567.5 as "1.234.567,5".
-class CGlobalLocale
-{
-public:
-    CGlobalLocale() : m_Before(std::locale::global(std::locale(std::locale::classic(), new CNumbers))) {}
-    ~CGlobalLocale() { std::locale::global(m_Before); }
-
-private:
-    class CNumbers : public std::numpunct<char>
-    {
-        char do_decimal_point() const override { return ','; }
-        char do_thousands_sep() const override { return '.'; }
-        std::string do_grouping() const override { return "\3"; }
-    };
-
-    std::locale m_Before;
-};
 
 } // namespace
 
@@ -304,7 +288,7 @@ TEST(VORNXMLWriter, TakesLongTexts)
 
 TEST(VORNXMLWriter, WritesTheSameUnderAnyGlobalLocale)
 {
-    const CGlobalLocale locale;
+    const Support::CGlobalLocale locale;
     VORNXMLWriter writer;
     writer.start_xml("1.0", XMLDiagnostics::XNT_GUI, 1234567);
     writer.add_attribute(1234567, 2345678, -3456789, nullptr);

@@ -1,5 +1,7 @@
 #include "Diagnostics/XMLDiagnostics.h"
 
+#include "Support/Locales.h"
+
 #include <gtest/gtest.h>
 
 #include <cfloat>
@@ -99,39 +101,6 @@ std::vector<std::string> Names()
     }
     return names;
 }
-
-// A global locale that writes 1234567.5 as "1.234.567,5", and takes letters x for blanks.
-class CGlobalLocale
-{
-public:
-    CGlobalLocale() : m_Before(std::locale::global(std::locale(std::locale(std::locale::classic(), new CNumbers), new CLetters))) {}
-    ~CGlobalLocale() { std::locale::global(m_Before); }
-
-private:
-    class CNumbers : public std::numpunct<char>
-    {
-        char do_decimal_point() const override { return ','; }
-        char do_thousands_sep() const override { return '.'; }
-        std::string do_grouping() const override { return "\3"; }
-    };
-
-    class CLetters : public std::ctype<char>
-    {
-    public:
-        CLetters() : std::ctype<char>(Table()) {}
-
-    private:
-        static const mask* Table()
-        {
-            static std::vector<mask> masks(classic_table(), classic_table() + table_size);
-            masks['x'] = space;
-            masks[' '] = punct;
-            return masks.data();
-        }
-    };
-
-    std::locale m_Before;
-};
 
 } // namespace
 
@@ -438,7 +407,7 @@ TEST(string2Float, IsTheNearestFloatBeyondTheRange)
 
 TEST(XMLDiagnosticsLocale, ChangesNoTextThatIsWritten)
 {
-    const CGlobalLocale locale;
+    const Support::CGlobalLocale locale;
     std::ostringstream stream;
     stream << 1234567;
     ASSERT_EQ(stream.str(), "1.234.567");
@@ -451,7 +420,7 @@ TEST(XMLDiagnosticsLocale, ChangesNoTextThatIsWritten)
 
 TEST(XMLDiagnosticsLocale, ChangesNoNumberThatIsRead)
 {
-    const CGlobalLocale locale;
+    const Support::CGlobalLocale locale;
     std::istringstream stream("x1.234.567");
     int nValue = 0;
     stream >> nValue;

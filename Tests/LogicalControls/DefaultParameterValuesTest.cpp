@@ -2,6 +2,7 @@
 
 #include "LogicalControls/ConsoleBitmapArray.h"
 #include "Support/Bytes.h"
+#include "Support/Locales.h"
 #include "Support/SystemCalls.h"
 
 #include <gmock/gmock.h>
@@ -222,24 +223,6 @@ std::uint32_t DefaultBits(int nType, int nPathType, int nParam)
         return Bits(Default<int>(nType, nPathType, nParam));
     }
 }
-
-// A global locale that writes 1234567.5 as "1.234.567,5".
-class CGlobalLocale
-{
-public:
-    CGlobalLocale() : m_Before(std::locale::global(std::locale(std::locale::classic(), new CNumbers))) {}
-    ~CGlobalLocale() { std::locale::global(m_Before); }
-
-private:
-    class CNumbers : public std::numpunct<char>
-    {
-        char do_decimal_point() const override { return ','; }
-        char do_thousands_sep() const override { return '.'; }
-        std::string do_grouping() const override { return "\3"; }
-    };
-
-    std::locale m_Before;
-};
 
 struct stAt
 {
@@ -511,7 +494,7 @@ TEST(ExpandDefaultName, CountsANullPatternAsEmptyAndFillsUpWithZeros)
 
 TEST(ExpandDefaultName, WritesPlainDigitsUnderAnyLocale)
 {
-    const CGlobalLocale locale;
+    const Support::CGlobalLocale locale;
     EXPECT_EQ(Name("%ch%", 1234566), "1234567");
 }
 

@@ -1,6 +1,7 @@
 #include "LogicalControls/ScopeMask.h"
 
 #include "Support/Blocks.h"
+#include "Support/Locales.h"
 #include "Support/Records.h"
 #include "Support/SystemCalls.h"
 
@@ -186,12 +187,6 @@ public:
 private:
     std::ios m_Before;
     std::locale m_Global;
-};
-
-struct CDigitGroups : std::numpunct<char>
-{
-    char do_thousands_sep() const override { return '.'; }
-    std::string do_grouping() const override { return "\1"; }
 };
 
 std::string Dump(const CCBMAContainerScopeMask& mask)
@@ -532,7 +527,7 @@ TEST_F(ScopeMask, DumpIsTheSameWhateverTheStreamsSettings)
 {
     const CStreamKeeper keeper;
     m_Expected = Scramble(m_Mask, 32);
-    const std::locale grouping(std::locale::classic(), new CDigitGroups);
+    const std::locale grouping(std::locale::classic(), new Support::CEachDigitApart);
     std::locale::global(grouping);
     std::cout.imbue(grouping);
     std::cout << std::uppercase << std::showbase << std::showpos << std::left;

@@ -1,5 +1,6 @@
 #include "Runtime/FailurePolicy.h"
 
+#include "Support/Locales.h"
 #include "Support/SystemCalls.h"
 
 #include <gmock/gmock.h>
@@ -178,13 +179,6 @@ private:
     std::streambuf* m_pBefore;
 };
 
-class CEachDigitApart : public std::numpunct<char>
-{
-protected:
-    char do_thousands_sep() const override { return '.'; }
-    std::string do_grouping() const override { return "\1"; }
-};
-
 // A process that does this and exits with its result; a hung one ends by itself.
 class CChild
 {
@@ -322,7 +316,7 @@ TEST_F(FailurePolicy, LeavesStandardErrorInDecimal)
 
 TEST_F(FailurePolicy, ReportsPlainNumbersWhateverTheLocale)
 {
-    std::cerr.imbue(std::locale(std::locale::classic(), new CEachDigitApart));
+    std::cerr.imbue(std::locale(std::locale::classic(), new Support::CEachDigitApart));
     EXPECT_EQ(Reported(c_Texts), c_szReport);
 }
 
@@ -521,7 +515,7 @@ TEST_F(FailurePolicy, HaltStopsTheProcessUntilItMayGoOn)
 TEST_F(FailurePolicy, HaltPrintsAPlainDecimalNumberWhateverTheStreamIsSetTo)
 {
     std::cerr << std::hex << std::showbase;
-    for (const auto& locale : {std::locale::classic(), std::locale(std::locale::classic(), new CEachDigitApart)})
+    for (const auto& locale : {std::locale::classic(), std::locale(std::locale::classic(), new Support::CEachDigitApart)})
     {
         std::cerr.imbue(locale);
         testing::internal::CaptureStderr();
