@@ -1,11 +1,8 @@
 // Checks an invariant through a failure policy: reports it with a stack, and goes on. No network.
 #include "LogicalControls.h"
 
-namespace
-{
-
 // The policy decides: AssertFailStdErrAbort would end the process, AssertFailStdErrHalt stop it for a debugger.
-AssertDoNothing g_Policy;
+static AssertDoNothing g_Policy;
 
 #define CHECK(condition, message)                                                                                                  \
     do                                                                                                                             \
@@ -21,8 +18,6 @@ void SetChannels(int nChannels)
 {
     CHECK(nChannels <= canMaxPaths[enMicInput], "more channels than the console has");
 }
-
-} // namespace
 
 int main()
 {

@@ -29,11 +29,13 @@ check_cxx_source_compiles("
 unset(CMAKE_REQUIRED_LIBRARIES)
 
 # So is backtrace.
+set(CMAKE_REQUIRED_LIBRARIES ${CMAKE_DL_LIBS})
 check_cxx_source_compiles("
     #include <execinfo.h>
     #include <dlfcn.h>
     int main() { void* p[1]; Dl_info i; return backtrace(p, 1) + dladdr(p[0], &i); }"
     LOGICALCONTROLS_HAVE_BACKTRACE)
+unset(CMAKE_REQUIRED_LIBRARIES)
 if(NOT LOGICALCONTROLS_HAVE_BACKTRACE)
     message(STATUS "Failed invariants are reported without a stack: this C library has no backtrace")
 endif()
@@ -42,7 +44,7 @@ add_library(logicalcontrols_settings INTERFACE)
 target_compile_features(logicalcontrols_settings INTERFACE cxx_std_17)
 target_compile_options(logicalcontrols_settings INTERFACE
     -Wall -Wextra -Wpedantic -Wconversion -Wshadow -Werror -fno-semantic-interposition)
-target_link_libraries(logicalcontrols_settings INTERFACE Threads::Threads logicalcontrols_boost)
+target_link_libraries(logicalcontrols_settings INTERFACE Threads::Threads ${CMAKE_DL_LIBS} logicalcontrols_boost)
 
 set(CMAKE_CXX_EXTENSIONS OFF)
 set(CMAKE_CXX_VISIBILITY_PRESET hidden)

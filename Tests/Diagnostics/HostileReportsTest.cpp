@@ -266,6 +266,20 @@ TEST_F(HostileReports, LoadNoSchemaOfTheirOwn)
     }
 }
 
+TEST_F(HostileReports, HaveASchemaThatExpandsNothing)
+{
+    const std::string strSchema = testing::TempDir() + "hostile_reports_schema";
+    std::ofstream(strSchema) << "<!DOCTYPE x [<!ENTITY e SYSTEM \"" + m_Secret.strName +
+                                    "\">]><xs:schema xmlns:xs=\"http://www.w3.org/2001/XMLSchema\">&e;</xs:schema>";
+    const CTrustingHost host(true);
+    CRecordingLoader loader;
+    ASSERT_TRUE(Populate(c_strGood));
+    EXPECT_FALSE(Validate(strSchema));
+    EXPECT_THAT(loader.asked, ElementsAre(strSchema));
+    EXPECT_TRUE(Validate(SCHEMA_FILE));
+    std::remove(strSchema.c_str());
+}
+
 TEST_F(HostileReports, IncludeNothing)
 {
     CRecordingLoader loader;

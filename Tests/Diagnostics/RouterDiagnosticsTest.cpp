@@ -6,6 +6,7 @@
 
 #include <climits>
 #include <cstddef>
+#include <iomanip>
 #include <ios>
 #include <iterator>
 #include <locale>
@@ -265,4 +266,12 @@ TEST(RouterDiagnostics, IdentifiersHave32Bits)
         EXPECT_EQ(unSize, 4U);
     }
     EXPECT_TRUE(std::is_signed<std::underlying_type<DevicePortID>::type>::value);
+}
+
+TEST(RouterDiagnostics, GivesAWidthToTheNumber)
+{
+    std::ostringstream text;
+    text << std::setw(3) << NT_MC << "|" << std::setw(3) << PORT_C << "|" << std::setw(3) << ETHERNET << "|" << std::setw(3)
+         << SPLITTER_PORT_NA;
+    EXPECT_EQ(text.str(), "  3 NT_MC MC|  2(PORT_C|  0(ETHERNET)|  3(SPLITTER_PORT_NA)");
 }

@@ -7,7 +7,7 @@ list=$(dirname "$0")/exported_symbols.txt
 
 exported()
 {
-    nm -DC --defined-only "$1" | cut -d' ' -f3- | grep -vE '^(typeinfo|vtable|VTT|guard variable)|^(.* )?std::' |
+    nm -DC --defined-only "$1" | cut -d' ' -f3- | grep -vE '^(typeinfo|vtable|VTT|guard variable)|^([^(]* )?std::' |
         sed -E 's/CParameterArray<[^<>]*>/CParameterArray<>/g' | LC_ALL=C sort -u
 }
 

@@ -559,6 +559,31 @@ TEST(ApplyDefaults, MakesImagesEqualWhateverTheyHeld)
     EXPECT_EQ(Blocks(*pUsed), once);
 }
 
+TEST(ApplyDefaults, DoesWithoutTheSwitchesThatFoundNoMemory)
+{
+    int nWithout = 0;
+    for (int nAllowed = 0; nAllowed < 60; ++nAllowed)
+    {
+        std::unique_ptr<CBMAContainer> pImage;
+        try
+        {
+            const Support::CFailingCall noMemory(Support::CFailingCall::enMalloc, nAllowed, 1);
+            pImage = std::make_unique<CBMAContainer>();
+        }
+        catch (int)
+        {
+            continue; // a value array does not
+        }
+        void* pSwitches = nullptr;
+        long lBytes = 0;
+        pImage->GetMessageMemory(enSwitch, pSwitches, lBytes);
+        nWithout += pSwitches == nullptr;
+        ApplyDefaults(*pImage);
+        EXPECT_TRUE(Holds(*pImage, {enFader, enMicInput, 71, 0}, -100.0f)) << nAllowed;
+    }
+    EXPECT_EQ(nWithout, 1);
+}
+
 TEST(ApplyDefaults, SendsAndPrintsNothing)
 {
     CSocketRecorder recorder;

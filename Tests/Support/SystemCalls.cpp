@@ -19,6 +19,7 @@ constexpr int c_nUnlimited = -1;
 
 thread_local Support::CSocketRecorder* g_pRecorder = nullptr;
 thread_local int g_anAllowed[] = {c_nUnlimited, c_nUnlimited, c_nUnlimited, c_nUnlimited};
+thread_local int g_anFailures[Support::CFailingCall::enCallCount] = {};
 thread_local const std::vector<Support::stFrame>* g_pFrames = nullptr;
 thread_local Support::CRedirectedFile* g_pRedirected = nullptr;
 thread_local std::size_t g_unLastMalloc = 0;
@@ -32,6 +33,11 @@ bool MayCall(Support::CFailingCall::enCalls enCall)
     {
         --nAllowed;
         return true;
+    }
+    if (nAllowed == 0 && --g_anFailures[enCall] == 0)
+    {
+        nAllowed = c_nUnlimited;
+        return false;
     }
     return nAllowed == c_nUnlimited;
 }
@@ -51,8 +57,9 @@ CSocketRecorder::~CSocketRecorder()
     g_pRecorder = nullptr;
 }
 
-CFailingCall::CFailingCall(enCalls enCall, int nAllowed) : m_enCall(enCall)
+CFailingCall::CFailingCall(enCalls enCall, int nAllowed, int nFailures) : m_enCall(enCall)
 {
+    g_anFailures[m_enCall] = nFailures;
     g_anAllowed[m_enCall] = nAllowed;
 }
 
@@ -102,7 +109,7 @@ extern "C"
     int __real_backtrace(void**, int);
     int __real_dladdr(const void*, Dl_info*);
     pid_t __real_getpid();
-    xmlDocPtr __real_xmlReadFile(const char*, const char*, int);
+    xmlDocPtr __real_xmlCtxtReadFile(xmlParserCtxtPtr, const char*, const char*, int);
 
     void* __wrap_malloc(std::size_t unSize)
     {
@@ -230,15 +237,15 @@ extern "C"
         return MayCall(Support::CFailingCall::enGetPid) ? __real_getpid() : -1;
     }
 
-    xmlDocPtr __wrap_xmlReadFile(const char* szFile, const char* szEncoding, int nOptions)
+    xmlDocPtr __wrap_xmlCtxtReadFile(xmlParserCtxtPtr pParser, const char* szFile, const char* szEncoding, int nOptions)
     {
         if (g_pRedirected == nullptr)
         {
-            return __real_xmlReadFile(szFile, szEncoding, nOptions);
+            return __real_xmlCtxtReadFile(pParser, szFile, szEncoding, nOptions);
         }
         g_pRedirected->asked.push_back(szFile);
         g_pRedirected->options.push_back(nOptions);
-        return __real_xmlReadFile(g_pRedirected->strTo.c_str(), szEncoding, nOptions);
+        return __real_xmlCtxtReadFile(pParser, g_pRedirected->strTo.c_str(), szEncoding, nOptions);
     }
 
 } // extern "C"

@@ -3,6 +3,7 @@
 
 #include <netinet/in.h>
 
+#include <climits>
 #include <cstddef>
 #include <string>
 #include <vector>
@@ -46,8 +47,8 @@ public:
     std::vector<int> closed;
 };
 
-// While one lives, the calls of this name on this thread are made to fail once nAllowed of them have succeeded; malloc fails for
-// good from then on.
+// While one lives, the calls of this name on this thread are made to fail once nAllowed of them have succeeded: for good, or so
+// many times.
 class CFailingCall
 {
 public:
@@ -60,7 +61,7 @@ public:
         enCallCount
     };
 
-    explicit CFailingCall(enCalls enCall, int nAllowed = 0);
+    explicit CFailingCall(enCalls enCall, int nAllowed = 0, int nFailures = INT_MAX);
     ~CFailingCall();
 
 private:

@@ -105,11 +105,42 @@ bool ReadFile(const std::string& strFile, std::vector<char>& bytes, long& lAge)
     return true;
 }
 
+// False when there is no schema to validate against, which it says.
+bool HaveSchema(const std::string& strSchema)
+{
+    std::vector<char> bytes;
+    long lAge = 0;
+    if (!ReadFile(strSchema, bytes, lAge))
+    {
+        Fail("there is no schema to validate against; --schema names one");
+        return false;
+    }
+    return true;
+}
+
+int Names()
+{
+    for (int nNumber = 0; nNumber < XMLDiagnosticsParametersDSP::c_nNames; ++nNumber)
+    {
+        const char* szName = XMLDiagnosticsParametersDSP::GetName(nNumber);
+        if (szName != nullptr)
+        {
+            Line("%6d  %s", nNumber, szName);
+        }
+    }
+    return enExitDone;
+}
+
+int ListenAndValidate(const stListenOptions& options)
+{
+    return options.bValidate && !HaveSchema(options.strSchema) ? int(enExitFailed) : Listen(options);
+}
+
 int Validate(const stFileOptions& options)
 {
     std::vector<char> bytes;
     long lAge = 0;
-    if (!ReadFile(options.strFile, bytes, lAge))
+    if (!HaveSchema(options.strSchema) || !ReadFile(options.strFile, bytes, lAge))
     {
         return enExitFailed;
     }
@@ -172,7 +203,7 @@ void AddSchemaOption(CLI::App& command, std::string& strSchema)
 
 void AddDiagnostics(CLI::App& app, int& nStatus)
 {
-    CLI::App* pDiagnostics = app.add_subcommand("diagnostics", "Reports of devices' health: send, listen, validate, show");
+    CLI::App* pDiagnostics = app.add_subcommand("diagnostics", "Reports of devices' health");
     pDiagnostics->require_subcommand(1);
 
     const auto pSend = std::make_shared<stSendOptions>();
@@ -204,7 +235,7 @@ void AddDiagnostics(CLI::App& app, int& nStatus)
         ->capture_default_str();
     pCommand->add_flag("--validate", pListen->bValidate, "Validate each report");
     AddSchemaOption(*pCommand, pListen->strSchema);
-    pCommand->callback([pListen, &nStatus] { nStatus = Stoppable(Listen, *pListen); });
+    pCommand->callback([pListen, &nStatus] { nStatus = Stoppable(ListenAndValidate, *pListen); });
 
     const auto pFile = std::make_shared<stFileOptions>();
     pCommand = pDiagnostics->add_subcommand("validate", "Hold a report in a file against the schema, and say where it fails");
@@ -215,4 +246,7 @@ void AddDiagnostics(CLI::App& app, int& nStatus)
     pCommand = pDiagnostics->add_subcommand("show", "Show a report in a file as a table");
     pCommand->add_option("FILE", pFile->strFile, "The report")->required();
     pCommand->callback([pFile, &nStatus] { nStatus = Show(*pFile); });
+
+    pCommand = pDiagnostics->add_subcommand("names", "List the parameters that have a name");
+    pCommand->callback([&nStatus] { nStatus = Names(); });
 }

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <charconv>
+#include <cstring>
 
 namespace
 {
@@ -22,7 +23,8 @@ bool ParseNumber(const std::string& strText, int& nNumber)
     for (nNumber = 0; nNumber < XMLDiagnosticsParametersDSP::c_nNames; ++nNumber)
     {
         const char* szName = XMLDiagnosticsParametersDSP::GetName(nNumber);
-        if (szName != nullptr && strText == szName)
+        // The second one's text goes on behind its name.
+        if (szName != nullptr && strText == std::string(szName, std::strcspn(szName, " ")))
         {
             return true;
         }
@@ -68,9 +70,9 @@ stReportedValue ParseReportedValue(const std::string& strText)
 
 std::string CheckReportText(const std::string& strText)
 {
-    const bool bControl = std::any_of(strText.begin(), strText.end(), [](char c) { return static_cast<unsigned char>(c) < ' '; });
-    const bool bForbidden = bControl || strText.find_first_of(c_szForbidden) != std::string::npos;
-    return bForbidden ? "a report's texts hold no \", <, & or control characters" : std::string();
+    const bool bPlain = std::all_of(strText.begin(), strText.end(), [](char c) { return c >= ' ' && c <= '~'; });
+    const bool bTaken = bPlain && strText.find_first_of(c_szForbidden) == std::string::npos;
+    return bTaken ? std::string() : "a report's texts are printable ASCII without \", < and &";
 }
 
 std::string MakeReport(const std::string& strDevice, int nId, const std::vector<stReportedValue>& values)

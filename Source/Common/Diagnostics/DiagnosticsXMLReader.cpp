@@ -126,7 +126,18 @@ void RefuseDocumentType(void* pContext, const xmlChar*, const xmlChar*, const xm
     parser.wellFormed = 0;
 }
 
-// What xmlParseMemory does, but with a context of our own: whatever the process has set for all of its XML.
+// A parser as a new process has it, whatever this one has set for all of its XML, that refuses what a report does not have.
+void Prepare(xmlParserCtxt& parser, std::string& strError)
+{
+    parser.options = 0;
+    xmlCtxtUseOptions(&parser, XML_PARSE_NONET);
+    parser.sax->ignorableWhitespace = xmlSAX2Characters; // blanks are nodes
+    parser.linenumbers = 1;
+    parser._private = &strError;
+    parser.sax->internalSubset = RefuseDocumentType;
+}
+
+// What xmlParseMemory does.
 xmlDoc* Parse(const char* pBuffer, int nSize, std::string& strError)
 {
     const tParser pParser(xmlCreateMemoryParserCtxt(pBuffer, nSize));
@@ -134,16 +145,23 @@ xmlDoc* Parse(const char* pBuffer, int nSize, std::string& strError)
     {
         return nullptr;
     }
-    pParser->options = 0;
-    xmlCtxtUseOptions(pParser.get(), XML_PARSE_NONET);
-    pParser->sax->ignorableWhitespace = xmlSAX2Characters; // blanks are nodes
-    pParser->linenumbers = 1;
-    pParser->_private = &strError;
-    pParser->sax->internalSubset = RefuseDocumentType;
+    Prepare(*pParser, strError);
     xmlParseDocument(pParser.get());
     tDocument pDocument(pParser->myDoc);
     pParser->myDoc = nullptr;
     return pParser->wellFormed != 0 ? pDocument.release() : nullptr;
+}
+
+// What xmlReadFile does.
+xmlDoc* ReadSchema(const char* szFile, std::string& strError)
+{
+    const tParser pParser(xmlNewParserCtxt());
+    if (pParser == nullptr)
+    {
+        return nullptr;
+    }
+    Prepare(*pParser, strError);
+    return xmlCtxtReadFile(pParser.get(), szFile, nullptr, XML_PARSE_NONET);
 }
 
 // Parts of a schema that lie elsewhere would be fetched, from a network as well.
@@ -235,7 +253,7 @@ bool diagnostics_xml_reader::validate(const char* szSchemaFile)
         return false;
     }
     const CErrorsOfThread errors(m_strError);
-    const tDocument pSchemaDocument(xmlReadFile(szSchemaFile, nullptr, XML_PARSE_NONET));
+    const tDocument pSchemaDocument(ReadSchema(szSchemaFile, m_strError));
     if (pSchemaDocument == nullptr)
     {
         m_strError.clear(); // the file's name helps more than its first error

@@ -22,8 +22,8 @@ struct _xmlNode;
 // Parameters of earlier reports stay until a report brings the same number again, until a p element lacks one of its attributes,
 // which empties the map, or until ClearMap: a receiver of many devices calls it before each report, or has a reader for each.
 //
-// A failure is false and one line on standard output, and the reader works on the next good report; nothing is thrown, save by
-// get_at when there is no memory for its copy. GetError tells more.
+// A failure is false and a warning of two or more lines on standard output (validate prints none), and the reader works on the next
+// good report; nothing is thrown, save by get_at when there is no memory for its copy. GetError tells more.
 //
 // A report comes from a network and is not trusted: a document type declaration, which the format does not have, is refused before
 // anything that it says is used, so nothing is expanded, and no file is read but the schema, which must not name others. Depth and
@@ -77,7 +77,8 @@ public:
     // From now on a number that is not in the map is passed over when the map holds so many. No limit at the start.
     void SetMapLimit(std::size_t unElements);
 
-    // What the XML library said when the last parse or validation failed, with the line; empty when it had nothing to say.
+    // Why the last parse or validation failed: mostly what the XML library said, with the line; empty when the warning says all.
+    // The text is another one after the next parse or validation.
     const std::string& GetError() const { return m_strError; }
 
 private:

@@ -48,16 +48,14 @@ constexpr stText caSplitterPorts[] = {
 };
 
 template <std::size_t unTexts>
-std::string NumberAndText(int nValue, const stText (&texts)[unTexts], const char* szOtherwise)
+std::ostream& Write(std::ostream& stream, int nValue, const stText (&texts)[unTexts], const char* szOtherwise)
 {
+    const char* szText = szOtherwise;
     for (const stText& text : texts)
     {
-        if (text.nValue == nValue)
-        {
-            return std::to_string(nValue) + text.szText;
-        }
+        szText = text.nValue == nValue ? text.szText : szText;
     }
-    return std::to_string(nValue) + szOtherwise;
+    return stream << std::to_string(nValue) << szText;
 }
 
 } // namespace
@@ -67,11 +65,7 @@ std::ostream& operator<<(std::ostream& stream, NodeType enType)
     const int nType = enType;
     const bool bInTable = nType >= 0 && nType < static_cast<int>(std::size(NODE_TYPE_DESCRIPTION));
     const bool bNamed = bInTable && nType != NT_MERLIN; // which prints no name: that is meant
-    stream << std::to_string(nType) << " "
-           << (bNamed ? caNodeTypeNames[nType]
-                      : "Unknown ?"
-                        "?")
-           << " ";
+    stream << std::to_string(nType) << " " << (bNamed ? caNodeTypeNames[nType] : "Unknown ?\?") << " ";
     if (bInTable)
     {
         stream << NODE_TYPE_DESCRIPTION[nType].description;
@@ -85,20 +79,17 @@ std::ostream& operator<<(std::ostream& stream, NodeType enType)
 
 std::ostream& operator<<(std::ostream& stream, DevicePortID enPort)
 {
-    return stream << std::dec
-                  << NumberAndText(enPort, caPorts,
-                                   "(Unknown?"
-                                   "?)");
+    return Write(stream << std::dec, enPort, caPorts, "(Unknown?\?)");
 }
 
 std::ostream& operator<<(std::ostream& stream, DeviceEthernetTypeID enType)
 {
-    return stream << NumberAndText(enType, caEthernetTypes, "(invalid)");
+    return Write(stream, enType, caEthernetTypes, "(invalid)");
 }
 
 std::ostream& operator<<(std::ostream& stream, DeviceSplitterPort enPort)
 {
-    return stream << NumberAndText(enPort, caSplitterPorts, "(invalid)");
+    return Write(stream, enPort, caSplitterPorts, "(invalid)");
 }
 
 } // namespace RouterDiagnostics

@@ -9,7 +9,7 @@
 // For processes that print router topology: the identifiers that the router reports, and operators that write each to a stream as
 // its number followed by its name, and return the stream. A number that has no name is no error: the text says so. Numbers are
 // written in decimal whatever the stream is set to; that of a DevicePortID leaves the stream in decimal, the others leave it as it
-// was. Everything is constant: any thread may use it.
+// was; a width is the number's. Everything is constant: any thread may use it.
 namespace RouterDiagnostics
 {
 

@@ -16,8 +16,9 @@
 //     <?xml version="1.0"?><VORN version="1.0"><DEV name="SURFACE" id="3"><p i="0" v="1234" e="0"/></DEV></VORN>
 //
 // start_xml begins a report, add_attribute appends a parameter to it, m_strDocument is the report after each step; the next
-// start_xml discards it. Texts are copied as they are, nothing is escaped: they must not hold ", < or &. A null text counts as an
-// empty one. Not for two threads at once. Only what the standard library throws is thrown.
+// start_xml discards it. Texts are copied as they are, nothing is escaped: they are ASCII, and hold no ", < or &. A null text
+// counts as an empty one. Numbers are int and float: a double or an unsigned is ambiguous, and does not compile. Not for two
+// threads at once. Only what the standard library throws is thrown.
 class LOGICALCONTROLS_EXPORT VORNXMLWriter
 {
 public:

@@ -65,8 +65,9 @@ struct XMLElement
 };
 
 // Numbers to text and back, the same under every locale. A float gets so many significant digits, and an exponent where it is
-// large or small: 1234.5 with three is "1.23e+03". Reading skips blanks and stops at the first character that does not belong to
-// the number; a text that begins with no number is 0, one beyond the type's range its nearest value.
+// large or small: 1234.5 with three is "1.23e+03". Reading takes what a standard stream would: it skips blanks and
+// stops at the first character that can't be part of a number. What then is none, such as "x" or "1e", is 0; what is beyond the
+// type's range is its nearest value.
 LOGICALCONTROLS_EXPORT std::string int2String(int nValue);
 LOGICALCONTROLS_EXPORT std::string float2String(float fValue, short nPrecision);
 LOGICALCONTROLS_EXPORT int string2Int(const char* szText);
@@ -82,7 +83,8 @@ namespace XMLDiagnosticsParametersDSP
 
 constexpr int c_nNames = 150;
 
-// By parameter number. The last slot is null; entry 137 is two names run together: so the processes of the console know them.
+// By parameter number. So the processes of the console know them: entry 2 goes on behind its name, entry 137 is two names run
+// together, each later name stands one place early, and the last slot is null.
 extern LOGICALCONTROLS_EXPORT const char* const strName[c_nNames];
 
 // A number's name, null when it has none.

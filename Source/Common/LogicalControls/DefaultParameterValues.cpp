@@ -309,6 +309,10 @@ void ApplyDefaults(CBMAContainer& image)
             std::memcpy(pStrings + unElement * sizeof strName, strName.Data(), sizeof strName);
         });
     unsigned char* pBits = Block(image, enSwitch);
+    if (pBits == nullptr)
+    {
+        return; // there was no memory for the switches: a bit array does without
+    }
     WriteDefaults<enSwitch>(
         [pBits](std::size_t unElement, int, unsigned char ucValue)
         {

@@ -48,5 +48,6 @@ LOGICALCONTROLS_EXPORT bool GetDefaultPPC(tagenPPCMessageType enType, tagenVirtu
 LOGICALCONTROLS_EXPORT RyGConsoleString ExpandDefaultName(const char* szPattern, int nPath);
 
 // Gives every parameter of the image its default, names expanded, in one pass over the blocks. As when whole blocks move, nothing
-// is sent and no scope flag or SI float changes. Not for an image that another thread uses.
+// is sent, no scope flag or SI float changes, and check words are as old as they were (UpdateXors). Not for an image that another
+// thread uses.
 LOGICALCONTROLS_EXPORT void ApplyDefaults(CBMAContainer& image);

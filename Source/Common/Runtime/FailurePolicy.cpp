@@ -9,9 +9,9 @@
 #include <iostream>
 #include <string>
 
+#ifdef LOGICALCONTROLS_HAVE_BACKTRACE
 #include <cxxabi.h>
 #include <dlfcn.h>
-#ifdef LOGICALCONTROLS_HAVE_BACKTRACE
 #include <execinfo.h>
 #endif
 #include <unistd.h>
@@ -19,30 +19,22 @@
 namespace
 {
 
-constexpr int c_nMaxFrames = 20;
+[[maybe_unused]] constexpr int c_nMaxFrames = 20;
 constexpr int c_nOwnFrames = 3; // GetBackTrace, ReportStack, DoAction
 
-int CaptureStack(void** ppFrames)
-{
 #ifdef LOGICALCONTROLS_HAVE_BACKTRACE
-    return backtrace(ppFrames, c_nMaxFrames);
-#else
-    static_cast<void>(ppFrames);
-    return 0;
-#endif
-}
-
 // The first backtrace of a process may load a library and allocate. A failed invariant is no time for that: it is done at start.
 struct stWarmUp
 {
     stWarmUp()
     {
         void* apFrames[c_nMaxFrames];
-        CaptureStack(apFrames);
+        backtrace(apFrames, c_nMaxFrames);
     }
 };
 
 const stWarmUp g_WarmUp;
+#endif
 
 // Written only where it changes something: other threads may be reporting.
 void SwitchToDecimal()
@@ -123,11 +115,12 @@ DemangledSynNameResourceGuard::~DemangledSynNameResourceGuard()
     }
 }
 
+#ifdef LOGICALCONTROLS_HAVE_BACKTRACE
 template <class Policy>
 __attribute__((noinline)) void GetBackTrace(Policy& policy, int nFirstFrame)
 {
     void* apFrames[c_nMaxFrames] = {};
-    const int nFrames = CaptureStack(apFrames);
+    const int nFrames = backtrace(apFrames, c_nMaxFrames);
     for (int nFrame = std::max(nFirstFrame, 0); nFrame < nFrames; ++nFrame)
     {
         Dl_info info = {};
@@ -141,6 +134,12 @@ __attribute__((noinline)) void GetBackTrace(Policy& policy, int nFirstFrame)
         policy.ReportBackTraceLineInfo(info.dli_fname, bDemangled ? demangled : info.dli_sname);
     }
 }
+#else
+template <class Policy>
+void GetBackTrace(Policy&, int)
+{
+}
+#endif
 
 template LOGICALCONTROLS_EXPORT void GetBackTrace(AssertFailStdErrAbort& policy, int nFirstFrame);
 template LOGICALCONTROLS_EXPORT void GetBackTrace(AssertDoNothing& policy, int nFirstFrame);

@@ -16,7 +16,8 @@
 //
 // Policies hold nothing: make one where the check is. Any thread may report; two that do at once mix their lines. Nothing is
 // allocated on the way but what the demangler needs, and a name that it can't demangle is printed as it is. On a C library
-// without backtrace a stack is its heading and its end. Link programs with -rdynamic to see their own names in it.
+// without backtrace a stack is its heading and its end. Link programs with -rdynamic to see the names of their
+// functions in it; static ones have none.
 class LOGICALCONTROLS_EXPORT AssertFailStdErrBase
 {
 public:
