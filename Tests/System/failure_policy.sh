@@ -5,7 +5,7 @@
 expect 0 "the program" "$@"
 contains "CHECK: nChannels <= canMaxPaths[enMicInput] at: 
 "
-contains "::SetChannels(int),
+contains "void SetChannels(int),
 "
 contains " user msg: more channels than the console has
  stack frame:
