@@ -42,7 +42,8 @@ int string2Int(const char* szText)
     return Extract<int>(TextOrEmpty(szText));
 }
 
-int string2Int(std::string strText)
+// By value: clients link it so.
+int string2Int(std::string strText) // NOLINT(performance-unnecessary-value-param)
 {
     return Extract<int>(strText);
 }
@@ -52,7 +53,7 @@ float string2Float(const char* szText)
     return Extract<float>(TextOrEmpty(szText));
 }
 
-float string2Float(std::string strText)
+float string2Float(std::string strText) // NOLINT(performance-unnecessary-value-param)
 {
     return Extract<float>(strText);
 }
