@@ -213,6 +213,23 @@ TEST_F(HostileReports, HideNoDeclarationInAnotherEncoding)
     ExpectRefused("\xef\xbb\xbf<!DOCTYPE VORN>" + c_strGood);
 }
 
+// Character sets are code that the system would load: whatever a report declares, it is Unicode.
+TEST_F(HostileReports, ChooseNoCharacterSet)
+{
+    for (const char* szEncoding : {"windows-1252", "ISO-2022-CN-EXT", "EBCDIC-US", "UTF-32", "ISO-8859-1", "none"})
+    {
+        const std::string strDeclaration = "<?xml version=\"1.0\" encoding=\"" + std::string(szEncoding) + "\"?>";
+        EXPECT_TRUE(Populate(strDeclaration + Device(P(1, "\xc3\xa9")))) << szEncoding;
+        EXPECT_EQ("1|\xc3\xa9|0", All(m_Reader.get_at(1)));
+        ExpectRefused(strDeclaration + Device(P(1, "\x80")));
+    }
+    for (const std::string& strMark : {std::string("\x4c\x6f\xa7\x94"), std::string("\0\0\0<", 4), std::string("<\0\0\0", 4),
+                                       std::string("\0\0<\0", 4), std::string("\0<\0\0", 4)})
+    {
+        ExpectRefused(strMark + c_strGood);
+    }
+}
+
 TEST_F(HostileReports, AreParsedByNoSwitchOfTheHost)
 {
     const CTrustingHost host(true);

@@ -106,7 +106,7 @@ namespace
 // Long enough that no text fits into a string object.
 const std::string c_strReport =
     "<?xml version=\"1.0\"?><VORN version=\"1.0\"><DEV name=\"Condor Router AES50 Port\" id=\"3\">"
-    "<p i=\"7\" v=\"a value that is longer than a small string\" e=\"another one that is longer than that\"/>"
+    "<p i=\"7\" v=\"a value that &amp; is longer than a small string\" e=\"another one that is longer than that\"/>"
     "<p i=\"8\" v=\"a value that is longer than a small string\" e=\"another one that is longer than that\"/></DEV></VORN>";
 const std::string c_strIncomplete =
     "<VORN version=\"1.0\"><DEV name=\"Condor Router AES50 Port\" id=\"3\"><p i=\"7\"/></DEV></VORN>";

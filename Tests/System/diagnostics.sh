@@ -48,12 +48,14 @@ contains "       0  enUpTime                         3600    0"
 contains "SURFACE 1 from 127.0.0.1: 10 parameters, 0."
 contains "Condor Router AES50 Port 2 from 127.0.0.1: 1 parameters, its first report, valid"
 contains "      -4  -     x      0"
-contains "no report  9 bytes from 127.0.0.1"
+contains "no report  9 bytes from 127.0.0.1  it does not begin as XML"
 contains "no report  57 bytes from 127.0.0.1  line 1: a document type declaration is not allowed"
 contains "not valid: line 1: Element 'VORN': The attribute 'version' is required but missing."
 contains "reports: 4, devices: 3, refused: 3, lost: 0"
+contains "consolectl: 3 of what came was no valid report"
 expect 27 "silence" "$@" diagnostics listen --count 1 --timeout 0.3
-contains "reports: 0, devices: 0, refused: 0, lost: 0"
+contains "reports: 0, devices: 0, refused: 0, lost: 0
+consolectl: 0 reports within 0.3 seconds"
 
 # The MC's own.
 "$@" mc --seconds 60 --report-period 0.2 >"$work/mc.log" 2>&1 &
@@ -86,7 +88,15 @@ for file in "$work/empty" "$work/none" "$work"; do
     expect 1 "no schema" "$@" diagnostics validate "$work/good.xml" --schema "$file"
 done
 expect 1 "no schema to listen with" "$@" diagnostics listen --validate --schema "$work/none"
-contains "there is no schema to validate against; --schema names one"
+contains "no schema to validate against can be read at $work/none; --schema names another"
+expect 0 "a schema in a pipe" "$@" diagnostics validate "$work/good.xml" --schema <(cat "$schema")
+printf '<?xml version="1.0"?><VORN version="1.0"><DEV name="A&#x9b;31m&#10;FAKE" id="1"/></VORN>' >"$work/forged.xml"
+expect 1 "a forged line" "$@" diagnostics show "$work/forged.xml"
+case $output in *"FAKE"*) fail "a report forges a line: $output" ;; esac
+head -c 65508 /dev/zero >"$work/long.xml"
+expect 1 "more than a datagram" "$@" diagnostics show "$work/long.xml"
+contains "is too long for a report, which is one datagram"
+expect 0 "an MC without reports and without standard input" timeout 20 "$@" mc --seconds 0.3 --report-period 0 <&-
 expect 1 "a schema that is none" "$@" diagnostics validate "$work/good.xml" --schema "$work/good.xml"
 contains "is not valid: "
 

@@ -12,12 +12,12 @@
 #include <vector>
 
 #include <sys/stat.h>
+#include <unistd.h>
 
 namespace
 {
 
 constexpr std::size_t c_unMaxDatagram = 65507;
-constexpr std::size_t c_unMaxFile = 64 << 20;
 
 struct stSendOptions
 {
@@ -59,10 +59,14 @@ int Send(const stSendOptions& options)
         return Fail("the network can't be had");
     }
     const tSteadyClock::time_point start = tSteadyClock::now();
-    for (int nSent = 0; nSent < options.nCount && !StopRequested(); ++nSent)
+    for (int nSent = 0; nSent < options.nCount; ++nSent)
     {
         SleepUntil(start +
                    std::chrono::duration_cast<tSteadyClock::duration>(std::chrono::duration<double>(nSent * options.dPeriod)));
+        if (StopRequested())
+        {
+            break;
+        }
         sender.Send(strReport.data(), static_cast<unsigned int>(strReport.size()));
         if (!sender.LastSendSucceeded())
         {
@@ -87,7 +91,7 @@ bool ReadFile(const std::string& strFile, std::vector<char>& bytes, long& lAge)
     }
     lAge = static_cast<long>(std::difftime(std::time(nullptr), status.st_mtime));
     char acBlock[65536];
-    for (std::size_t unRead = 1; unRead > 0 && bytes.size() <= c_unMaxFile;)
+    for (std::size_t unRead = 1; unRead > 0 && bytes.size() <= c_unMaxDatagram;)
     {
         unRead = std::fread(acBlock, 1, sizeof acBlock, pFile.get());
         bytes.insert(bytes.end(), acBlock, acBlock + unRead);
@@ -97,22 +101,21 @@ bool ReadFile(const std::string& strFile, std::vector<char>& bytes, long& lAge)
         Fail(strFile + ": " + std::strerror(errno));
         return false;
     }
-    if (bytes.size() > c_unMaxFile)
+    if (bytes.size() > c_unMaxDatagram)
     {
-        Fail(strFile + " is too long for a report");
+        Fail(strFile + " is too long for a report, which is one datagram");
         return false;
     }
     return true;
 }
 
-// False when there is no schema to validate against, which it says.
+// False when there is no schema to validate against, which it says. The file is looked at, not read: it may be a pipe.
 bool HaveSchema(const std::string& strSchema)
 {
-    std::vector<char> bytes;
-    long lAge = 0;
-    if (!ReadFile(strSchema, bytes, lAge))
+    struct stat status = {};
+    if (access(strSchema.c_str(), R_OK) != 0 || stat(strSchema.c_str(), &status) != 0 || S_ISDIR(status.st_mode))
     {
-        Fail("there is no schema to validate against; --schema names one");
+        Fail("no schema to validate against can be read at " + strSchema + "; --schema names another");
         return false;
     }
     return true;
@@ -156,8 +159,8 @@ int Validate(const stFileOptions& options)
         return Fail(options.strFile + " is valid, but the reader finds no device in it");
     }
     reader.populateMap();
-    Line("%s is %s: %s, %zu parameters", options.strFile.c_str(), Styled(enGood, "valid").c_str(), DeviceText(reader).c_str(),
-         reader.GetMap().size());
+    Line("%s is %s: %s, %zu parameters", Printable(options.strFile).c_str(), Styled(enGood, "valid").c_str(),
+         DeviceText(reader).c_str(), reader.GetMap().size());
     return enExitDone;
 }
 
@@ -170,7 +173,7 @@ int Show(const stFileOptions& options)
         return enExitFailed;
     }
     diagnostics_xml_reader reader;
-    if (!reader.parseAndPopulateMap(bytes.data(), static_cast<int>(bytes.size())))
+    if (!ReadReport(reader, bytes.data(), static_cast<int>(bytes.size())))
     {
         return Fail(options.strFile + " is no report" + (reader.GetError().empty() ? "" : ": " + reader.GetError()));
     }

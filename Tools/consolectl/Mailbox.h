@@ -13,9 +13,10 @@ class CMailbox
 public:
     explicit CMailbox(std::size_t unRoom) : m_unRoom(unRoom), m_unUsed(0), m_unLost(0) {}
 
-    // unSize is what the item takes of the room.
+    // unSize is what the item holds beside itself, and takes of the room.
     void Put(T item, std::size_t unSize)
     {
+        unSize += sizeof item;
         const CLockGuard<CCritSec> guard(m_Lock);
         if (!guard.IsHeld() || m_unUsed + unSize > m_unRoom)
         {

@@ -75,7 +75,7 @@ private:
     std::vector<unsigned char> m_Serialised;
     CPPCReceiver m_PPCs;
     RySocketIO::CSocket m_Updates;
-    CDiagnosticsSocketSender m_Reports;
+    std::unique_ptr<CDiagnosticsSocketSender> m_pReports; // none while nothing is to be sent: it would close descriptor 0
     bool m_bReports = false;
     tSteadyClock::time_point m_Start;
     std::set<int> m_TakenOver; // mic inputs whose fader a client has set
@@ -96,8 +96,11 @@ private:
 bool CSimulatedMC::OpenSockets()
 {
     const char* szInterface = m_Options.link.strInterface.c_str();
-    m_bReports = m_Options.dReportPeriod > 0 &&
-                 m_Reports.EstablishMulticastTransmitter(XMLDiagnostics::c_strMulticastGroup.c_str(), c_unReportPort);
+    if (m_Options.dReportPeriod > 0)
+    {
+        m_pReports = std::make_unique<CDiagnosticsSocketSender>();
+        m_bReports = m_pReports->EstablishMulticastTransmitter(XMLDiagnostics::c_strMulticastGroup.c_str(), c_unReportPort);
+    }
     return m_Updates.InitialiseLocalSockets(0, nullptr, szInterface, 1) &&
            m_PPCs.InitialiseLocalSockets(c_unPPCPort, nullptr, szInterface, 1) && m_PPCs.AddToGroup(c_szPPCGroup);
 }
@@ -214,8 +217,8 @@ void CSimulatedMC::SendReport(double dSeconds)
         values.push_back(ParseReportedValue(strValue));
     }
     const std::string strReport = MakeReport("MC", 1, values);
-    m_Reports.Send(strReport.data(), static_cast<unsigned int>(strReport.size()));
-    m_bReports = m_Reports.LastSendSucceeded();
+    m_pReports->Send(strReport.data(), static_cast<unsigned int>(strReport.size()));
+    m_bReports = m_pReports->LastSendSucceeded();
     m_lReports += m_bReports ? 1 : 0;
 }
 

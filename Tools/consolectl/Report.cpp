@@ -98,9 +98,23 @@ std::vector<stReportedValue> SampleValues()
     return values;
 }
 
+bool ReadReport(diagnostics_xml_reader& reader, char* pBuffer, int nSize)
+{
+    reader.ClearMap();
+    if (!reader.getXmlFromBuffer(pBuffer, nSize))
+    {
+        return false;
+    }
+    reader.populateMap();
+    return reader.mapHasElements();
+}
+
 std::string DeviceText(const diagnostics_xml_reader& reader)
 {
-    return Printable(reader.GetDeviceType()) + " " + std::to_string(reader.GetDeviceID());
+    constexpr std::size_t c_unLongest = 60;
+    const std::string strType = reader.GetDeviceType();
+    const std::string strShown = Printable(strType.substr(0, c_unLongest)) + (strType.size() > c_unLongest ? "..." : "");
+    return strShown + " " + std::to_string(reader.GetDeviceID());
 }
 
 void PrintReport(const std::string& strHeading, const diagnostics_xml_reader& reader)

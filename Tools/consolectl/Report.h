@@ -26,7 +26,11 @@ std::string MakeReport(const std::string& strDevice, int nId, const std::vector<
 // The health of a device that has nothing to complain of.
 std::vector<stReportedValue> SampleValues();
 
-// "SURFACE 3".
+// Parses a report and fills the map, by the reader's steps: none of them prints a text of the report. False when it has no
+// parameters, or is none.
+bool ReadReport(diagnostics_xml_reader& reader, char* pBuffer, int nSize);
+
+// "SURFACE 3"; a long name is cut, and ends in "...".
 std::string DeviceText(const diagnostics_xml_reader& reader);
 
 // A line of strHeading, then one for each parameter in the reader's map.

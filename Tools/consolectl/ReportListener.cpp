@@ -10,6 +10,7 @@ namespace
 {
 
 constexpr std::chrono::milliseconds c_LoopPeriod(10);
+constexpr std::size_t c_unMaxDevices = 1000;
 constexpr std::size_t c_unMaxWaiting = 4 << 20; // bytes
 
 struct stReceivedReport
@@ -69,21 +70,23 @@ private:
 
 void CListen::Take(stReceivedReport& report)
 {
-    // The text ends in a zero, whatever came.
-    report.bytes.push_back('\0');
-    const int nSize = static_cast<int>(report.bytes.size()) - 1;
-    m_Reader.ClearMap(); // each report stands alone
-    if (!m_Reader.IsXML(report.bytes.data()) || !m_Reader.parseAndPopulateMap(report.bytes.data(), nSize))
+    const int nSize = static_cast<int>(report.bytes.size());
+    report.bytes.push_back('\0'); // the text ends, whatever came
+    const bool bXML = m_Reader.IsXML(report.bytes.data());
+    if (!bXML || !ReadReport(m_Reader, report.bytes.data(), nSize))
     {
         ++m_lRefused;
         Line("%s  %d bytes from %s  %s", Styled(enBad, "no report").c_str(), nSize, report.sender.Text(),
-             Printable(m_Reader.GetError()).c_str());
+             bXML ? Printable(m_Reader.GetError()).c_str() : "it does not begin as XML");
         return;
     }
     const bool bValid = !m_Options.bValidate || m_Reader.validate(m_Options.strSchema.c_str());
     m_lRefused += bValid ? 0 : 1;
     ++m_lReports;
-    stDevice& device = m_Devices[DeviceText(m_Reader)];
+    stDevice forgotten; // of a device too many
+    const std::string strDevice = DeviceText(m_Reader);
+    const bool bRemembered = m_Devices.size() < c_unMaxDevices || m_Devices.count(strDevice) != 0;
+    stDevice& device = bRemembered ? m_Devices[strDevice] : forgotten;
     const std::string strAge = device.lReports == 0 ? std::string("its first report")
                                                     : Format("%.2f s after its last report",
                                                              std::chrono::duration<double>(report.time - device.last).count());
@@ -92,7 +95,7 @@ void CListen::Take(stReceivedReport& report)
     const std::string strValid = !m_Options.bValidate ? std::string()
                                  : bValid             ? ", " + Styled(enGood, "valid")
                                                       : ", " + Styled(enBad, "not valid: " + Printable(m_Reader.GetError()));
-    PrintReport(Format("%s from %s: %zu parameters, %s%s", Styled(enStrong, DeviceText(m_Reader)).c_str(), report.sender.Text(),
+    PrintReport(Format("%s from %s: %zu parameters, %s%s", Styled(enStrong, strDevice).c_str(), report.sender.Text(),
                        m_Reader.GetMap().size(), strAge.c_str(), strValid.c_str()),
                 m_Reader);
 }
@@ -135,10 +138,14 @@ int CListen::Run()
     PrintSummary();
     if (m_lRefused > 0)
     {
-        return enExitFailed;
+        return Fail(Format("%ld of what came was no valid report", m_lRefused));
     }
-    const bool bEnough = StopRequested() || (m_lReports > 0 && m_lReports >= m_Options.nCount);
-    return bEnough ? enExitDone : enExitTimedOut;
+    if (StopRequested() || (m_lReports > 0 && m_lReports >= m_Options.nCount))
+    {
+        return enExitDone;
+    }
+    Fail(Format("%ld reports within %g seconds", m_lReports, m_Options.dTimeout));
+    return enExitTimedOut;
 }
 
 } // namespace

@@ -71,48 +71,54 @@ private:
     pthread_mutex_t& m_Mutex;
 };
 
-// Keeps the first error of a run, with its line if it has one. Called from C: nothing may be thrown.
-void KeepError(void* pText, const char* szMessage, int nLine, const char* szFile = nullptr)
-{
-    std::string& strError = *static_cast<std::string*>(pText);
-    if (!strError.empty())
-    {
-        return;
-    }
-    try
-    {
-        const std::string strMessage = std::string(TextOrEmpty(szFile)) + TextOrEmpty(szMessage);
-        strError = (nLine > 0 ? "line " + std::to_string(nLine) + ": " : std::string()) +
-                   strMessage.substr(0, strMessage.find_last_not_of('\n') + 1);
-    }
-    catch (const std::bad_alloc&)
-    {
-        strError.clear();
-    }
-}
-
-void OnError(void* pText, xmlErrorPtr pError)
-{
-    if (pError != nullptr && pError->level >= XML_ERR_ERROR)
-    {
-        KeepError(pText, pError->message, pError->line);
-    }
-}
-
 // While one lives, what the XML library has to say on this thread goes here, and not to standard error; then the process's own
-// handler is back.
-class CErrorsOfThread
+// handler is back. The first error is kept, with its line if it has one. Called from C: nothing may be thrown.
+class CErrors
 {
 public:
-    explicit CErrorsOfThread(std::string& strError) : m_pHandler(xmlStructuredError), m_pContext(xmlStructuredErrorContext)
+    explicit CErrors(std::string& strFirst)
+        : m_strFirst(strFirst), m_bOutOfMemory(false), m_pHandler(xmlStructuredError), m_pContext(xmlStructuredErrorContext)
     {
-        xmlSetStructuredErrorFunc(&strError, OnError);
+        xmlSetStructuredErrorFunc(this, On);
     }
-    ~CErrorsOfThread() { xmlSetStructuredErrorFunc(m_pContext, m_pHandler); }
-    CErrorsOfThread(const CErrorsOfThread&) = delete;
-    CErrorsOfThread& operator=(const CErrorsOfThread&) = delete;
+    ~CErrors() { xmlSetStructuredErrorFunc(m_pContext, m_pHandler); }
+    CErrors(const CErrors&) = delete;
+    CErrors& operator=(const CErrors&) = delete;
+
+    // The library goes on without memory, and with what it then lacks.
+    bool IsOutOfMemory() const { return m_bOutOfMemory; }
+
+    static void On(void* pThis, xmlErrorPtr pError)
+    {
+        if (pError != nullptr && pError->level >= XML_ERR_ERROR)
+        {
+            CErrors& errors = *static_cast<CErrors*>(pThis);
+            errors.m_bOutOfMemory = errors.m_bOutOfMemory || pError->code == XML_ERR_NO_MEMORY;
+            errors.Keep(pError->message, pError->line);
+        }
+    }
+
+    void Keep(const char* szMessage, int nLine, const char* szFile = nullptr)
+    {
+        if (!m_strFirst.empty())
+        {
+            return;
+        }
+        try
+        {
+            const std::string strMessage = std::string(TextOrEmpty(szFile)) + TextOrEmpty(szMessage);
+            m_strFirst = (nLine > 0 ? "line " + std::to_string(nLine) + ": " : std::string()) +
+                         strMessage.substr(0, strMessage.find_last_not_of('\n') + 1);
+        }
+        catch (const std::bad_alloc&)
+        {
+            m_bOutOfMemory = true;
+        }
+    }
 
 private:
+    std::string& m_strFirst;
+    bool m_bOutOfMemory;
     const xmlStructuredErrorFunc m_pHandler;
     void* const m_pContext;
 };
@@ -121,46 +127,56 @@ private:
 void RefuseDocumentType(void* pContext, const xmlChar*, const xmlChar*, const xmlChar*)
 {
     xmlParserCtxt& parser = *static_cast<xmlParserCtxtPtr>(pContext);
-    KeepError(parser._private, "a document type declaration is not allowed", xmlSAX2GetLineNumber(&parser));
+    static_cast<CErrors*>(parser._private)->Keep("a document type declaration is not allowed", xmlSAX2GetLineNumber(&parser));
     xmlStopParser(&parser);
     parser.wellFormed = 0;
 }
 
 // A parser as a new process has it, whatever this one has set for all of its XML, that refuses what a report does not have.
-void Prepare(xmlParserCtxt& parser, std::string& strError)
+void Prepare(xmlParserCtxt& parser, CErrors& errors, int nOptions)
 {
     parser.options = 0;
-    xmlCtxtUseOptions(&parser, XML_PARSE_NONET);
+    xmlCtxtUseOptions(&parser, nOptions);
     parser.sax->ignorableWhitespace = xmlSAX2Characters; // blanks are nodes
     parser.linenumbers = 1;
-    parser._private = &strError;
+    parser._private = &errors;
     parser.sax->internalSubset = RefuseDocumentType;
 }
 
-// What xmlParseMemory does.
-xmlDoc* Parse(const char* pBuffer, int nSize, std::string& strError)
+// A report is ASCII. Converting from other character sets would load modules of the system that the report chooses, so it is read
+// as UTF-8, or UTF-16, whatever it declares.
+bool IsUnicode(const char* pBuffer, int nSize)
 {
-    const tParser pParser(xmlCreateMemoryParserCtxt(pBuffer, nSize));
+    const unsigned char* pBytes = reinterpret_cast<const unsigned char*>(pBuffer);
+    const xmlCharEncoding enEncoding = pBuffer != nullptr && nSize >= 4 ? xmlDetectCharEncoding(pBytes, 4) : XML_CHAR_ENCODING_NONE;
+    return enEncoding == XML_CHAR_ENCODING_NONE || enEncoding == XML_CHAR_ENCODING_UTF8 ||
+           enEncoding == XML_CHAR_ENCODING_UTF16LE || enEncoding == XML_CHAR_ENCODING_UTF16BE;
+}
+
+// What xmlParseMemory does.
+xmlDoc* Parse(const char* pBuffer, int nSize, CErrors& errors)
+{
+    const tParser pParser(IsUnicode(pBuffer, nSize) ? xmlCreateMemoryParserCtxt(pBuffer, nSize) : nullptr);
     if (pParser == nullptr)
     {
         return nullptr;
     }
-    Prepare(*pParser, strError);
+    Prepare(*pParser, errors, XML_PARSE_NONET | XML_PARSE_IGNORE_ENC);
     xmlParseDocument(pParser.get());
     tDocument pDocument(pParser->myDoc);
     pParser->myDoc = nullptr;
-    return pParser->wellFormed != 0 ? pDocument.release() : nullptr;
+    return pParser->wellFormed != 0 && !errors.IsOutOfMemory() ? pDocument.release() : nullptr;
 }
 
 // What xmlReadFile does.
-xmlDoc* ReadSchema(const char* szFile, std::string& strError)
+xmlDoc* ReadSchema(const char* szFile, CErrors& errors)
 {
     const tParser pParser(xmlNewParserCtxt());
     if (pParser == nullptr)
     {
         return nullptr;
     }
-    Prepare(*pParser, strError);
+    Prepare(*pParser, errors, XML_PARSE_NONET);
     return xmlCtxtReadFile(pParser.get(), szFile, nullptr, XML_PARSE_NONET);
 }
 
@@ -247,22 +263,22 @@ bool diagnostics_xml_reader::validate()
 bool diagnostics_xml_reader::validate(const char* szSchemaFile)
 {
     m_strError.clear();
+    CErrors errors(m_strError);
     if (m_pDocument == nullptr)
     {
-        KeepError(&m_strError, "there is no document", 0);
+        errors.Keep("there is no document", 0);
         return false;
     }
-    const CErrorsOfThread errors(m_strError);
-    const tDocument pSchemaDocument(ReadSchema(szSchemaFile, m_strError));
+    const tDocument pSchemaDocument(ReadSchema(szSchemaFile, errors));
     if (pSchemaDocument == nullptr)
     {
         m_strError.clear(); // the file's name helps more than its first error
-        KeepError(&m_strError, " can't be read as XML", 0, szSchemaFile);
+        errors.Keep(" can't be read as XML", 0, szSchemaFile);
         return false;
     }
     if (NamesOtherFiles(xmlDocGetRootElement(pSchemaDocument.get())))
     {
-        KeepError(&m_strError, " names other files", 0, szSchemaFile);
+        errors.Keep(" names other files", 0, szSchemaFile);
         return false;
     }
     const tSchemaParser pParser(xmlSchemaNewDocParserCtxt(pSchemaDocument.get()));
@@ -270,7 +286,7 @@ bool diagnostics_xml_reader::validate(const char* szSchemaFile)
     {
         return false;
     }
-    xmlSchemaSetParserStructuredErrors(pParser.get(), OnError, &m_strError);
+    xmlSchemaSetParserStructuredErrors(pParser.get(), CErrors::On, &errors);
     const tSchema pSchema(xmlSchemaParse(pParser.get()));
     if (pSchema == nullptr)
     {
@@ -281,7 +297,7 @@ bool diagnostics_xml_reader::validate(const char* szSchemaFile)
     {
         return false;
     }
-    xmlSchemaSetValidStructuredErrors(pValidator.get(), OnError, &m_strError);
+    xmlSchemaSetValidStructuredErrors(pValidator.get(), CErrors::On, &errors);
     return xmlSchemaValidateDoc(pValidator.get(), m_pDocument) == 0;
 }
 
@@ -323,8 +339,8 @@ bool diagnostics_xml_reader::getXmlFromBuffer(char* pBuffer, int nSize)
 
     FreeDocument();
     m_strError.clear();
-    const CErrorsOfThread errors(m_strError);
-    m_pDocument = Parse(pBuffer, nSize, m_strError);
+    CErrors errors(m_strError);
+    m_pDocument = Parse(pBuffer, nSize, errors);
     if (m_pDocument == nullptr)
     {
         warn("xmlParseMemory() returned NULL!");
@@ -386,6 +402,7 @@ void diagnostics_xml_reader::populateMap()
 bool diagnostics_xml_reader::FillMap()
 {
     using XMLDiagnostics::XML_ATTRIBUTE_TYPE_DESCRIPTION;
+    const CErrors errors(m_strError);
     const xmlNode* pNode = m_pCurrentNode != nullptr ? m_pCurrentNode->children : nullptr;
     try
     {
@@ -401,6 +418,10 @@ bool diagnostics_xml_reader::FillMap()
             {
                 apTexts[attribute.type] = Attribute(pNode, attribute.name.c_str());
                 bComplete = bComplete && apTexts[attribute.type] != nullptr;
+            }
+            if (errors.IsOutOfMemory())
+            {
+                throw std::bad_alloc();
             }
             if (!bComplete)
             {

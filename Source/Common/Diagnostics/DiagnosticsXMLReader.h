@@ -26,8 +26,9 @@ struct _xmlNode;
 // good report; nothing is thrown, save by get_at when there is no memory for its copy. GetError tells more.
 //
 // A report comes from a network and is not trusted: a document type declaration, which the format does not have, is refused before
-// anything that it says is used, so nothing is expanded, and no file is read but the schema, which must not name others. Depth and
-// lengths are bound by the XML library's own limits. The library is initialised at the first reader and never cleaned up; its
+// anything that it says is used, so nothing is expanded, and no file is read but the schema, which must not name others. It is read
+// as UTF-8, or UTF-16, whatever it declares, since other character sets make the system load code for them. Depth and lengths are
+// bound by the XML library's own limits. The library is initialised at the first reader and never cleaned up; its
 // settings for the whole process are neither used nor changed.
 //
 // The two parse operations lock each other out. Nothing else locks: what reads a report (validate, too) must not run while another

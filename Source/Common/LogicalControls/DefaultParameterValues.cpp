@@ -1,6 +1,7 @@
 #include "LogicalControls/DefaultParameterValues.h"
 
 #include "LogicalControls/ConsoleBitmapArray.h"
+#include "Runtime/TextOrEmpty.h"
 
 #include <boost/preprocessor/repetition/enum.hpp>
 
@@ -238,6 +239,7 @@ void ApplyValues(CBMAContainer& image)
 }
 
 const char c_szMarker[] = "%ch%";
+constexpr std::size_t c_unMarker = sizeof c_szMarker - 1;
 
 } // namespace
 
@@ -284,11 +286,12 @@ bool GetDefaultPPC(tagenPPCMessageType enType, tagenVirtualPathType enPathType, 
 RyGConsoleString ExpandDefaultName(const char* szPattern, int nPath)
 {
     const std::string strNumber = std::to_string(nPath + 1LL);
-    std::string strName = szPattern != nullptr ? szPattern : "";
-    for (std::size_t unAt = strName.find(c_szMarker); unAt != std::string::npos; unAt = strName.find(c_szMarker, unAt))
+    std::string strName;
+    for (const char* pNext = TextOrEmpty(szPattern); *pNext != '\0' && strName.size() < RyGConsoleString::enMaxLength;)
     {
-        strName.replace(unAt, sizeof c_szMarker - 1, strNumber);
-        unAt += strNumber.size();
+        const bool bMarker = std::strncmp(pNext, c_szMarker, c_unMarker) == 0;
+        bMarker ? strName.append(strNumber) : strName.append(1, *pNext);
+        pNext += bMarker ? c_unMarker : 1;
     }
     return RyGConsoleString(strName);
 }
