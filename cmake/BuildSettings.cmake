@@ -43,7 +43,7 @@ endif()
 add_library(logicalcontrols_settings INTERFACE)
 target_compile_features(logicalcontrols_settings INTERFACE cxx_std_17)
 target_compile_options(logicalcontrols_settings INTERFACE
-    -Wall -Wextra -Wpedantic -Wconversion -Wshadow -Werror -fno-semantic-interposition)
+    -Wall -Wextra -Wpedantic -Wconversion -Wshadow -Werror -fno-semantic-interposition $<$<CXX_COMPILER_ID:Clang>:-Wthread-safety>)
 target_link_libraries(logicalcontrols_settings INTERFACE Threads::Threads ${CMAKE_DL_LIBS} logicalcontrols_boost)
 
 set(CMAKE_CXX_EXTENSIONS OFF)

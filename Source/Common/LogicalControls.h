@@ -6,6 +6,7 @@
 #include "ClientComms/MsgHandlerBase.h"
 #include "ClientComms/PPCSender.h"
 #include "ClientComms/RawPPCQueue.h"
+#include "ClientComms/ReceiveStatistics.h"
 #include "ClientComms/SimpleUDPPPCSender.h"
 #include "ClientComms/UDPPacket.h"
 #include "Diagnostics/DiagnosticsSocketSender.h"
@@ -26,3 +27,4 @@
 #include "Runtime/Locks.h"
 #include "Runtime/MemPool.h"
 #include "Runtime/Memory.h"
+#include "Runtime/ThreadSafety.h"

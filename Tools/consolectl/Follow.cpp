@@ -20,6 +20,7 @@ struct stOptions
     double dUntilSilent = 0;
     std::vector<std::string> changes;
     std::string strSave;
+    bool bStatistics = false;
 };
 
 // A change on its way: sent to the MC, and not yet back in an update.
@@ -33,6 +34,25 @@ struct stTrackedChange
 std::string PeriodText(float fMilliseconds)
 {
     return fMilliseconds < 0 ? "  none   " : Format("%6.1f ms", static_cast<double>(fMilliseconds));
+}
+
+// Every counter that moved.
+void PrintStatistics(const CImageFollower& follower)
+{
+    const stReceiveStatistics statistics = follower.GetStatistics();
+    for (int nCounter = 0; nCounter < enReceiveCounterCount; ++nCounter)
+    {
+        const std::uint32_t unCount = statistics.aunCount[nCounter];
+        if (unCount != 0)
+        {
+            Line("%14s  %s", Grouped(unCount).c_str(), ReceiveCounterText(static_cast<enReceiveCounter>(nCounter)));
+        }
+    }
+    for (const auto* pSender = statistics.aSenders; pSender != statistics.aSenders + statistics.nSenders; ++pSender)
+    {
+        Line("%14s  datagrams from %s, %s bytes", Grouped(pSender->unDatagrams).c_str(), pSender->address.Text(),
+             Grouped(pSender->unBytes).c_str());
+    }
 }
 
 class CFollow
@@ -167,7 +187,11 @@ int CFollow::Finish()
 {
     PrintLiveLine(true);
     Line("client: %s updates applied, %ld bad ones, %u datagrams dropped by the kernel",
-         Grouped(m_Follower.GetUpdatesApplied()).c_str(), m_lErrors, m_Follower.GetKernelDrops());
+         Grouped(m_Follower.GetUpdatesApplied()).c_str(), m_lErrors, m_Follower.GetSocketStatistics().unKernelDrops);
+    if (m_Options.bStatistics)
+    {
+        PrintStatistics(m_Follower);
+    }
     const std::string strError = m_Options.strSave.empty() ? std::string() : SaveImage(m_Image, m_Options.strSave);
     if (!strError.empty())
     {
@@ -237,6 +261,7 @@ void AddFollow(CLI::App& app, int& nStatus)
         ->take_all()
         ->allow_extra_args(false);
     pCommand->add_option("--save", pOptions->strSave, "Write the image to this file at the end");
+    pCommand->add_flag("--statistics", pOptions->bStatistics, "At the end, say what came and what became of it");
     pCommand->callback(
         [pOptions, &nStatus]
         {

@@ -48,7 +48,7 @@ public:
 private:
     const std::size_t m_unRoom;
     CCritSec m_Lock;
-    std::vector<T> m_Items;
-    std::size_t m_unUsed;
-    std::size_t m_unLost;
+    std::vector<T> m_Items LOGICALCONTROLS_GUARDED_BY(m_Lock);
+    std::size_t m_unUsed LOGICALCONTROLS_GUARDED_BY(m_Lock);
+    std::size_t m_unLost LOGICALCONTROLS_GUARDED_BY(m_Lock);
 };

@@ -108,7 +108,8 @@ bool CListen::IsOver() const
 
 void CListen::PrintSummary()
 {
-    const std::size_t unLost = m_Receiver.GetLost() + m_Receiver.GetKernelDrops() + m_Receiver.GetTruncated();
+    const RySocketIO::stSocketStatistics statistics = m_Receiver.GetSocketStatistics();
+    const std::size_t unLost = m_Receiver.GetLost() + statistics.unKernelDrops + statistics.unTruncated;
     Line("reports: %s, devices: %zu, refused: %s, lost: %zu", Grouped(m_lReports).c_str(), m_Devices.size(),
          Grouped(m_lRefused).c_str(), unLost);
     for (const auto& entry : m_Devices)

@@ -96,7 +96,7 @@ CClientMsgHandler::CClientMsgHandler(bool bFlag)
     : RySocketIO::CSocket(RySocketIO::enConnectionUDP, bFlag, false), m_SenderMutex(CMutex::enNormal), m_bSenderChanged(false),
       m_nCurrentCache(0), m_aucNewUpdate(), m_aucError(), m_unStartSeconds(0), m_nStartMicroseconds(0), m_nMCTimeouts(0),
       m_unDefaultPort(0), m_pSendPacket(new UDP_PACKET), m_bSending(false), m_bStopSending(false), m_unSequence(0),
-      m_unProcessedSequence(0)
+      m_unProcessedSequence(0), m_nAcceptedSenders(0)
 {
     ResetRemoteAddresses();
     for (int nCache = 0; nCache < enCaches; ++nCache)
@@ -105,7 +105,6 @@ CClientMsgHandler::CClientMsgHandler(bool bFlag)
         m_aCaches[nCache].update.SetShallowMode(true);
         m_aucNewUpdate[nCache] = 0;
         m_aucError[nCache] = 0;
-        m_apReceiveBuffer[nCache].reset(new unsigned char[enReceiveBufferSize]);
     }
     SetUseSenderInfo(true);
 }
@@ -184,6 +183,14 @@ bool CClientMsgHandler::GenerateMultiplePPCPacket(const unsigned char* pData, in
 void CClientMsgHandler::OnReceivedData(char* pData, long lLength, const RySocketIO::CIPString& sender)
 {
     CUtility::Debug("CClientMsgHandler::OnReceivedData length %d", static_cast<int>(lLength));
+    m_Counters.CountSender(sender, static_cast<std::uint32_t>(std::max(lLength, 0L)));
+    if (!IsAccepted(sender))
+    {
+        m_Counters.Count(enCountDatagrams);
+        m_Counters.Count(enRejectedSender);
+        CUtility::Debug("CClientMsgHandler::OnReceivedData - sender %s is not accepted, ignoring", sender.Text());
+        return;
+    }
     const int nCache = m_nCurrentCache;
     int nResult = enNoMessage;
     bool bNewUpdate = false;
@@ -192,9 +199,11 @@ void CClientMsgHandler::OnReceivedData(char* pData, long lLength, const RySocket
         const CLockGuard<CMutex> guard(m_aCaches[nCache].mutex);
         if (!guard.IsHeld())
         {
+            m_Counters.Count(enCountDatagrams);
+            m_Counters.Count(enRejectedLock);
             return;
         }
-        unsigned char* pBuffer = m_apReceiveBuffer[nCache].get();
+        unsigned char* pBuffer = m_aCaches[nCache].pBuffer.get();
         int nSize = enReceiveBufferSize;
         nResult = Reassemble(pData, lLength, &pBuffer, nSize, enDatagramMCUpdate);
         if (nResult == enDatagramMCUpdate)
@@ -217,6 +226,7 @@ void CClientMsgHandler::OnReceivedData(char* pData, long lLength, const RySocket
     }
     else
     {
+        m_Counters.Count(enCountForeign);
         CUtility::Debug("CClientMsgHandler::OnReceivedData - received incorrect packet type (should be bma update), ignoring");
     }
 }
@@ -257,7 +267,7 @@ void CClientMsgHandler::ReceivedMCData(unsigned char* pData, long lLength)
         return;
     }
     // A decoded update points into the cache's own buffer, whoever's bytes these are.
-    unsigned char* pBuffer = m_apReceiveBuffer[nCache].get();
+    unsigned char* pBuffer = m_aCaches[nCache].pBuffer.get();
     if (pData != nullptr && lLength > 0 && lLength <= enReceiveBufferSize)
     {
         std::memmove(pBuffer, pData, static_cast<std::size_t>(lLength));
@@ -268,6 +278,16 @@ void CClientMsgHandler::ReceivedMCData(unsigned char* pData, long lLength)
         lLength = 0;
     }
     DecodeUpdate(nCache, pData, lLength);
+}
+
+bool CClientMsgHandler::AcceptSender(const char* szAddress)
+{
+    if (szAddress == nullptr || m_nAcceptedSenders >= enMaxAcceptedSenders)
+    {
+        return false;
+    }
+    m_aAcceptedSenders[m_nAcceptedSenders++] = szAddress;
+    return true;
 }
 
 void CClientMsgHandler::ClearReceiveErrors()
@@ -311,17 +331,24 @@ bool CClientMsgHandler::GetLastSender(RySocketIO::CIPString& sender)
     return m_bSenderChanged.exchange(false);
 }
 
-// The cache's mutex is held.
+bool CClientMsgHandler::IsAccepted(const RySocketIO::CIPString& sender) const
+{
+    const RySocketIO::CIPString* const pEnd = m_aAcceptedSenders + m_nAcceptedSenders;
+    return m_nAcceptedSenders == 0 || std::find(m_aAcceptedSenders, pEnd, sender) != pEnd;
+}
+
 void CClientMsgHandler::DecodeUpdate(int nCache, const unsigned char* pData, long lLength)
 {
     CUtility::Debug("CClientMsgHandler::ReceivedMCData - called");
     CMCUpdateMsg& update = m_aCaches[nCache].update;
-    update.Parse(pData, static_cast<std::size_t>(std::max(lLength, 0L)));
-    int nCode = 0;
-    if (update.HaveError(&nCode))
+    m_Counters.Count(enCountUpdates);
+    m_Counters.Count(enCountSuperseded, m_aucNewUpdate[nCache]); // an update that waited here is overwritten
+    if (!DecodeMessage(update, pData, lLength))
     {
+        int nCode = 0;
+        update.HaveError(&nCode);
         m_aucError[nCache] = 1;
-        m_aucNewUpdate[nCache] = 0; // an older update that waited here is overwritten
+        m_aucNewUpdate[nCache] = 0;
         CUtility::Debug("CClientMsgHandler::ReceivedMCData - error with update msg parsing: %d, cache %d", nCode, nCache);
         return;
     }
@@ -339,14 +366,27 @@ void CClientMsgHandler::DecodeUpdate(int nCache, const unsigned char* pData, lon
     m_aucNewUpdate[nCache] = 1;
 }
 
+// False, too, for a good message after a bad one: the error stays until it is cleared.
+bool CClientMsgHandler::DecodeMessage(CMCUpdateMsg& update, const unsigned char* pData, long lLength)
+{
+    const bool bParsed = update.Parse(pData, static_cast<std::size_t>(std::max(lLength, 0L)));
+    if (!bParsed)
+    {
+        m_Counters.Count(pData == nullptr ? enDecodeErrorNull : enDecodeErrorInvalid);
+        return false;
+    }
+    stMCUpdateHeader header;
+    std::memcpy(&header, pData, sizeof header);
+    m_Counters.Count(enCountLengthMismatch, header.nBodyLength == lLength - long(sizeof header) ? 0 : 1);
+    const bool bError = update.HaveError(nullptr);
+    m_Counters.Count(enCountRefused, bError ? 1 : 0);
+    return !bError;
+}
+
 void CClientMsgHandler::RememberSender(const RySocketIO::CIPString& sender)
 {
-    if (!(sender != m_Sender))
-    {
-        return;
-    }
     const CLockGuard<CMutex> guard(m_SenderMutex);
-    if (guard.IsHeld())
+    if (guard.IsHeld() && sender != m_Sender)
     {
         m_Sender = sender;
         m_bSenderChanged = true;
@@ -491,10 +531,13 @@ int CClientMsgHandler::ApplyCache(int nCache, int nResult, bool& bApplied)
     m_unProcessedSequence = m_aCaches[nCache].unSequence;
     try
     {
-        return ProcessMCUpdate(m_aCaches[nCache].update);
+        const int nProcessed = ProcessMCUpdate(m_aCaches[nCache].update);
+        m_Counters.Count(enCountApplied);
+        return nProcessed;
     }
     catch (...)
     {
+        m_Counters.Count(enCountThrown);
         CUtility::Debug("CClientMsgHandler::UpdateBMA - ProcessMCUpdate threw, cache %d", nCache);
         return nResult;
     }

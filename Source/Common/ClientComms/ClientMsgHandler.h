@@ -132,6 +132,11 @@ public:
     // Receive thread: decodes one complete update message into the current cache.
     void ReceivedMCData(unsigned char* pData, long lLength);
 
+    // From now on datagrams of this sender, and of others accepted before, are the only ones that are looked at; all others are
+    // rejected before they can push out fragments of a message under way. At the start everybody is accepted. Up to 8 addresses,
+    // before InitialiseClient; false for more, and for null.
+    bool AcceptSender(const char* szAddress);
+
     // Makes caches that hold a bad update usable again.
     void ClearReceiveErrors();
 
@@ -149,20 +154,24 @@ private:
     enum : int
     {
         enCaches = 2,
-        enReceiveBufferSize = 1048576
+        enReceiveBufferSize = 1048576,
+        enMaxAcceptedSenders = 8
     };
 
     struct stUpdateData
     {
-        stUpdateData() : nIndex(0), mutex(CMutex::enNormal), unSequence(0) {}
+        stUpdateData() : nIndex(0), mutex(CMutex::enNormal), unSequence(0), pBuffer(new unsigned char[enReceiveBufferSize]) {}
 
         int nIndex;
-        CMCUpdateMsg update; // guarded by mutex
+        CMCUpdateMsg update LOGICALCONTROLS_GUARDED_BY(mutex);
         CMutex mutex;
-        std::uint32_t unSequence; // of the update; guarded by mutex
+        std::uint32_t unSequence LOGICALCONTROLS_GUARDED_BY(mutex); // of the update
+        const std::unique_ptr<unsigned char[]> pBuffer LOGICALCONTROLS_GUARDED_BY(mutex);
     };
 
-    void DecodeUpdate(int nCache, const unsigned char* pData, long lLength);
+    bool IsAccepted(const RySocketIO::CIPString& sender) const;
+    void DecodeUpdate(int nCache, const unsigned char* pData, long lLength) LOGICALCONTROLS_REQUIRES(m_aCaches[nCache].mutex);
+    bool DecodeMessage(CMCUpdateMsg& update, const unsigned char* pData, long lLength);
     void RememberSender(const RySocketIO::CIPString& sender);
     int ApplyCache(int nCache, int nResult, bool& bApplied);
     bool SendQueue();
@@ -172,13 +181,12 @@ private:
     void SendPacket(int nSize, bool& bLastSend, int& nSent);
 
     stUpdateData m_aCaches[enCaches];
-    RySocketIO::CIPString m_Sender; // written by the receive thread; guarded by m_SenderMutex
+    RySocketIO::CIPString m_Sender LOGICALCONTROLS_GUARDED_BY(m_SenderMutex);
     CMutex m_SenderMutex;
     std::atomic<bool> m_bSenderChanged;
-    int m_nCurrentCache;                                          // of the receive thread
-    std::atomic<unsigned char> m_aucNewUpdate[enCaches];          // changed under the cache's mutex
-    std::atomic<unsigned char> m_aucError[enCaches];              // changed under the cache's mutex
-    std::unique_ptr<unsigned char[]> m_apReceiveBuffer[enCaches]; // guarded by the cache's mutex
+    int m_nCurrentCache;                                 // of the receive thread
+    std::atomic<unsigned char> m_aucNewUpdate[enCaches]; // changed under the cache's mutex
+    std::atomic<unsigned char> m_aucError[enCaches];     // changed under the cache's mutex
     CUpdateTiming m_SurfaceTiming;
     CUpdateTiming m_RotaryTiming;
     std::atomic<std::uint32_t> m_unStartSeconds; // 0 until InitialiseClient
@@ -191,4 +199,6 @@ private:
     std::atomic<bool> m_bStopSending;
     std::uint32_t m_unSequence;          // of the update decoded last; of the receive thread
     std::uint32_t m_unProcessedSequence; // of the application's thread
+    RySocketIO::CIPString m_aAcceptedSenders[enMaxAcceptedSenders];
+    int m_nAcceptedSenders;
 };

@@ -13,11 +13,10 @@ using RySocketIO::CUtility;
 namespace
 {
 
-int LogInvalidHeader(const UDP_PACKET_HEADER& header)
+void LogInvalidHeader(const UDP_PACKET_HEADER& header)
 {
     CUtility::Debug("[CMsgHandlerBase::ValidatePacketSequence] invalid packet header: type (%d) sequence (%d) total (%d)",
                     int(header.nType), static_cast<int>(header.unPacketNumber), static_cast<int>(header.unTotal));
-    return CMsgHandlerBase::enNoMessage;
 }
 
 // The numbers of a header against each other. All but the type are unsigned, so that a negative one is a huge one.
@@ -27,9 +26,15 @@ bool IsHeaderValid(const UDP_PACKET_HEADER& header)
            header.unPacketNumber <= header.unTotal && header.unTotal <= std::uint32_t(c_nMaxFragments);
 }
 
+bool IsOfMessage(const UDP_PACKET_HEADER& header, int nType, int nTotal)
+{
+    return header.nType == nType && header.unTotal == static_cast<std::uint32_t>(nTotal);
+}
+
 } // namespace
 
-CMsgHandlerBase::CMsgHandlerBase() : m_aRemoteAddresses(), m_nRemoteAddresses(0), m_aRing(), m_nReceivedPackets(0)
+CMsgHandlerBase::CMsgHandlerBase()
+    : m_aRemoteAddresses(), m_nRemoteAddresses(0), m_aRing(), m_nReceivedPackets(0), m_abUnfinished(), m_bStrictMatching(false)
 {
     for (UDP_PACKET& slot : m_aRing)
     {
@@ -77,17 +82,21 @@ int CMsgHandlerBase::Reassemble(const char* pData, long lLength, unsigned char**
 {
     CUtility::Debug("CMsgHandlerBase::ValidatePacketSequence - validating (lLength = %d) (m_nReceivedPackets = %d)",
                     static_cast<int>(lLength), m_nReceivedPackets);
+    m_Counters.Count(enCountDatagrams);
     if (lLength < c_nDatagramHeader || pData == nullptr || ppBuffer == nullptr || *ppBuffer == nullptr)
     {
-        return enNoMessage;
+        return Reject(enRejectedTooShort);
     }
+    m_Counters.Count(enCountBytes, static_cast<std::uint32_t>(lLength));
     // The overlay has no alignment; only the lLength bytes that are there are looked at.
     const UDP_PACKET* pPacket = reinterpret_cast<const UDP_PACKET*>(pData);
     const UDP_PACKET_HEADER& header = pPacket->header;
     if (!IsHeaderValid(header))
     {
-        return LogInvalidHeader(header);
+        LogInvalidHeader(header);
+        return Reject(enRejectedHeader);
     }
+    m_Counters.CountType(header.nType);
     const std::uint32_t unCapacity = static_cast<std::uint32_t>(std::max(nBufferSize, 0));
     const bool bSingle = header.unTotal == 1;
     if (bSingle && header.unPayloadLength > unCapacity)
@@ -95,21 +104,23 @@ int CMsgHandlerBase::Reassemble(const char* pData, long lLength, unsigned char**
         CUtility::Debug("[CMsgHandlerBase::ValidatePacketSequence] supplied buffer is too small to hold the rx packet; packet "
                         "(%d) bytes, buffer (%d) bytes.",
                         static_cast<int>(header.unPayloadLength), nBufferSize);
-        return enNoMessage;
+        return Reject(enRejectedBuffer);
     }
     if (header.unPayloadLength > static_cast<unsigned long>(lLength - c_nDatagramHeader))
     {
-        return LogInvalidHeader(header); // a payload that is not there
+        LogInvalidHeader(header); // a payload that is not there
+        return Reject(enRejectedPayload);
     }
 
     const int nTotal = static_cast<int>(header.unTotal);
     const UDP_PACKET* apTable[c_nMaxFragments] = {};
     apTable[header.unPacketNumber - 1] = pPacket;
-    if (!bSingle && !LocatePacketsOfMessage(apTable, static_cast<long>(header.unMessageId), nTotal))
+    if (!bSingle && !Locate(apTable, header.unMessageId, nTotal, m_bStrictMatching ? int(header.nType) : int(enAnyType)))
     {
         if (lLength > c_nMaxDatagram)
         {
-            return LogInvalidHeader(header); // larger than a slot of the ring
+            LogInvalidHeader(header); // larger than a slot of the ring
+            return Reject(enRejectedTooLarge);
         }
         StoreFragment(pData, lLength);
         return enNoMessage;
@@ -118,25 +129,39 @@ int CMsgHandlerBase::Reassemble(const char* pData, long lLength, unsigned char**
     if (!JoinFragments(apTable, nTotal, *ppBuffer, nBufferSize, bCopy))
     {
         CUtility::Debug("[CMsgHandlerBase::ValidatePacketSequence] fragmented message was too big to fit in the supplied buffer.");
-        return enNoMessage;
+        return Reject(enRejectedBuffer);
     }
+    CountCompleting(apTable, nTotal, header);
     return header.nType;
+}
+
+void CMsgHandlerBase::SetStrictMatching(bool bStrict)
+{
+    m_bStrictMatching = bStrict;
+}
+
+stReceiveStatistics CMsgHandlerBase::GetStatistics() const
+{
+    return m_Counters.Read();
 }
 
 bool CMsgHandlerBase::LocatePacketsOfMessage(const UDP_PACKET** ppTable, long lMessageId, int nTotal)
 {
-    if (ppTable == nullptr || nTotal < 1 || nTotal > c_nMaxFragments)
-    {
-        return false;
-    }
+    return ppTable != nullptr && nTotal >= 1 && nTotal <= c_nMaxFragments &&
+           Locate(ppTable, static_cast<std::uint32_t>(lMessageId), nTotal, enAnyType);
+}
+
+// With a type, fragments of that type and total alone.
+bool CMsgHandlerBase::Locate(const UDP_PACKET** ppTable, std::uint32_t unMessageId, int nTotal, int nType) const
+{
     const auto missing = [&] { return std::count(ppTable, ppTable + nTotal, nullptr); };
-    const std::uint32_t unMessageId = static_cast<std::uint32_t>(lMessageId);
     for (int nAge = 1; nAge <= enRingSize && missing() != 0; ++nAge)
     {
         const UDP_PACKET& slot = m_aRing[(m_nReceivedPackets - nAge + enRingSize) % enRingSize];
         const std::uint32_t unNumber = slot.header.unPacketNumber;
-        if (slot.header.nType != enFreeSlot && slot.header.unMessageId == unMessageId &&
-            unNumber <= static_cast<std::uint32_t>(nTotal) && ppTable[unNumber - 1] == nullptr)
+        const bool bMatches = slot.header.unMessageId == unMessageId && unNumber <= static_cast<std::uint32_t>(nTotal) &&
+                              (nType == enAnyType || IsOfMessage(slot.header, nType, nTotal));
+        if (slot.header.nType != enFreeSlot && bMatches && ppTable[unNumber - 1] == nullptr)
         {
             ppTable[unNumber - 1] = &slot;
         }
@@ -246,8 +271,33 @@ bool CMsgHandlerBase::JoinFragments(const UDP_PACKET* const* ppTable, int nTotal
     return true;
 }
 
+int CMsgHandlerBase::Reject(enReceiveCounter enReason)
+{
+    m_Counters.Count(enReason);
+    return enNoMessage;
+}
+
 void CMsgHandlerBase::StoreFragment(const char* pData, long lLength)
 {
+    m_Counters.Count(enCountStored);
+    m_Counters.Count(enCountEvicted, m_abUnfinished[m_nReceivedPackets] ? 1 : 0);
     std::memcpy(&m_aRing[m_nReceivedPackets], pData, static_cast<std::size_t>(lLength));
+    m_abUnfinished[m_nReceivedPackets] = true;
     m_nReceivedPackets = (m_nReceivedPackets + 1) % enRingSize;
+}
+
+void CMsgHandlerBase::CountCompleting(const UDP_PACKET* const* ppTable, int nTotal, const UDP_PACKET_HEADER& header)
+{
+    m_Counters.Count(enCountCompleting);
+    if (nTotal == 1)
+    {
+        return;
+    }
+    const bool bOneMessage = std::all_of(
+        ppTable, ppTable + nTotal, [&](const UDP_PACKET* pPacket) { return IsOfMessage(pPacket->header, header.nType, nTotal); });
+    m_Counters.Count(enCountMixed, bOneMessage ? 0 : 1);
+    for (int nSlot = 0; nSlot < enRingSize; ++nSlot)
+    {
+        m_abUnfinished[nSlot] = m_abUnfinished[nSlot] && m_aRing[nSlot].header.unMessageId != header.unMessageId;
+    }
 }

@@ -2,6 +2,7 @@
 #pragma once
 
 #include "ClientComms/RawPPCQueue.h"
+#include "ClientComms/ReceiveStatistics.h"
 #include "ClientComms/UDPPacket.h"
 #include "Runtime/Export.h"
 #include "Runtime/Locks.h"
@@ -44,6 +45,13 @@ public:
     // datagram that is refused is logged; none is trusted in any of its numbers.
     int ValidatePacketSequence(const char* pData, long lLength, unsigned char** ppBuffer, int& nBufferSize);
 
+    // From now on fragments are matched by their type and total as well, as no two messages of one id and one sender differ in. Off
+    // at the start. Before anything is received.
+    void SetStrictMatching(bool bStrict);
+
+    // What came so far, and what became of it. Any thread.
+    stReceiveStatistics GetStatistics() const;
+
     // Fills the empty ones among the first nTotal entries of the table from the ring, newest first. True when all are filled;
     // false at once for a total outside 1 to 5.
     bool LocatePacketsOfMessage(const UDP_PACKET** ppTable, long lMessageId, int nTotal);
@@ -75,10 +83,11 @@ protected:
     // As ValidatePacketSequence; a complete message of another type than nWantedType is checked and reported, but not copied.
     int Reassemble(const char* pData, long lLength, unsigned char** ppBuffer, int& nBufferSize, int nWantedType);
 
-    CRawPPCQueue m_PPCBuffer; // guarded by m_PPCBufferLock
+    CRawPPCQueue m_PPCBuffer LOGICALCONTROLS_GUARDED_BY(m_PPCBufferLock);
     CCritSec m_PPCBufferLock;
     stRemoteAddress m_aRemoteAddresses[enMaxRemoteAddresses];
     int m_nRemoteAddresses;
+    CReceiveCounters m_Counters;
 
 private:
     enum : int
@@ -91,9 +100,14 @@ private:
     bool QueueRecord(const stPPCAddress& address, const T& value);
     bool Enqueue(std::unique_ptr<CRawPPCMsg[]> pMessage);
 
+    int Reject(enReceiveCounter enReason);
+    bool Locate(const UDP_PACKET** ppTable, std::uint32_t unMessageId, int nTotal, int nType) const;
     bool JoinFragments(const UDP_PACKET* const* ppTable, int nTotal, unsigned char* pBuffer, int& nBufferSize, bool bCopy);
     void StoreFragment(const char* pData, long lLength);
+    void CountCompleting(const UDP_PACKET* const* ppTable, int nTotal, const UDP_PACKET_HEADER& header);
 
     UDP_PACKET m_aRing[enRingSize];
-    int m_nReceivedPackets; // where the next fragment goes
+    int m_nReceivedPackets;          // where the next fragment goes
+    bool m_abUnfinished[enRingSize]; // no message with this fragment has been whole
+    bool m_bStrictMatching;
 };

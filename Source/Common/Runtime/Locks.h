@@ -2,12 +2,13 @@
 #pragma once
 
 #include "Runtime/Export.h"
+#include "Runtime/ThreadSafety.h"
 
 #include <pthread.h>
 #include <semaphore.h>
 
 // A plain mutex for the shortest of sections. Never throws; Lock and Unlock return what pthreads returned, 0 on success.
-class LOGICALCONTROLS_EXPORT CCritSec
+class LOGICALCONTROLS_EXPORT LOGICALCONTROLS_LOCK CCritSec
 {
 public:
     CCritSec();
@@ -15,8 +16,8 @@ public:
     CCritSec(const CCritSec&) = delete;
     CCritSec& operator=(const CCritSec&) = delete;
 
-    int Lock();
-    int Unlock();
+    int Lock() LOGICALCONTROLS_TRIES(false);
+    int Unlock() LOGICALCONTROLS_RELEASES();
 
 private:
     pthread_mutex_t m_Mutex;
@@ -24,7 +25,7 @@ private:
 
 // A mutex of a chosen kind that knows whether it could be set up. One that could not refuses every Lock and Unlock with false:
 // a caller must look at the result before it touches what the mutex guards. Destroying a held CMutex unlocks it first.
-class LOGICALCONTROLS_EXPORT CMutex
+class LOGICALCONTROLS_EXPORT LOGICALCONTROLS_LOCK CMutex
 {
 public:
     // Value 1 is an error-checking mutex, not a recursive one: a second Lock by its owner returns false.
@@ -39,8 +40,8 @@ public:
     CMutex(const CMutex&) = delete;
     CMutex& operator=(const CMutex&) = delete;
 
-    bool Lock();
-    bool Unlock();
+    bool Lock() LOGICALCONTROLS_TRIES(true);
+    bool Unlock() LOGICALCONTROLS_RELEASES();
 
 private:
     pthread_mutex_t m_Mutex;
@@ -56,24 +57,24 @@ class LOGICALCONTROLS_EXPORT CRWMutex
 {
 public:
     // Takes and releases the bound lock for reading; any number of readers hold it together. False when that failed.
-    class LOGICALCONTROLS_EXPORT CReadLock
+    class LOGICALCONTROLS_EXPORT LOGICALCONTROLS_LOCK CReadLock
     {
     public:
         explicit CReadLock(CRWMutex& mutex);
-        bool Lock();
-        bool Unlock();
+        bool Lock() LOGICALCONTROLS_TRIES(true);
+        bool Unlock() LOGICALCONTROLS_RELEASES();
 
     private:
         CRWMutex& m_Mutex;
     };
 
     // Takes and releases the bound lock for writing, alone. False when that failed.
-    class LOGICALCONTROLS_EXPORT CWriteLock
+    class LOGICALCONTROLS_EXPORT LOGICALCONTROLS_LOCK CWriteLock
     {
     public:
         explicit CWriteLock(CRWMutex& mutex);
-        bool Lock();
-        bool Unlock();
+        bool Lock() LOGICALCONTROLS_TRIES(true);
+        bool Unlock() LOGICALCONTROLS_RELEASES();
 
     private:
         CRWMutex& m_Mutex;
@@ -121,11 +122,11 @@ private:
 
 // Holds a CMutex or a CCritSec for the length of a block. Look at IsHeld before touching what the lock guards.
 template <class Lock>
-class CLockGuard
+class LOGICALCONTROLS_LOCK_GUARD CLockGuard
 {
 public:
-    explicit CLockGuard(Lock& lock) : m_Lock(lock), m_bHeld(Succeeded(lock.Lock())) {}
-    ~CLockGuard()
+    explicit CLockGuard(Lock& lock) LOGICALCONTROLS_ACQUIRES(lock) : m_Lock(lock), m_bHeld(Take(lock)) {}
+    ~CLockGuard() LOGICALCONTROLS_RELEASES()
     {
         if (m_bHeld)
         {
@@ -138,8 +139,8 @@ public:
     bool IsHeld() const { return m_bHeld; }
 
 private:
-    static bool Succeeded(bool bResult) { return bResult; }
-    static bool Succeeded(int nResult) { return nResult == 0; }
+    static bool Take(CMutex& lock) LOGICALCONTROLS_UNCHECKED { return lock.Lock(); }
+    static bool Take(CCritSec& lock) LOGICALCONTROLS_UNCHECKED { return lock.Lock() == 0; }
 
     Lock& m_Lock;
     const bool m_bHeld;

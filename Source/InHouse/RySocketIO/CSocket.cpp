@@ -69,8 +69,8 @@ class __attribute__((visibility("hidden"))) CSocket::CReceiver
 {
 public:
     explicit CReceiver(CSocket& owner)
-        : m_Owner(owner), m_nSocket(-1), m_Interface(), m_nBufferSize(0), m_bUseSenderInfo(false), m_unKernelDrops(0),
-          m_unTruncated(0), m_LastSender(), m_LastSenderText("0.0.0.0")
+        : m_Owner(owner), m_nSocket(-1), m_Interface(), m_nBufferSize(0), m_bUseSenderInfo(false), m_unDatagrams(0), m_unBytes(0),
+          m_unTruncated(0), m_unKernelDrops(0), m_unErrors(0), m_LastSender(), m_LastSenderText("0.0.0.0")
     {
     }
 
@@ -91,8 +91,10 @@ public:
 
     void SetUseSenderInfo(bool bUse) { m_bUseSenderInfo = bUse; }
     int BufferSize() const { return m_nBufferSize; }
-    unsigned int KernelDrops() const { return m_unKernelDrops; }
-    unsigned int Truncated() const { return m_unTruncated; }
+    stSocketStatistics Statistics() const
+    {
+        return {m_unDatagrams, m_unBytes, m_unTruncated, m_unKernelDrops, m_unErrors, m_nBufferSize};
+    }
 
 private:
     bool Configure(unsigned int unPort, const char* szLocalAddress, const char* szInterfaceAddress);
@@ -106,8 +108,11 @@ private:
     in_addr m_Interface;
     int m_nBufferSize;
     std::atomic<bool> m_bUseSenderInfo;
-    std::atomic<unsigned int> m_unKernelDrops;
-    std::atomic<unsigned int> m_unTruncated;
+    std::atomic<std::uint32_t> m_unDatagrams;
+    std::atomic<std::uint32_t> m_unBytes;
+    std::atomic<std::uint32_t> m_unTruncated;
+    std::atomic<std::uint32_t> m_unKernelDrops;
+    std::atomic<std::uint32_t> m_unErrors;
     CStopEvent m_Stop;
     std::thread m_Thread;
 
@@ -259,7 +264,9 @@ bool CSocket::CReceiver::ReceiveOne()
     const ssize_t nLength = recvmsg(m_nSocket, &message, 0);
     if (nLength < 0)
     {
-        return errno == EINTR || errno == EAGAIN || errno == EWOULDBLOCK;
+        const bool bHarmless = errno == EINTR || errno == EAGAIN || errno == EWOULDBLOCK;
+        m_unErrors += bHarmless ? 0 : 1;
+        return bHarmless;
     }
     CountKernelDrops(message);
     if ((message.msg_flags & MSG_TRUNC) != 0)
@@ -267,6 +274,8 @@ bool CSocket::CReceiver::ReceiveOne()
         ++m_unTruncated;
         return true;
     }
+    ++m_unDatagrams;
+    m_unBytes += static_cast<std::uint32_t>(nLength);
     Deliver(nLength, sender);
     return true;
 }
@@ -340,14 +349,9 @@ int CSocket::GetReceiveBufferSize() const
     return m_pReceiver->BufferSize();
 }
 
-unsigned int CSocket::GetKernelDrops() const
+stSocketStatistics CSocket::GetSocketStatistics() const
 {
-    return m_pReceiver->KernelDrops();
-}
-
-unsigned int CSocket::GetTruncated() const
-{
-    return m_pReceiver->Truncated();
+    return m_pReceiver->Statistics();
 }
 
 void CSocket::OnReceivedData(char*, long) {}

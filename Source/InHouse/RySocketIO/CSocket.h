@@ -3,10 +3,22 @@
 
 #include "RySocketIO/CIPString.h"
 
+#include <cstdint>
 #include <memory>
 
 namespace RySocketIO
 {
+
+// What a socket has received and lost since it was opened, modulo 2^32.
+struct stSocketStatistics
+{
+    std::uint32_t unDatagrams; // handed to OnReceivedData
+    std::uint32_t unBytes;
+    std::uint32_t unTruncated;   // too long to be taken whole, dropped
+    std::uint32_t unKernelDrops; // lost in the kernel because the receive buffer was full; 0 where the kernel doesn't tell
+    std::uint32_t unErrors;      // failed calls to receive
+    std::int32_t nReceiveBuffer; // bytes that the system granted
+};
 
 enum enConnectionType : int
 {
@@ -48,10 +60,8 @@ public:
     unsigned int GetLocalPort() const;
     int GetReceiveBufferSize() const;
 
-    // Datagrams lost since the start: by the kernel because the buffer was full (where the kernel tells, else 0), and too long to
-    // be taken whole.
-    unsigned int GetKernelDrops() const;
-    unsigned int GetTruncated() const;
+    // Any thread. The kernel's losses are known when the next datagram comes.
+    stSocketStatistics GetSocketStatistics() const;
 
     // Called on the receive thread. The data is valid for the length of the call.
     virtual void OnReceivedData(char* pData, long lLength);
