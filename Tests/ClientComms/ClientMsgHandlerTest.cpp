@@ -1,6 +1,7 @@
 #include "ClientComms/ClientMsgHandler.h"
 
 #include "Runtime/Clock.h"
+#include "Runtime/Poison.h"
 #include "Support/Bytes.h"
 #include "Support/DebugLog.h"
 
@@ -662,5 +663,37 @@ TEST_F(ClientMsgHandler, NoUpdateIsTornBetweenTheThreadsAndTheLastIsApplied)
     EXPECT_GT(pHandler->m_nApplied, 0);
     EXPECT_TRUE(pHandler->m_bSawLast);
 }
+
+#ifdef LOGICALCONTROLS_CAN_POISON
+// Keeps what an update shows for longer than it may.
+class CForgetfulHandler : public CClientMsgHandler
+{
+public:
+    CForgetfulHandler() : CClientMsgHandler(false) {}
+    ~CForgetfulHandler() override { Shutdown(); }
+
+    int ProcessMCUpdate(const CMCUpdateMsg& update) override
+    {
+        int nLength = 0;
+        update.GetArray(enSwitch, m_pKept, nLength);
+        return *m_pKept;
+    }
+
+    const unsigned char* m_pKept = nullptr;
+};
+
+TEST(ClientMsgHandlerDeathTest, ALateLookAtAnUpdateIsReported)
+{
+    const auto pHandler = std::make_unique<CForgetfulHandler>();
+    tBytes datagram = Surface(9);
+    for (int nRound = 0; nRound < 2; ++nRound)
+    {
+        pHandler->OnReceivedData(reinterpret_cast<char*>(datagram.data()), static_cast<long>(datagram.size()),
+                                 CIPString("10.0.0.1"));
+        EXPECT_EQ(9, pHandler->UpdateBMA());
+    }
+    EXPECT_DEATH(EXPECT_EQ(9, *pHandler->m_pKept), "use-after-poison");
+}
+#endif
 
 } // namespace

@@ -218,7 +218,7 @@ TEST_F(DamagedReports, MayBeLong)
         const std::string strText(static_cast<std::size_t>(nLength), 'a');
         reports.push_back(Device(P(1, strText)));
         reports.push_back(Device(P(1) + strText));
-        reports.push_back(Device("<" + strText.substr(0, 100000) + " i=\"1\" v=\"1\" e=\"1\"/>"));
+        reports.push_back(Device("<" + strText.substr(0, 256) + " i=\"1\" v=\"1\" e=\"1\"/>"));
     }
     TryAll(reports);
     ASSERT_TRUE(Populate(reports[6]));
@@ -234,8 +234,8 @@ TEST_F(DamagedReports, MayHaveManyOfEverything)
     std::string strParameters;
     for (int nTime = 0; nTime < 3000; ++nTime)
     {
-        strAttributes += " a" + std::to_string(nTime) + "=\"b\"";
-        strNamespaces += " xmlns:a" + std::to_string(nTime) + "=\"urn:" + std::to_string(nTime) + "\"";
+        strAttributes += nTime < 252 ? " a" + std::to_string(nTime) + "=\"b\"" : "";
+        strNamespaces += nTime < 64 ? " xmlns:a" + std::to_string(nTime) + "=\"urn:" + std::to_string(nTime) + "\"" : "";
         strParameters += P(nTime * 7 - 9000);
     }
     TryAll({Device("<p i=\"1\" v=\"2\" e=\"3\"" + strAttributes + "/>"),

@@ -136,6 +136,14 @@ TEST(CritSec, ShutsAnotherThreadOut)
     EXPECT_EQ(0, CountTogether([&] { return section.Lock() == 0; }, [&] { section.Unlock(); }));
 }
 
+TEST(CritSec, WorksWithoutHavingBeenSetUp)
+{
+    const Support::CFailingCall noMutex(Support::CFailingCall::enMutexInit);
+    CCritSec section;
+    EXPECT_EQ(section.Lock(), 0);
+    EXPECT_EQ(section.Unlock(), 0);
+}
+
 TEST(CritSec, HasNoVirtualOperations)
 {
     EXPECT_FALSE(std::is_polymorphic<CCritSec>::value);

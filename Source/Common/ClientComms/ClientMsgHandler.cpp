@@ -1,6 +1,7 @@
 #include "ClientComms/ClientMsgHandler.h"
 
 #include "Runtime/Clock.h"
+#include "Runtime/Poison.h"
 #include "RySocketIO/CUtility.h"
 
 #include <algorithm>
@@ -204,6 +205,7 @@ void CClientMsgHandler::OnReceivedData(char* pData, long lLength, const RySocket
             return;
         }
         unsigned char* pBuffer = m_aCaches[nCache].pBuffer.get();
+        const CPoisonedAfter readable(pBuffer, enReceiveBufferSize);
         int nSize = enReceiveBufferSize;
         nResult = Reassemble(pData, lLength, &pBuffer, nSize, enDatagramMCUpdate);
         if (nResult == enDatagramMCUpdate)
@@ -268,6 +270,7 @@ void CClientMsgHandler::ReceivedMCData(unsigned char* pData, long lLength)
     }
     // A decoded update points into the cache's own buffer, whoever's bytes these are.
     unsigned char* pBuffer = m_aCaches[nCache].pBuffer.get();
+    const CPoisonedAfter readable(pBuffer, enReceiveBufferSize);
     if (pData != nullptr && lLength > 0 && lLength <= enReceiveBufferSize)
     {
         std::memmove(pBuffer, pData, static_cast<std::size_t>(lLength));
@@ -526,6 +529,7 @@ int CClientMsgHandler::ApplyCache(int nCache, int nResult, bool& bApplied)
     {
         return m_aucError[nCache] != 0 ? int(enUpdateDecodeError) : nResult; // went bad just now
     }
+    const CPoisonedAfter readable(m_aCaches[nCache].pBuffer.get(), enReceiveBufferSize);
     bApplied = true;
     m_aucNewUpdate[nCache] = 0;
     m_unProcessedSequence = m_aCaches[nCache].unSequence;

@@ -120,7 +120,8 @@ public:
 
     // Hands an update to the application, which returns a result of its own for UpdateBMA. Called with the cache's mutex held:
     // it must not call UpdateBMA, and the update's arrays are valid for the length of the call only: it is a shallow message, of
-    // which a copy keeps nothing. This one returns 0.
+    // which a copy keeps nothing. A program built with the address sanitizer is told when it looks at them later. This one returns
+    // 0.
     virtual int ProcessMCUpdate(const CMCUpdateMsg& update);
 
     // One round of the application's loop: applies what is new, and says how it went.

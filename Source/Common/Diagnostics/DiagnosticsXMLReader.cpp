@@ -1,5 +1,6 @@
 #include "Diagnostics/DiagnosticsXMLReader.h"
 
+#include "Diagnostics/ReportLimits.h"
 #include "Runtime/TextOrEmpty.h"
 
 #include <cstdio>
@@ -98,6 +99,13 @@ public:
         }
     }
 
+    // For why a report is refused, whatever else was wrong with it before.
+    void KeepInstead(const char* szMessage, int nLine)
+    {
+        m_strFirst.clear();
+        Keep(szMessage, nLine);
+    }
+
     void Keep(const char* szMessage, int nLine, const char* szFile = nullptr)
     {
         if (!m_strFirst.empty())
@@ -123,13 +131,17 @@ private:
     void* const m_pContext;
 };
 
+void Refuse(xmlParserCtxt& parser, const char* szReason)
+{
+    static_cast<CErrors*>(parser._private)->KeepInstead(szReason, xmlSAX2GetLineNumber(&parser));
+    xmlStopParser(&parser);
+    parser.wellFormed = 0;
+}
+
 // A report has no document type declaration: whoever sends one wants entities expanded or files read.
 void RefuseDocumentType(void* pContext, const xmlChar*, const xmlChar*, const xmlChar*)
 {
-    xmlParserCtxt& parser = *static_cast<xmlParserCtxtPtr>(pContext);
-    static_cast<CErrors*>(parser._private)->Keep("a document type declaration is not allowed", xmlSAX2GetLineNumber(&parser));
-    xmlStopParser(&parser);
-    parser.wellFormed = 0;
+    Refuse(*static_cast<xmlParserCtxtPtr>(pContext), "a document type declaration is not allowed");
 }
 
 // A parser as a new process has it, whatever this one has set for all of its XML, that refuses what a report does not have.
@@ -145,23 +157,50 @@ void Prepare(xmlParserCtxt& parser, CErrors& errors, int nOptions)
 
 // A report is ASCII. Converting from other character sets would load modules of the system that the report chooses, so it is read
 // as UTF-8, or UTF-16, whatever it declares.
-bool IsUnicode(const char* pBuffer, int nSize)
+bool IsUnicode(xmlCharEncoding enEncoding)
 {
-    const unsigned char* pBytes = reinterpret_cast<const unsigned char*>(pBuffer);
-    const xmlCharEncoding enEncoding = pBuffer != nullptr && nSize >= 4 ? xmlDetectCharEncoding(pBytes, 4) : XML_CHAR_ENCODING_NONE;
     return enEncoding == XML_CHAR_ENCODING_NONE || enEncoding == XML_CHAR_ENCODING_UTF8 ||
            enEncoding == XML_CHAR_ENCODING_UTF16LE || enEncoding == XML_CHAR_ENCODING_UTF16BE;
 }
 
-// What xmlParseMemory does.
+void StartElement(void* pContext, const xmlChar* szName, const xmlChar* szPrefix, const xmlChar* szNamespace, int nNamespaces,
+                  const xmlChar** pszNamespaces, int nAttributes, int nDefaulted, const xmlChar** pszAttributes)
+{
+    xmlParserCtxt& parser = *static_cast<xmlParserCtxtPtr>(pContext);
+    xmlSAX2StartElementNs(pContext, szName, szPrefix, szNamespace, nNamespaces, pszNamespaces, nAttributes, nDefaulted,
+                          pszAttributes);
+    if (const char* szReason = FindExcess(parser, nNamespaces, pszNamespaces))
+    {
+        Refuse(parser, szReason);
+    }
+}
+
+// What xmlParseMemory does, within limits.
 xmlDoc* Parse(const char* pBuffer, int nSize, CErrors& errors)
 {
-    const tParser pParser(IsUnicode(pBuffer, nSize) ? xmlCreateMemoryParserCtxt(pBuffer, nSize) : nullptr);
+    if (pBuffer == nullptr || nSize <= 0)
+    {
+        return nullptr;
+    }
+    const xmlCharEncoding enEncoding =
+        nSize >= 4 ? xmlDetectCharEncoding(reinterpret_cast<const unsigned char*>(pBuffer), 4) : XML_CHAR_ENCODING_NONE;
+    if (!IsUnicode(enEncoding))
+    {
+        return nullptr;
+    }
+    const stExcess excess = FindExcess(pBuffer, nSize, enEncoding);
+    if (excess.szReason != nullptr)
+    {
+        errors.Keep(excess.szReason, excess.nLine);
+        return nullptr;
+    }
+    const tParser pParser(xmlCreateMemoryParserCtxt(pBuffer, nSize));
     if (pParser == nullptr)
     {
         return nullptr;
     }
     Prepare(*pParser, errors, XML_PARSE_NONET | XML_PARSE_IGNORE_ENC);
+    pParser->sax->startElementNs = StartElement;
     xmlParseDocument(pParser.get());
     tDocument pDocument(pParser->myDoc);
     pParser->myDoc = nullptr;

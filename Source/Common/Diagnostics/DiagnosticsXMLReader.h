@@ -27,15 +27,24 @@ struct _xmlNode;
 //
 // A report comes from a network and is not trusted: a document type declaration, which the format does not have, is refused before
 // anything that it says is used, so nothing is expanded, and no file is read but the schema, which must not name others. It is read
-// as UTF-8, or UTF-16, whatever it declares, since other character sets make the system load code for them. Depth and lengths are
-// bound by the XML library's own limits. The library is initialised at the first reader and never cleaned up; its
-// settings for the whole process are neither used nor changed.
+// as UTF-8, or UTF-16, whatever it declares, since other character sets make the system load code for them. An element that is
+// beyond one of the limits below, none of which the format comes near, makes the whole report refused; attributes and the lengths
+// of names count in whatever looks like an element, also inside a comment. So the costs of parsing and validating grow no faster
+// than a report's length, whatever is in it: one that fits into a datagram takes milliseconds and a few megabytes. A report's
+// length itself is not limited, nor is the number of its elements; a value, or a text, is by the XML library, to 10 MB. The library
+// is initialised at the first reader and never cleaned up; its settings for the whole process are neither used nor changed.
 //
 // The two parse operations lock each other out. Nothing else locks: what reads a report (validate, too) must not run while another
 // is parsed.
 class LOGICALCONTROLS_EXPORT diagnostics_xml_reader
 {
 public:
+    // What an element has at most. A report with more is refused as one that is no XML, and GetError tells the limit.
+    static constexpr int c_nAttributeLimit = 256; // attributes, declarations of namespaces among them
+    static constexpr int c_nNamespaceLimit = 64;  // declarations of namespaces, together with all elements around it
+    static constexpr int c_nDepthLimit = 256;     // elements around it
+    static constexpr int c_nNameLimit = 256; // bytes of UTF-8 in its name, an attribute's (each with its prefix), a namespace's
+
     diagnostics_xml_reader();
     virtual ~diagnostics_xml_reader();
     diagnostics_xml_reader(const diagnostics_xml_reader&) = delete;

@@ -5,7 +5,11 @@
 
 CCritSec::CCritSec()
 {
-    pthread_mutex_init(&m_Mutex, nullptr);
+    if (pthread_mutex_init(&m_Mutex, nullptr) != 0)
+    {
+        const pthread_mutex_t ready = PTHREAD_MUTEX_INITIALIZER; // it is used all the same
+        m_Mutex = ready;
+    }
 }
 
 CCritSec::~CCritSec()

@@ -7,7 +7,8 @@
 #include <pthread.h>
 #include <semaphore.h>
 
-// A plain mutex for the shortest of sections. Never throws; Lock and Unlock return what pthreads returned, 0 on success.
+// A plain mutex for the shortest of sections, which works even where it could not be set up. Never throws; Lock and Unlock return
+// what pthreads returned, 0 on success.
 class LOGICALCONTROLS_EXPORT LOGICALCONTROLS_LOCK CCritSec
 {
 public:
