@@ -32,6 +32,12 @@ refuse "eth0 is not an IPv4 address" follow --interface eth0
 refuse "--surface-rate" mc --surface-rate -5
 refuse "--seconds" mc --seconds -1
 refuse "--moving-faders" mc --moving-faders 145
+refuse "--loss: Value 101 not in range" mc --loss 101
+refuse "--duplicate: Value -1 not in range" mc --duplicate -1
+refuse "--corrupt: Value nan not in range" mc --corrupt nan
+refuse "--truncate" mc --truncate some
+refuse "--reorder: Value 1001 not in range" mc --reorder 1001
+refuse "--delay: Value 1001 not in range" mc --delay 1001
 refuse "no address: Group/path/Type/parameter" follow --set MicInput/3=1
 refuse "no change: ADDRESS=VALUE" follow --set MicInput/3/Fader/0
 refuse '"Mic" is no parameter group' follow --set Mic/3/Fader/0=1

@@ -2,14 +2,14 @@
 #include "Address.h"
 #include "Common.h"
 #include "ImageFile.h"
+#include "MovingImage.h"
 #include "PPCReceiver.h"
 #include "Report.h"
 #include "Subcommands.h"
+#include "UpdateLink.h"
 
 #include <algorithm>
 #include <memory>
-#include <random>
-#include <set>
 #include <vector>
 
 namespace
@@ -17,9 +17,7 @@ namespace
 
 constexpr std::size_t c_unShownChanges = 5; // one by one, of a datagram
 constexpr double c_dSettleSeconds = 0.5;
-constexpr long c_lSwingMilliseconds = 1500; // a moving fader's way up, or down
 constexpr double c_dForEver = 1e9;
-const int c_nMicFader = canCommonParamTypesTable[enCommonFader][enMicInput];
 
 struct stOptions
 {
@@ -29,7 +27,7 @@ struct stOptions
     double dReportPeriod = 1;
     double dSeconds = 0;
     int nMovingFaders = 24;
-    unsigned int unSeed = 1;
+    stFaults faults; // its seed is the image's, too
     std::string strSave;
 };
 
@@ -53,7 +51,7 @@ class CSimulatedMC
 {
 public:
     explicit CSimulatedMC(const stOptions& options)
-        : m_Options(options), m_Updates(RySocketIO::enConnectionUDP, false, false), m_Start(tSteadyClock::now())
+        : m_Options(options), m_Image(m_Moving.Image()), m_Updates(options.link, options.faults), m_Start(tSteadyClock::now())
     {
     }
 
@@ -61,32 +59,28 @@ public:
 
 private:
     bool OpenSockets();
-    void FillImage();
-    void MoveImage(double dSeconds);
     void ApplyClientChanges();
     void SendUpdate(MCUpdateType enType);
     void SendReport(double dSeconds);
     void RunUntil(double dSeconds, bool bMove);
 
     const stOptions& m_Options;
-    CBMAContainer m_Image;
+    CMovingImage m_Moving;
+    CBMAContainer& m_Image;
     CMCUpdateMsg m_Message;
     UDP_PACKET m_Packet;
     std::vector<unsigned char> m_Serialised;
     CPPCReceiver m_PPCs;
-    RySocketIO::CSocket m_Updates;
+    CUpdateLink m_Updates;
     std::unique_ptr<CDiagnosticsSocketSender> m_pReports; // none while nothing is to be sent: it would close descriptor 0
     bool m_bReports = false;
     tSteadyClock::time_point m_Start;
-    std::set<int> m_TakenOver; // mic inputs whose fader a client has set
     double m_dNextSurface = 0;
     double m_dNextRotary = 0;
     double m_dNextReport = 0;
     const std::uint32_t m_unStartTime = CClock::Seconds();
     std::uint32_t m_unMessageId = m_unStartTime;
     long m_lUpdates[2] = {};
-    long m_lDatagrams = 0;
-    long m_lLost = 0;
     long m_lChangeDatagrams = 0;
     long m_lApplied = 0;
     long m_lRefused = 0;
@@ -101,48 +95,8 @@ bool CSimulatedMC::OpenSockets()
         m_pReports = std::make_unique<CDiagnosticsSocketSender>();
         m_bReports = m_pReports->EstablishMulticastTransmitter(XMLDiagnostics::c_strMulticastGroup.c_str(), c_unReportPort);
     }
-    return m_Updates.InitialiseLocalSockets(0, nullptr, szInterface, 1) &&
-           m_PPCs.InitialiseLocalSockets(c_unPPCPort, nullptr, szInterface, 1) && m_PPCs.AddToGroup(c_szPPCGroup);
-}
-
-// Something in every block, the same for the same seed on every machine.
-void CSimulatedMC::FillImage()
-{
-    std::mt19937 random(m_Options.unSeed);
-    BuildMCUpdate(m_Image, enMCUpdateAll, m_Message);
-    for (int nType = enRotary; nType < c_nMessageTypes; ++nType)
-    {
-        const void* pBlock = nullptr;
-        long lBytes = 0;
-        const CBMAContainer& image = m_Image;
-        image.GetMessageMemory(static_cast<tagenPPCMessageType>(nType), pBlock, lBytes);
-        unsigned char* pArray = m_Message.PrepareArray(static_cast<tagenPPCMessageType>(nType), static_cast<int>(lBytes));
-        // Small exponents, so that any four bytes make a tame float. The last byte may reach past the last parameter.
-        std::generate(pArray, pArray + lBytes - 1, [&] { return static_cast<unsigned char>(random() & 0x3f); });
-    }
-    ApplyMCUpdate(m_Message, m_Image);
-    for (int nPath = 0; nPath < canMaxPaths[enMicInput]; ++nPath)
-    {
-        RyGConsoleString strName(Format("Mic%d", nPath + 1));
-        m_Image.SetPPC(enString, enMicInput, nPath, canCommonParamTypesTable[enCommonName][enMicInput], strName, false, false);
-        m_Image.SetPPC(enFader, enMicInput, nPath, c_nMicFader, -60.0f, false, false);
-    }
-}
-
-// The first mic inputs' faders swing from -60 to 0 dB, until a client sets them; their meters swing on.
-void CSimulatedMC::MoveImage(double dSeconds)
-{
-    for (int nPath = 0; nPath < m_Options.nMovingFaders; ++nPath)
-    {
-        const long lPhase =
-            static_cast<long>((static_cast<std::int64_t>(dSeconds * 1000) + nPath * 100) % (2 * c_lSwingMilliseconds));
-        const double dSwing = static_cast<double>(std::min(lPhase, 2 * c_lSwingMilliseconds - lPhase)) / c_lSwingMilliseconds;
-        if (m_TakenOver.count(nPath) == 0)
-        {
-            m_Image.SetPPC(enFader, enMicInput, nPath, c_nMicFader, static_cast<float>(-60 + 60 * dSwing), false, false);
-        }
-        m_Image.SetPPC(enMeter, enMicInput, nPath, 0, static_cast<unsigned char>(255 * dSwing), false, false);
-    }
+    return m_Updates.Open() && m_PPCs.InitialiseLocalSockets(c_unPPCPort, nullptr, szInterface, 1) &&
+           m_PPCs.AddToGroup(c_szPPCGroup);
 }
 
 void CSimulatedMC::ApplyClientChanges()
@@ -158,10 +112,7 @@ void CSimulatedMC::ApplyClientChanges()
         }
         for (const stAddress& address : addresses)
         {
-            if (address.enType == enFader && address.enPathType == enMicInput && address.nParam == c_nMicFader)
-            {
-                m_TakenOver.insert(address.nPath);
-            }
+            m_Moving.ClientSets(address);
         }
         const stPPCResult result = ApplyPPCs(received.payload.data(), lLength, m_Image);
         m_lApplied += result.nApplied;
@@ -197,10 +148,7 @@ void CSimulatedMC::SendUpdate(MCUpdateType enType)
     ++m_unMessageId;
     for (int nFragment = 1; nFragment <= CountFragments(lSize); ++nFragment)
     {
-        const long lDatagram = MakeFragment(enDatagramMCUpdate, m_unMessageId, pSerialised, lSize, nFragment, m_Packet);
-        const bool bSent = m_Updates.Send(m_Options.link.strGroup.c_str(), m_Options.link.unPort,
-                                          reinterpret_cast<const char*>(&m_Packet), lDatagram);
-        ++(bSent ? m_lDatagrams : m_lLost);
+        m_Updates.Send(m_Packet, MakeFragment(enDatagramMCUpdate, m_unMessageId, pSerialised, lSize, nFragment, m_Packet));
     }
     ++m_lUpdates[enType == enMCUpdateRotary];
 }
@@ -231,7 +179,7 @@ void CSimulatedMC::RunUntil(double dSeconds, bool bMove)
         {
             if (bMove)
             {
-                MoveImage(dNow);
+                m_Moving.Move(dNow, m_Options.nMovingFaders);
             }
             SendUpdate(enMCUpdateSurface);
             m_dNextSurface = std::max(m_dNextSurface + 1 / m_Options.dSurfaceRate, dNow);
@@ -247,7 +195,8 @@ void CSimulatedMC::RunUntil(double dSeconds, bool bMove)
             m_dNextReport = std::max(m_dNextReport + m_Options.dReportPeriod, dNow);
         }
         const double dNext = std::min({m_dNextSurface, m_dNextRotary, dNow + 0.005});
-        SleepUntil(m_Start + std::chrono::duration_cast<tSteadyClock::duration>(std::chrono::duration<double>(dNext)));
+        const auto next = std::chrono::duration_cast<tSteadyClock::duration>(std::chrono::duration<double>(dNext));
+        SleepUntil(m_Updates.SendDue(m_Start + next));
     }
 }
 
@@ -257,7 +206,7 @@ int CSimulatedMC::Run()
     {
         return Fail("the network can't be had: " + LinkText({c_szPPCGroup, c_unPPCPort, m_Options.link.strInterface}));
     }
-    FillImage();
+    m_Moving.Fill(m_Options.faults.unSeed);
     Line("MC: %s", Describe(m_Options.link, m_PPCs.GetReceiveBufferSize()).c_str());
     Line("MC: changes from clients on %s:%u", c_szPPCGroup, c_unPPCPort);
     RunUntil(m_Options.dSeconds > 0 ? m_Options.dSeconds : c_dForEver, true);
@@ -265,13 +214,18 @@ int CSimulatedMC::Run()
     {
         RunUntil(m_Options.dSeconds + c_dSettleSeconds, false); // the last state, a few times over
     }
+    m_Updates.SendRest();
     Line("MC: sent %s surface and %s rotary updates in %s datagrams (%ld refused by the system)", Grouped(m_lUpdates[0]).c_str(),
-         Grouped(m_lUpdates[1]).c_str(), Grouped(m_lDatagrams).c_str(), m_lLost);
+         Grouped(m_lUpdates[1]).c_str(), Grouped(m_Updates.GetSent()).c_str(), m_Updates.GetRefused());
+    if (m_Options.faults.Any())
+    {
+        Line("MC: a bad network, %s", m_Updates.FaultsText().c_str());
+    }
     Line("MC: diagnostics reports sent to %s:%u: %s", XMLDiagnostics::c_strMulticastGroup.c_str(), c_unReportPort,
          Grouped(m_lReports).c_str());
     Line("MC: %s changes applied, %s refused, from %s datagrams; %u datagrams dropped by the kernel", Grouped(m_lApplied).c_str(),
-         Grouped(m_lRefused).c_str(), Grouped(m_lChangeDatagrams).c_str(), m_PPCs.GetKernelDrops());
-    if (m_lDatagrams == 0)
+         Grouped(m_lRefused).c_str(), Grouped(m_lChangeDatagrams).c_str(), m_PPCs.GetSocketStatistics().unKernelDrops);
+    if (m_Updates.GetSent() == 0 && !m_Updates.LostAll())
     {
         return Fail(
             Format("nothing could be sent to %s: is there an interface with a multicast route?", m_Options.link.strGroup.c_str()));
@@ -305,7 +259,9 @@ void AddMc(CLI::App& app, int& nStatus)
                      "Mic inputs whose fader and meter move; a fader that a client sets stays")
         ->check(CLI::Range(0, canMaxPaths[enMicInput]))
         ->capture_default_str();
-    pCommand->add_option("--seed", pOptions->unSeed, "Seed of the image's first contents")->capture_default_str();
+    pCommand->add_option("--seed", pOptions->faults.unSeed, "Seed of the image's first contents and of the network's faults")
+        ->capture_default_str();
+    AddFaultOptions(*pCommand, pOptions->faults);
     pCommand->add_option("--save", pOptions->strSave, "Write the image to this file at the end");
     pCommand->callback(
         [pOptions, &nStatus]

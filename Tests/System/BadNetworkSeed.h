@@ -1,0 +1,105 @@
+// One seed of updates through a bad network, over real sockets.
+#pragma once
+
+#include "BadNetwork.h"
+#include "LogicalControls.h"
+#include "Support/Figures.h"
+#include "Support/NumberedUpdates.h"
+#include "Support/ReassemblyModel.h"
+#include "Support/Wire.h"
+
+#include <atomic>
+#include <cstdint>
+#include <map>
+#include <set>
+#include <string>
+#include <utility>
+#include <vector>
+
+constexpr char c_szGroup[] = "225.0.0.46";
+constexpr unsigned int c_unPort = 7060;
+constexpr std::uint32_t c_unFirstId = 0x7fffff00; // the messages lie on both sides of 2^31
+constexpr std::uint32_t c_unNoDatagram = 0xffffffff;
+
+stFaults FaultsOf(std::uint32_t unSeed);
+
+struct stApplied
+{
+    std::uint32_t unSequence;
+    Support::stContents contents;
+};
+
+class CSmallHandler : public CClientMsgHandler
+{
+public:
+    explicit CSmallHandler(bool bFlag) : CClientMsgHandler(bFlag) {}
+    ~CSmallHandler() override { Shutdown(); }
+
+    int ProcessMCUpdate(const CMCUpdateMsg& update) override
+    {
+        stApplied applied;
+        applied.unSequence = GetUpdateSequence();
+        applied.contents.unUpdateType = static_cast<std::uint32_t>(int(update.GetUpdateType()));
+        for (int nType = 0; nType < c_nMessageTypes; ++nType)
+        {
+            const unsigned char* pArray = nullptr;
+            int nLength = 0;
+            if (update.GetArray(static_cast<tagenPPCMessageType>(nType), pArray, nLength) && nLength > 0)
+            {
+                applied.contents.arrays[nType].assign(pArray, pArray + nLength);
+            }
+        }
+        m_Applied.push_back(applied);
+        return 0;
+    }
+
+    std::vector<stApplied> m_Applied;
+};
+
+// The updates of one seed, from the sender's numbers to the explanation of each that was not applied.
+class CSeed
+{
+public:
+    CSeed(std::uint32_t unSeed, std::uint32_t unUpdates, Support::CFigures& figures)
+        : m_unSeed(unSeed), m_unUpdates(unUpdates), m_Figures(figures), m_Network(FaultsOf(unSeed)), m_Wire(c_szGroup, c_unPort)
+    {
+    }
+
+    void Run(RySocketIO::CSocket& sender);
+
+private:
+    struct stCompletion
+    {
+        Support::stContents contents;
+        std::vector<const Support::stWired*> fragments;
+        const Support::stWired* pLast;
+        bool bDecodes;
+        bool bApplied;
+    };
+
+    void Send(RySocketIO::CSocket& sender);
+    void Put(RySocketIO::CSocket& sender, const std::vector<stArrival>& arrivals);
+    void Receive(CSmallHandler& handler, const std::atomic<bool>& bSent);
+    void Replay(const stReceiveStatistics& statistics);
+    void MatchApplied(std::vector<stApplied> applied);
+    void CheckApplied(const stCompletion& completion, std::uint32_t unSequence);
+    void Balance(const stReceiveStatistics& statistics, const RySocketIO::stSocketStatistics& socket);
+    void Explain();
+    std::string ReasonOf(std::uint32_t unDatagram, const std::set<std::uint32_t>& lostInKernel) const;
+    bool Has(const Support::stWired& wired, enFault enWhat) const;
+    bool IsDamaged(const Support::stWired& wired) const { return Has(wired, enFaultTruncated) || Has(wired, enFaultCorrupted); }
+
+    const std::uint32_t m_unSeed;
+    const std::uint32_t m_unUpdates;
+    Support::CFigures& m_Figures;
+    CBadNetwork m_Network;
+    Support::CWire m_Wire;
+    std::vector<Support::stNumberedUpdate> m_Updates;
+    std::vector<std::uint32_t> m_UpdateOfDatagram; // its place in m_Updates
+    std::map<std::pair<std::uint32_t, bool>, std::set<enFault>> m_Faults;
+    Support::CReassemblyModel m_Model;
+    std::vector<stCompletion> m_Completions;
+    std::map<std::uint32_t, std::pair<std::uint32_t, std::uint32_t>> m_Newest; // sequence and number, by update type
+    std::set<std::uint32_t> m_Intact;                                          // datagrams of which an undamaged copy arrived
+    std::set<std::uint32_t> m_Whole;                                           // numbers applied
+};

@@ -1,0 +1,99 @@
+#include "UpdateLink.h"
+
+#include <algorithm>
+#include <cmath>
+
+namespace
+{
+
+constexpr double c_dMillionthsOfPercent = stFaults::c_unAlways / 100.0;
+constexpr unsigned int c_unMostReorder = 1000;
+constexpr double c_dLongestDelay = 1000; // milliseconds
+
+std::int64_t MicrosecondsSince(tSteadyClock::time_point start)
+{
+    return std::chrono::duration_cast<std::chrono::microseconds>(tSteadyClock::now() - start).count();
+}
+
+} // namespace
+
+void AddFaultOptions(CLI::App& command, stFaults& faults)
+{
+    static const struct
+    {
+        const char* szName;
+        std::uint32_t stFaults::*pFault;
+        const char* szHelp;
+    } aShares[] = {
+        {"--loss", &stFaults::unLoss, "Percent of the updates' datagrams that are lost"},
+        {"--duplicate", &stFaults::unDuplicate, "Percent that arrive twice"},
+        {"--corrupt", &stFaults::unCorrupt, "Percent of which a byte is wrong"},
+        {"--truncate", &stFaults::unTruncate, "Percent that are cut short"},
+    };
+    for (const auto& share : aShares)
+    {
+        const auto set = [&faults, &share](double dPercent)
+        { faults.*share.pFault = static_cast<std::uint32_t>(std::lround(dPercent * c_dMillionthsOfPercent)); };
+        command.add_option_function<double>(share.szName, set, share.szHelp)->check(Between(0, 100))->default_str("0");
+    }
+    command.add_option("--reorder", faults.unReorder, "A datagram may be held back behind up to so many later ones")
+        ->check(CLI::Range(0u, c_unMostReorder))
+        ->capture_default_str();
+    command
+        .add_option_function<double>(
+            "--delay", [&faults](double dMilliseconds) { faults.nDelay = std::llround(dMilliseconds * 1000); },
+            "Milliseconds that every datagram is under way")
+        ->check(Between(0, c_dLongestDelay))
+        ->default_str("0");
+}
+
+CUpdateLink::CUpdateLink(const stMulticastLink& link, const stFaults& faults)
+    : m_Link(link), m_Faults(faults), m_Network(faults), m_Socket(RySocketIO::enConnectionUDP, false, false),
+      m_Start(tSteadyClock::now())
+{
+}
+
+bool CUpdateLink::Open()
+{
+    return m_Socket.InitialiseLocalSockets(0, nullptr, m_Link.strInterface.c_str(), 1);
+}
+
+void CUpdateLink::Send(const UDP_PACKET& packet, long lLength)
+{
+    const std::int64_t nNow = MicrosecondsSince(m_Start);
+    m_Network.Send(nNow, &packet, static_cast<std::size_t>(lLength));
+    Put(m_Network.Receive(nNow));
+    m_Network.TakeRecords(); // the counts are enough here
+}
+
+tSteadyClock::time_point CUpdateLink::SendDue(tSteadyClock::time_point later)
+{
+    Put(m_Network.Receive(MicrosecondsSince(m_Start)));
+    const std::optional<std::int64_t> next = m_Network.NextArrival();
+    return next.has_value() ? std::min(later, m_Start + std::chrono::microseconds(*next)) : later;
+}
+
+void CUpdateLink::SendRest()
+{
+    Put(m_Network.Flush());
+}
+
+std::string CUpdateLink::FaultsText() const
+{
+    const auto count = [this](enFault enWhat) { return Grouped(m_Network.GetCount(enWhat)); };
+    return Format("seed %u: of %s datagrams %s lost, %s duplicated, %s cut short, %s corrupted, %s held back; %s delivered",
+                  m_Faults.unSeed, Grouped(m_Network.GetTaken()).c_str(), count(enFaultLost).c_str(),
+                  count(enFaultDuplicated).c_str(), count(enFaultTruncated).c_str(), count(enFaultCorrupted).c_str(),
+                  count(enFaultHeldBack).c_str(), Grouped(m_Network.GetDelivered()).c_str());
+}
+
+void CUpdateLink::Put(const std::vector<stArrival>& arrivals)
+{
+    for (const stArrival& arrival : arrivals)
+    {
+        const bool bSent =
+            m_Socket.Send(m_Link.strGroup.c_str(), m_Link.unPort, reinterpret_cast<const char*>(arrival.bytes.data()),
+                          static_cast<long>(arrival.bytes.size()));
+        ++(bSent ? m_lSent : m_lRefused);
+    }
+}
