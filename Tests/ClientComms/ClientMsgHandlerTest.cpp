@@ -4,6 +4,7 @@
 #include "Runtime/Poison.h"
 #include "Support/Bytes.h"
 #include "Support/DebugLog.h"
+#include "Support/SystemCalls.h"
 
 #include <gtest/gtest.h>
 
@@ -12,8 +13,10 @@
 #include <chrono>
 #include <climits>
 #include <condition_variable>
+#include <cstdio>
 #include <memory>
 #include <mutex>
+#include <random>
 #include <stdexcept>
 #include <string>
 #include <thread>
@@ -609,61 +612,6 @@ TEST_F(ClientMsgHandler, ItsSocketBringsUpdatesWithTheirSender)
     EXPECT_STREQ("127.0.0.1", sender.Text());
 }
 
-// Counts updates whose bytes differ from each other.
-class CTearCheckingHandler : public CClientMsgHandler
-{
-public:
-    CTearCheckingHandler() : CClientMsgHandler(false) {}
-
-    int ProcessMCUpdate(const CMCUpdateMsg& update) override
-    {
-        const unsigned char* pData = nullptr;
-        m_nLastLength = 0;
-        const bool bHave = update.GetArray(static_cast<tagenPPCMessageType>(2), pData, m_nLastLength);
-        m_nTorn += bHave && std::count(pData, pData + m_nLastLength, *pData) == m_nLastLength ? 0 : 1;
-        m_bSawLast = m_bSawLast || m_nLastLength == c_nLastLength;
-        ++m_nApplied;
-        return 0;
-    }
-
-    static constexpr int c_nLastLength = 77;
-    int m_nLastLength = 0;
-    int m_nTorn = 0;
-    int m_nApplied = 0;
-    bool m_bSawLast = false;
-};
-
-TEST_F(ClientMsgHandler, NoUpdateIsTornBetweenTheThreadsAndTheLastIsApplied)
-{
-    RySocketIO::CUtility::SetDebugSink(nullptr); // its lock would put the threads in order
-    const auto pHandler = std::make_unique<CTearCheckingHandler>();
-    std::atomic<bool> bDone{false};
-    std::thread receiver(
-        [&pHandler, &bDone]
-        {
-            for (int n = 0; n < 20000; ++n)
-            {
-                const int nLength = n == 19999 ? CTearCheckingHandler::c_nLastLength : 2000 + n % 300;
-                tBytes datagram = Single(Update(1, tBytes(static_cast<std::size_t>(nLength), static_cast<unsigned char>(n % 251))));
-                pHandler->OnReceivedData(reinterpret_cast<char*>(datagram.data()), static_cast<long>(datagram.size()),
-                                         CIPString(n % 2 == 0 ? "10.0.0.1" : "10.0.0.2"));
-            }
-            bDone = true;
-        });
-    CIPString sender;
-    while (!bDone)
-    {
-        pHandler->UpdateBMA();
-        pHandler->GetSurfUpdatePeriod();
-        pHandler->GetLastSender(sender);
-    }
-    receiver.join();
-    pHandler->UpdateBMA();
-    EXPECT_EQ(0, pHandler->m_nTorn);
-    EXPECT_GT(pHandler->m_nApplied, 0);
-    EXPECT_TRUE(pHandler->m_bSawLast);
-}
-
 #ifdef LOGICALCONTROLS_CAN_POISON
 // Keeps what an update shows for longer than it may.
 class CForgetfulHandler : public CClientMsgHandler
@@ -695,5 +643,283 @@ TEST(ClientMsgHandlerDeathTest, ALateLookAtAnUpdateIsReported)
     EXPECT_DEATH(EXPECT_EQ(9, *pHandler->m_pKept), "use-after-poison");
 }
 #endif
+
+// Random bytes behind headers that are mostly in order, of two senders.
+TEST_F(ClientMsgHandler, NoDatagramCostsMoreThanFourLinesAndOnePrinted)
+{
+    ASSERT_TRUE(m_pHandler->AcceptSender("10.0.0.1"));
+    std::mt19937 random(20140);
+    const auto below = [&random](std::uint32_t unLimit) { return static_cast<std::uint32_t>(random() % unLimit); };
+    std::size_t unMost = 0;
+    std::size_t unLines = 0;
+    for (int nDatagram = 0; nDatagram < 3000; ++nDatagram)
+    {
+        const std::uint32_t unUpdateType = below(40);
+        const std::size_t unSize = below(8) == 0 ? 65487 : below(60);
+        tBytes payload = Update(unUpdateType, tBytes(30));
+        payload.resize(below(2) == 0 ? payload.size() : unSize);
+        const std::uint32_t unTotal = 1 + below(6);
+        const std::uint32_t unNumber = 1 + below(unTotal);
+        const std::uint32_t unType = below(3) == 0 ? below(120) : 0;
+        const std::uint32_t unId = below(4);
+        const std::uint32_t unClaim = below(9) == 0 ? below(0x7fffffff) : static_cast<std::uint32_t>(payload.size());
+        tBytes datagram = Datagram(unType, unId, unNumber, unTotal, unClaim, payload);
+        const std::size_t unCut = below(30);
+        datagram.resize(below(12) == 0 ? unCut : datagram.size());
+        const tLines lines = Deliver(datagram, below(9) == 0 ? "10.0.0.2" : "10.0.0.1");
+        ASSERT_LE(lines.size(), 4u);
+        ASSERT_LE(std::count(m_strPrinted.begin(), m_strPrinted.end(), '\n'), 1);
+        unMost = std::max(unMost, lines.size());
+        unLines += lines.size();
+        m_pHandler->ClearReceiveErrors();
+    }
+    EXPECT_EQ(4u, unMost);
+    std::printf("lines for 3000 datagrams: %u\n", static_cast<unsigned int>(unLines));
+    EXPECT_EQ(3000u, m_pHandler->GetStatistics().aunCount[enCountDatagrams]);
+}
+
+// The same when the empty message comes in pieces.
+TEST_F(ClientMsgHandler, EmptyFragmentsDoNotDecodeTheUpdateBeforeThem)
+{
+    Deliver(Surface(1));
+    Deliver(Surface(2));
+    EXPECT_EQ(Hex("01 02"), Round(101));
+    Deliver(Datagram(0, 8, 1, 2, tBytes()));
+    EXPECT_EQ(ParseError(104, 0), Deliver(Datagram(0, 8, 2, 2, tBytes())).back());
+    EXPECT_EQ(tBytes(), Round(5));
+    m_pHandler->ClearReceiveErrors();
+    EXPECT_EQ(tBytes(), Round(7));
+}
+
+// The third comes into the cache of the first, the fourth and the fifth into those of the second and the third.
+TEST_F(ClientMsgHandler, AnUpdateIsTimedByItsOwnTypeWhateverItsCacheHeld)
+{
+    DeliverAt(1000, 1);
+    DeliverAt(2000, 1);
+    DeliverAt(12000, 2);
+    DeliverAt(17000, 1);
+    DeliverAt(20000, 1);
+    EXPECT_FLOAT_EQ(4.75f, m_pHandler->GetSurfUpdatePeriod()); // 0, 1, 15, 3
+    EXPECT_FLOAT_EQ(0.0f, m_pHandler->GetRotsUpdatePeriod());
+    Round(101);
+    EXPECT_EQ(-1.0f, m_pHandler->GetRotsUpdatePeriod());
+}
+
+TEST_F(ClientMsgHandler, AClockSetByAnHourIsAnHourOrNothing)
+{
+    const std::int64_t nHour = std::int64_t(3600) * 1000000;
+    DeliverAt(0, 1);
+    g_nEpoch += nHour;
+    EXPECT_EQ(1, static_cast<int>(Round(100).size()));
+    EXPECT_EQ(tBytes(), Round(6));
+    DeliverAt(0, 1);
+    EXPECT_FLOAT_EQ(1800000.0f, m_pHandler->GetSurfUpdatePeriod()); // 0, 3600000
+    Round(100);
+    EXPECT_EQ(tBytes(), Round(7));
+    g_nEpoch -= nHour;
+    EXPECT_EQ(tBytes(), Round(7));
+    DeliverAt(0, 1);
+    DeliverAt(20000, 1);
+    EXPECT_FLOAT_EQ(10.0f, m_pHandler->GetSurfUpdatePeriod()); // 0, 20
+    EXPECT_EQ(1, m_pHandler->GetMCTimeouts());
+}
+
+// Nothing is done in a cache whose lock can't be had, and nothing waits for it.
+TEST_F(ClientMsgHandler, WithoutItsLocksItTakesNothingAndAnswers)
+{
+    std::unique_ptr<CKeepingHandler> pUnlockable;
+    {
+        const Support::CFailingCall noMutex(Support::CFailingCall::enMutexInit);
+        pUnlockable = std::make_unique<CKeepingHandler>();
+    }
+    tBytes update = Update(1, Hex("77"));
+    tBytes datagram = Single(update);
+    pUnlockable->ReceivedMCData(update.data(), static_cast<long>(update.size()));
+    pUnlockable->OnReceivedData(reinterpret_cast<char*>(datagram.data()), static_cast<long>(datagram.size()), CIPString("1.1.1.1"));
+    EXPECT_EQ(6, pUnlockable->UpdateBMA());
+    EXPECT_TRUE(pUnlockable->m_Applied.empty());
+    pUnlockable->ClearReceiveErrors();
+    CIPString sender("unset");
+    EXPECT_FALSE(pUnlockable->GetLastSender(sender));
+    EXPECT_STREQ("unset", sender.Text());
+    EXPECT_EQ(0u, pUnlockable->GetStatistics().aunCount[enCountUpdates]);
+    EXPECT_EQ(1u, pUnlockable->GetStatistics().aunCount[enRejectedLock]);
+}
+
+// Counts updates whose bytes differ from each other.
+class CTearCheckingHandler : public CClientMsgHandler
+{
+public:
+    CTearCheckingHandler() : CClientMsgHandler(false) {}
+    ~CTearCheckingHandler() override { Shutdown(); }
+
+    int ProcessMCUpdate(const CMCUpdateMsg& update) override
+    {
+        const unsigned char* pData = nullptr;
+        int nLength = 0;
+        const bool bHave = update.GetArray(enSwitch, pData, nLength);
+        m_unTorn += bHave && std::count(pData, pData + nLength, *pData) == nLength ? 0 : 1;
+        m_unLast = std::max(m_unLast, GetUpdateSequence());
+        ++m_unApplied;
+        return 0;
+    }
+
+    std::uint32_t m_unTorn = 0;
+    std::uint32_t m_unApplied = 0;
+    std::uint32_t m_unLast = 0;
+};
+
+TEST_F(ClientMsgHandler, OfManyUpdatesNoneIsTornOrUnaccountedForAndTheLastIsApplied)
+{
+    constexpr std::uint32_t unUpdates = 100000;
+    RySocketIO::CUtility::SetDebugSink(nullptr); // its lock would put the threads in order
+    const auto pHandler = std::make_unique<CTearCheckingHandler>();
+    std::vector<tBytes> datagrams;
+    for (std::uint32_t un = 0; un < 251; ++un)
+    {
+        datagrams.push_back(Single(Update(1, tBytes(40 + un, static_cast<unsigned char>(un)))));
+    }
+    std::atomic<bool> bDone{false};
+    std::thread receiver(
+        [&]
+        {
+            for (std::uint32_t un = 0; un < unUpdates; ++un)
+            {
+                tBytes& datagram = datagrams[un % 251];
+                pHandler->OnReceivedData(reinterpret_cast<char*>(datagram.data()), static_cast<long>(datagram.size()),
+                                         CIPString(un % 2 == 0 ? "10.0.0.1" : "10.0.0.2"));
+                un % 8 == 0 ? std::this_thread::yield() : void(); // a mutex is not fair
+            }
+            bDone = true;
+        });
+    CIPString sender;
+    while (!bDone)
+    {
+        pHandler->UpdateBMA();
+        pHandler->GetSurfUpdatePeriod();
+        pHandler->GetLastSender(sender);
+    }
+    receiver.join();
+    pHandler->UpdateBMA();
+    const stReceiveStatistics statistics = pHandler->GetStatistics();
+    EXPECT_EQ(0u, pHandler->m_unTorn);
+    EXPECT_EQ(unUpdates, pHandler->m_unLast);
+    EXPECT_EQ(unUpdates, statistics.aunCount[enCountUpdates]);
+    EXPECT_EQ(pHandler->m_unApplied, statistics.aunCount[enCountApplied]);
+    EXPECT_EQ(unUpdates, statistics.aunCount[enCountApplied] + statistics.aunCount[enCountSuperseded]);
+    std::printf("%u updates: %u applied, %u superseded\n", unUpdates, pHandler->m_unApplied,
+                statistics.aunCount[enCountSuperseded]);
+}
+
+// While one update is applied another one waits to be decoded into the same cache.
+class CInterruptedHandler : public CKeepingHandler
+{
+public:
+    ~CInterruptedHandler() override { Shutdown(); }
+
+    int ProcessMCUpdate(const CMCUpdateMsg& update) override
+    {
+        const int nResult = CKeepingHandler::ProcessMCUpdate(update);
+        if (m_nCall++ == m_nInterruptedCall)
+        {
+            std::atomic<bool> bStarted{false};
+            m_Other = std::thread(
+                [this, &bStarted]
+                {
+                    tBytes datagram = Surface(3);
+                    bStarted = true;
+                    OnReceivedData(reinterpret_cast<char*>(datagram.data()), static_cast<long>(datagram.size()), "10.0.0.2");
+                });
+            while (!bStarted)
+            {
+                std::this_thread::yield();
+            }
+            std::this_thread::yield();
+        }
+        return nResult;
+    }
+
+    int m_nCall = 0;
+    int m_nInterruptedCall = 0;
+    std::thread m_Other;
+};
+
+TEST_F(ClientMsgHandler, AnUpdateThatWaitsWhileItsCacheIsAppliedIsAppliedNext)
+{
+    const auto pHandler = std::make_unique<CInterruptedHandler>();
+    RySocketIO::CUtility::SetDebugSink(nullptr);
+    for (int nRound = 0; nRound < 500; ++nRound)
+    {
+        pHandler->m_nCall = 0;
+        pHandler->m_nInterruptedCall = nRound % 2; // the third of a round goes where the first went
+        pHandler->m_Applied.clear();
+        for (const int nMark : {1, 2})
+        {
+            tBytes datagram = Surface(static_cast<unsigned char>(nMark));
+            pHandler->OnReceivedData(reinterpret_cast<char*>(datagram.data()), static_cast<long>(datagram.size()), "10.0.0.1");
+        }
+        pHandler->UpdateBMA();
+        pHandler->m_Other.join();
+        ASSERT_EQ(2u, pHandler->m_Applied.size());
+        pHandler->UpdateBMA();
+        ASSERT_EQ(3u, pHandler->m_Applied.size()) << nRound;
+        EXPECT_EQ(3, pHandler->m_Applied[2].back());
+    }
+}
+
+// Datagrams come from another thread while handlers come and go; each second one ends in the middle of them.
+class CHeardHandler : public CKeepingHandler
+{
+public:
+    ~CHeardHandler() override { Shutdown(); }
+
+    using CKeepingHandler::OnReceivedData;
+    void OnReceivedData(char* pData, long lLength, const CIPString& sender) override
+    {
+        CKeepingHandler::OnReceivedData(pData, lLength, sender);
+        m_bHeard = true;
+    }
+
+    std::atomic<bool> m_bHeard{false};
+};
+
+TEST_F(ClientMsgHandler, ManyComeAndGoUnderTraffic)
+{
+    RySocketIO::CUtility::SetDebugSink(nullptr);
+    std::atomic<unsigned int> unPort{0};
+    std::atomic<bool> bDone{false};
+    std::thread traffic(
+        [&]
+        {
+            RySocketIO::CSocket sender(RySocketIO::enConnectionUDP, false, false);
+            EXPECT_TRUE(sender.InitialiseLocalSockets(0, "127.0.0.1", nullptr, 1));
+            const tBytes datagram = Surface(5);
+            while (!bDone)
+            {
+                const unsigned int unTo = unPort;
+                if (unTo == 0 || !sender.Send("127.0.0.1", unTo, reinterpret_cast<const char*>(datagram.data()),
+                                              static_cast<long>(datagram.size())))
+                {
+                    std::this_thread::yield();
+                }
+            }
+        });
+    for (int n = 0; n < 100; ++n)
+    {
+        const auto pHandler = std::make_unique<CHeardHandler>();
+        EXPECT_TRUE(pHandler->InitialiseClient(0, "127.0.0.1", nullptr, nullptr));
+        pHandler->SetRemoteAddress("127.0.0.1", 0, static_cast<int>(pHandler->GetLocalPort()));
+        EXPECT_TRUE(pHandler->StartPPCSender(1) && pHandler->QueuePPC(enInteger, enMicInput, 0, 0, n));
+        unPort = pHandler->GetLocalPort();
+        while (n % 2 == 0 && !pHandler->m_bHeard)
+        {
+            pHandler->UpdateBMA();
+            std::this_thread::yield();
+        }
+        unPort = 0;
+    }
+    bDone = true;
+    traffic.join();
+}
 
 } // namespace

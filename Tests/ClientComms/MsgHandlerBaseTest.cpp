@@ -634,4 +634,39 @@ TEST_F(MsgHandlerBase, ThePPCBufferIsCountedAndCleared)
     EXPECT_EQ(0, m_pHandler->GetPPCBufferSize());
 }
 
+// A long of 64 bits may hold an id with its sign extended, or without.
+TEST_F(MsgHandlerBase, LocatesAnIdHoweverTheCallersLongHoldsIt)
+{
+    for (const std::uint32_t unId : {0u, 0x7fffffffu, 0x80000000u, 0xffffffffu})
+    {
+        m_pHandler->Store(unId, 1, 5, Hex("01"));
+        for (const long lId : {static_cast<long>(unId), static_cast<long>(static_cast<std::int32_t>(unId))})
+        {
+            const UDP_PACKET* apTable[5] = {};
+            ASSERT_TRUE(m_pHandler->LocatePacketsOfMessage(apTable, lId, 1)) << lId;
+            EXPECT_EQ(unId, apTable[0]->header.unMessageId);
+        }
+    }
+}
+
+// The one in the ring and the one in hand.
+TEST_F(MsgHandlerBase, FragmentsMayLieAtAnyAddress)
+{
+    for (std::size_t unOffset = 0; unOffset < 8; ++unOffset)
+    {
+        tBytes out(unOffset + 4);
+        for (const std::uint32_t unNumber : {1u, 2u})
+        {
+            const tBytes datagram = Datagram(4, static_cast<std::uint32_t>(unOffset), unNumber, 2, Hex("11 22"));
+            const std::unique_ptr<char[]> pBlock(new char[unOffset + datagram.size()]);
+            std::copy(datagram.begin(), datagram.end(), pBlock.get() + unOffset);
+            unsigned char* pOut = out.data() + unOffset;
+            int nSize = 4;
+            EXPECT_EQ(unNumber == 1 ? -1 : 4, m_pHandler->ValidatePacketSequence(pBlock.get() + unOffset,
+                                                                                 static_cast<long>(datagram.size()), &pOut, nSize));
+        }
+        EXPECT_EQ(Hex("11 22 11 22"), tBytes(out.end() - 4, out.end()));
+    }
+}
+
 } // namespace

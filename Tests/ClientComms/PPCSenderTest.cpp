@@ -2,6 +2,7 @@
 
 #include "ClientComms/ClientMsgHandler.h"
 #include "Runtime/Clock.h"
+#include "Support/Blocks.h"
 #include "Support/Bytes.h"
 #include "Support/DebugLog.h"
 #include "Support/SystemCalls.h"
@@ -234,6 +235,7 @@ protected:
     }
 
     Support::CDebugLog m_Log;
+    const Support::CDirtyMemory m_Dirty; // a byte of old memory in a datagram would show
     std::unique_ptr<CRecordingHandler> m_pHandler = std::make_unique<CRecordingHandler>();
 };
 

@@ -2,14 +2,17 @@
 
 #include "ClientComms/ClientMsgHandler.h"
 #include "Support/Bytes.h"
+#include "Support/NumberedUpdates.h"
 #include "Support/SystemCalls.h"
 
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cstdio>
 #include <map>
 #include <memory>
 #include <numeric>
+#include <random>
 #include <set>
 #include <stdexcept>
 #include <string>
@@ -20,6 +23,7 @@ namespace
 using RySocketIO::CIPString;
 using Support::Datagram;
 using Support::Hex;
+using Support::stContents;
 using Support::tBytes;
 typedef std::map<std::string, std::uint32_t> tCounts; // by text, so that a failure reads well
 
@@ -396,6 +400,81 @@ TEST_F(ReceiveStatistics, StrictMatchingJoinsFragmentsOfOneTypeAndTotalOnly)
     Deliver(Datagram(4, 7, 2, 2, Hex("00")));
     EXPECT_EQ(1u, Statistics().aunCount[enCountCompleting]);
     EXPECT_EQ(0u, Statistics().aunCount[enCountMixed]);
+}
+
+// Ids are seconds: ten updates of a second share one, and a tenth of the datagrams is lost.
+class CSharedIds : public CClientMsgHandler
+{
+public:
+    CSharedIds() : CClientMsgHandler(false) {}
+    ~CSharedIds() override { Shutdown(); }
+
+    int ProcessMCUpdate(const CMCUpdateMsg& update) override
+    {
+        stContents contents;
+        contents.unUpdateType = static_cast<std::uint32_t>(update.GetUpdateType());
+        for (int nType = 0; nType < c_nMessageTypes; ++nType)
+        {
+            const unsigned char* pData = nullptr;
+            int nLength = 0;
+            if (update.GetArray(static_cast<tagenPPCMessageType>(nType), pData, nLength))
+            {
+                contents.arrays[nType].assign(pData, pData + nLength);
+            }
+        }
+        ++(Support::ProvesItself(contents) ? m_nWhole : m_nMixed);
+        return 0;
+    }
+
+    void Run(std::uint32_t unUpdates)
+    {
+        std::mt19937 random(8);
+        for (std::uint32_t unNumber = 0; unNumber < unUpdates; ++unNumber)
+        {
+            for (tBytes& datagram : Support::MakeNumberedUpdate(unNumber, 0x65000000u + unNumber / 10, random).datagrams)
+            {
+                if (random() % 10 == 0)
+                {
+                    ++m_unLost;
+                    continue;
+                }
+                OnReceivedData(reinterpret_cast<char*>(datagram.data()), static_cast<long>(datagram.size()), CIPString("10.0.0.1"));
+                UpdateBMA();
+                ClearReceiveErrors();
+            }
+        }
+    }
+
+    int m_nWhole = 0;
+    int m_nMixed = 0;
+    std::uint32_t m_unLost = 0;
+};
+
+TEST(SharedIds, MixUpdatesAsTheCountersTellAndFewerWithStrictMatching)
+{
+    int anMixed[2] = {};
+    for (const bool bStrict : {false, true})
+    {
+        const auto pHandler = std::make_unique<CSharedIds>();
+        pHandler->SetStrictMatching(bStrict);
+        testing::internal::CaptureStdout(); // a line for each update that is none
+        pHandler->Run(4000);
+        testing::internal::GetCapturedStdout();
+        const stReceiveStatistics statistics = pHandler->GetStatistics();
+        const auto& count = statistics.aunCount;
+        std::printf(
+            "%s: %u lost; %d applied whole, %d mixed; joined from unlike fragments: %u, of another length: %u, no update: %u\n",
+            bStrict ? "strict" : "by id alone", pHandler->m_unLost, pHandler->m_nWhole, pHandler->m_nMixed, count[enCountMixed],
+            count[enCountLengthMismatch], count[enDecodeErrorInvalid]);
+        EXPECT_GT(pHandler->m_unLost, 0u);
+        EXPECT_GT(pHandler->m_nWhole, 1000);
+        EXPECT_GT(count[enCountLengthMismatch], 0u);
+        EXPECT_EQ(bStrict, count[enCountMixed] == 0);
+        EXPECT_EQ(count[enCountUpdates], count[enDecodeErrorInvalid] + count[enCountSuperseded] + count[enCountApplied]);
+        EXPECT_EQ(count[enCountApplied], static_cast<std::uint32_t>(pHandler->m_nWhole + pHandler->m_nMixed));
+        anMixed[bStrict] = pHandler->m_nMixed;
+    }
+    EXPECT_GT(anMixed[0], anMixed[1]);
 }
 
 } // namespace

@@ -1,6 +1,7 @@
 #include "ClientComms/SimpleUDPPPCSender.h"
 
 #include "Runtime/Clock.h"
+#include "Support/Blocks.h"
 #include "Support/Bytes.h"
 #include "Support/SystemCalls.h"
 
@@ -10,9 +11,14 @@
 #include <arpa/inet.h>
 #include <climits>
 #include <cstdint>
+#include <cstdio>
 #include <cstring>
 #include <fcntl.h>
+#include <memory>
+#include <sys/resource.h>
 #include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
 #include <type_traits>
 #include <unistd.h>
 #include <vector>
@@ -77,6 +83,90 @@ protected:
     CSocketRecorder m_Recorder;
     SimpleUDPPPCSender m_Sender;
 };
+
+// What a child ends with in which this runs.
+template <typename F>
+int InChild(F run)
+{
+    const pid_t nChild = fork();
+    if (nChild == 0)
+    {
+        _exit(run());
+    }
+    int nStatus = 0;
+    EXPECT_EQ(nChild, waitpid(nChild, &nStatus, 0));
+    return WIFEXITED(nStatus) ? WEXITSTATUS(nStatus) : -1;
+}
+
+// With the three standard descriptors alone.
+TEST(SimpleSenderSocket, LeavesTheStandardDescriptorsOpenWhenThereIsNoneForIt)
+{
+    const int nResult = InChild(
+        []
+        {
+            for (int nStandard = 0; nStandard < 3; ++nStandard)
+            {
+                if (fcntl(nStandard, F_GETFD) == -1 && open("/dev/null", O_RDWR) != nStandard)
+                {
+                    return 1;
+                }
+            }
+            const rlimit three = {3, 3};
+            setrlimit(RLIMIT_NOFILE, &three);
+            {
+                SimpleUDPPPCSender sender;
+                if (!sender.InitComms() || !sender.IsOpen())
+                {
+                    return 2;
+                }
+                sender.SendPPCMessage(enFader, 1, 0, 0, 1.0f, false);
+                if (sender.LastSendSucceeded())
+                {
+                    return 3;
+                }
+                sender.DeInitComms();
+            }
+            return fcntl(0, F_GETFD) != -1 && fcntl(1, F_GETFD) != -1 && fcntl(2, F_GETFD) != -1 ? 0 : 4;
+        });
+    EXPECT_EQ(0, nResult);
+}
+
+// The number of the closed socket, now a file's.
+TEST(SimpleSenderSocket, LeavesTheFileAloneThatGotItsNumber)
+{
+    const int nFirst = open("/dev/null", O_RDONLY);
+    close(nFirst);
+    SimpleUDPPPCSender sender;
+    ASSERT_TRUE(sender.InitComms());
+    sender.DeInitComms();
+    std::FILE* const pFile = std::tmpfile();
+    ASSERT_EQ(nFirst, fileno(pFile));
+    sender.SendPPCMessage(enFader, 1, 0, 0, 1.0f, false);
+    EXPECT_FALSE(sender.LastSendSucceeded());
+    sender.DeInitComms();
+    struct stat status = {};
+    EXPECT_EQ(0, fstat(nFirst, &status));
+    EXPECT_EQ(0, status.st_size);
+    ASSERT_TRUE(sender.InitComms());
+    sender.DeInitComms();
+    EXPECT_EQ(1, std::fputs("x", pFile) >= 0 && std::fflush(pFile) == 0);
+    std::fclose(pFile);
+}
+
+TEST(SimpleSenderSocket, SendsNoByteOfOldMemory)
+{
+    const Support::CDirtyMemory dirty;
+    const CStoppedClock stopped(0x12345678);
+    Support::CSocketRecorder recorder;
+    const auto pSender = std::make_unique<SimpleUDPPPCSender>();
+    ASSERT_TRUE(pSender->InitComms());
+    pSender->SendPPCMessage(enString, 1, 3, 1, RyGConsoleString("Vox"), true);
+    ASSERT_EQ(1u, recorder.sent.size());
+    EXPECT_EQ(Hex("00000003 12345678 00000001 00000001 00000026"
+                  "00000001 00 00000000 00000001 00000003 00000001 0000000d 566f7800000000000000000000"),
+              recorder.sent[0].bytes);
+    EXPECT_EQ(tBytes(8), tBytes(recorder.sent[0].destination.sin_zero, recorder.sent[0].destination.sin_zero + 8));
+}
 
 } // namespace
 

@@ -1,19 +1,28 @@
 #include "RySocketIO/CSocket.h"
 
+#include "ClientComms/ClientMsgHandler.h"
 #include "RySocketIO/CIPString.h"
 #include "RySocketIO/CSocketThread.h"
 
 #include <gtest/gtest.h>
 
+#include <fcntl.h>
+#include <netinet/in.h>
+#include <pthread.h>
 #include <signal.h>
+#include <sys/socket.h>
+#include <sys/time.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <atomic>
 #include <chrono>
 #include <climits>
 #include <condition_variable>
+#include <cstdlib>
 #include <memory>
 #include <mutex>
+#include <set>
 #include <string>
 #include <thread>
 #include <type_traits>
@@ -419,6 +428,161 @@ TEST(IPString, IsEqualByItsText)
     address = CIPString("10.0.0.200");
     EXPECT_STREQ("10.0.0.1", copy.Text());
     EXPECT_STREQ("10.0.0.200", address.Text());
+}
+
+// A whole rotary image, and twenty of them.
+TEST(Socket, LosesNothingOfABurstThatItsBufferHoldsThoughTheReceiverIsStuck)
+{
+    constexpr int c_nCostOfOne = 67000; // what the kernel counts for a datagram of 65,000 bytes
+    const std::string strFull(65000, 'x');
+    for (const int nBurst : {5, 100})
+    {
+        CNotingSocket sender;
+        CStuckSocket receiver;
+        receiver.m_Gate.lock();
+        ASSERT_TRUE(sender.Open() && receiver.InitialiseLocalSockets(0, "127.0.0.1", nullptr, 1));
+        if (receiver.GetReceiveBufferSize() < nBurst * c_nCostOfOne)
+        {
+            GTEST_SKIP() << "this system grants " << receiver.GetReceiveBufferSize() << " bytes, too few for " << nBurst;
+        }
+        for (int nDatagram = 0; nDatagram < nBurst; ++nDatagram)
+        {
+            ASSERT_TRUE(SendText(sender, receiver, strFull));
+        }
+        receiver.m_Gate.unlock();
+        ASSERT_TRUE(SendText(sender, receiver, "end")); // brings the count of losses
+        tTexts expected(static_cast<std::size_t>(nBurst), "65000");
+        expected.push_back("3");
+        EXPECT_EQ(expected, receiver.m_Received.WaitFor(expected.size()));
+        const RySocketIO::stSocketStatistics statistics = receiver.GetSocketStatistics();
+        EXPECT_EQ(static_cast<std::uint32_t>(nBurst) + 1, statistics.unDatagrams);
+        EXPECT_EQ(0u, statistics.unKernelDrops);
+        receiver.m_Gate.lock(); // which its end unlocks
+    }
+}
+
+// Two receivers on one port, each of a group of its own.
+TEST(Socket, HearsOnlyTheGroupThatItJoined)
+{
+    if (std::getenv("LOGICALCONTROLS_OWN_NETWORK") == nullptr)
+    {
+        GTEST_SKIP() << "not in a network namespace of its own";
+    }
+    const int nProbe = socket(AF_INET, SOCK_DGRAM, 0);
+    const int nOff = 0;
+    const bool bChooses = setsockopt(nProbe, IPPROTO_IP, IP_MULTICAST_ALL, &nOff, sizeof nOff) == 0;
+    close(nProbe);
+    if (!bChooses)
+    {
+        GTEST_SKIP() << "this system hands a socket every group of its port";
+    }
+    CNotingSocket sender, first, second;
+    ASSERT_TRUE(sender.InitialiseLocalSockets(0, nullptr, "127.0.0.1", 1));
+    ASSERT_TRUE(first.InitialiseLocalSockets(0, nullptr, "127.0.0.1", 1) && first.AddToGroup("239.1.1.1"));
+    const unsigned int unPort = first.GetLocalPort();
+    ASSERT_TRUE(second.InitialiseLocalSockets(unPort, nullptr, "127.0.0.1", 1) && second.AddToGroup("239.1.1.2"));
+    const auto send = [&](const char* szGroup, const char* szText) { return sender.Send(szGroup, unPort, szText, 3); };
+    ASSERT_TRUE(send("239.1.1.1", "one") && send("239.1.1.2", "two") && send("239.1.1.3", "thr"));
+    ASSERT_TRUE(send("239.1.1.1", "end") && send("239.1.1.2", "end"));
+    EXPECT_EQ((tTexts{"one", "end"}), first.m_Received.WaitFor(2));
+    EXPECT_EQ((tTexts{"two", "end"}), second.m_Received.WaitFor(2));
+}
+
+// Interrupts the process every millisecond while it lives.
+std::atomic<int> g_nInterruptions{0};
+
+class CCountedInterruptions
+{
+public:
+    CCountedInterruptions()
+    {
+        g_nInterruptions = 0;
+        struct sigaction action = {};
+        action.sa_handler = [](int) { ++g_nInterruptions; };
+        sigaction(SIGALRM, &action, &m_OldAction);
+        Every(1000);
+    }
+    ~CCountedInterruptions()
+    {
+        Every(0);
+        sigaction(SIGALRM, &m_OldAction, nullptr);
+    }
+
+private:
+    static void Every(int nMicroseconds)
+    {
+        itimerval timer = {};
+        timer.it_interval.tv_usec = nMicroseconds;
+        timer.it_value.tv_usec = nMicroseconds;
+        setitimer(ITIMER_REAL, &timer, nullptr);
+    }
+
+    struct sigaction m_OldAction;
+};
+
+// Tells whether signals can reach its thread.
+class CUninterruptedSocket : public CNotingSocket
+{
+public:
+    ~CUninterruptedSocket() override { StopReceiving(); }
+
+    void OnConnected() override { m_Blocked.Note(AllSignalsBlocked() ? "all blocked" : "some let through"); }
+
+    CEvents m_Blocked;
+};
+
+TEST(Socket, SignalsNeitherReachItsThreadNorLoseOrRepeatADatagram)
+{
+    CUninterruptedSocket receiver;
+    CNotingSocket sender;
+    ASSERT_TRUE(receiver.Open() && sender.Open());
+    EXPECT_EQ(tTexts{"all blocked"}, receiver.m_Blocked.WaitFor(1));
+    EXPECT_FALSE(AllSignalsBlocked());
+    const CCountedInterruptions interruptions;
+    tTexts expected;
+    for (int n = 0; n < 100000 && (n < 500 || g_nInterruptions < 20); ++n)
+    {
+        expected.push_back(std::to_string(n));
+        ASSERT_TRUE(SendText(sender, receiver, expected.back()));
+        if (n % 50 == 0)
+        {
+            ASSERT_EQ(expected.size(), receiver.m_Received.WaitFor(expected.size()).size());
+        }
+    }
+    EXPECT_EQ(expected, receiver.m_Received.WaitFor(expected.size()));
+    EXPECT_GE(g_nInterruptions, 20);
+}
+
+// Whatever the library opens.
+std::set<int> OpenDescriptors()
+{
+    std::set<int> open;
+    for (int nDescriptor = 0; nDescriptor < 256; ++nDescriptor)
+    {
+        if (fcntl(nDescriptor, F_GETFD) != -1)
+        {
+            open.insert(nDescriptor);
+        }
+    }
+    return open;
+}
+
+TEST(Socket, ItAndItsThreadsLeaveNoDescriptorToChildren)
+{
+    const std::set<int> before = OpenDescriptors();
+    {
+        const auto pHandler = std::make_unique<CClientMsgHandler>(false);
+        ASSERT_TRUE(pHandler->InitialiseClient(0, "127.0.0.1", nullptr, nullptr) && pHandler->StartPPCSender(1));
+        int nOwn = 0;
+        for (const int nDescriptor : OpenDescriptors())
+        {
+            const bool bOwn = before.count(nDescriptor) == 0;
+            nOwn += bOwn ? 1 : 0;
+            EXPECT_TRUE(!bOwn || (fcntl(nDescriptor, F_GETFD) & FD_CLOEXEC) != 0) << nDescriptor;
+        }
+        EXPECT_EQ(3, nOwn); // the socket, and what ends each of the two threads
+    }
+    EXPECT_EQ(before, OpenDescriptors());
 }
 
 } // namespace

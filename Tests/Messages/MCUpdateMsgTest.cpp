@@ -167,6 +167,25 @@ struct stRange
 constexpr stRange c_aRanges[] = {{0, 0, 6}, {1, 2, 6}, {2, 0, 1},  {3, 0, 6},  {4, 2, 3},  {5, 0, 6},
                                  {8, 2, 3}, {9, 0, 6}, {16, 0, 6}, {30, 0, 6}, {-1, 0, 6}, {INT_MIN, 0, 6}};
 
+TEST(MCUpdateMsg, AnArrayThatComesEmptyShowsNothingOfTheOneBefore)
+{
+    tBytes full = UpdateHeader(1, 0);
+    AppendArray(full, Hex("aa bb"));
+    AppendArray(full, Hex("cc"));
+    tBytes empty = UpdateHeader(1, 0);
+    AppendArray(empty, tBytes());
+    const auto pMessage = std::make_unique<CMCUpdateMsg>();
+    pMessage->SetShallowMode(true);
+    const unsigned char* pData = nullptr;
+    int nLength = 0;
+    ASSERT_TRUE(pMessage->Parse(full.data(), full.size()));
+    ASSERT_TRUE(pMessage->GetArray(enSwitch, pData, nLength));
+    ASSERT_TRUE(pMessage->Parse(empty.data(), empty.size()));
+    EXPECT_FALSE(pMessage->GetArray(enSwitch, pData, nLength));
+    EXPECT_FALSE(pMessage->GetArray(enInteger, pData, nLength));
+    EXPECT_EQ(nullptr, pData);
+}
+
 } // namespace
 
 TEST(MCUpdateMsg, AFreshOneIsEmptyAndUnmarked)
