@@ -1,5 +1,7 @@
 #include "Diagnostics/DiagnosticsXMLReader.h"
 
+#include "Faults/FailingAllocator.h"
+
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
@@ -8,100 +10,46 @@
 #include <libxml/xmlmemory.h>
 
 #include <climits>
-#include <cstdlib>
+#include <cstddef>
 #include <cstring>
-#include <new>
 #include <string>
 #include <tuple>
 #include <utility>
 #include <vector>
 
-// Memory that runs out: of the XML library and of operator new. Both are counted together, and only while it is asked for.
 namespace
 {
 
-long g_lAllowed = LONG_MAX; // allocations that still succeed
-bool g_bForGood = false;    // none succeeds after the one that fails
-bool g_bFailed = false;
-bool g_bXMLCounts = true; // the XML library's allocations fail as well
-long g_lLive = 0;         // blocks that the XML library holds
+using Faults::CShortage;
 
-bool MayAllocate()
+// The XML library's memory, which fails as operator new does; but not while schemas are compiled, which it doesn't survive.
+bool g_bXMLFails = true;
+
+template <class Result, class... Arguments>
+Result Allocated(Result (*pAllocate)(Arguments...), Arguments... arguments)
 {
-    if (g_lAllowed == LONG_MAX || --g_lAllowed >= 0)
+    if (g_bXMLFails)
     {
-        return true;
+        return pAllocate(arguments...);
     }
-    const bool bFail = g_bForGood || !g_bFailed;
-    g_bFailed = true;
-    return !bFail;
-}
-
-void* Count(void* pBlock)
-{
-    g_lLive += pBlock == nullptr ? 0 : 1;
-    return pBlock;
+    const Faults::CPlenty plenty;
+    return pAllocate(arguments...);
 }
 
 void* Allocate(std::size_t unSize)
 {
-    return !g_bXMLCounts || MayAllocate() ? Count(std::malloc(unSize)) : nullptr;
-}
-
-void Free(void* pBlock)
-{
-    g_lLive -= pBlock == nullptr ? 0 : 1;
-    std::free(pBlock);
+    return Allocated(Faults::Allocate, unSize);
 }
 
 void* Reallocate(void* pBlock, std::size_t unSize)
 {
-    if (pBlock == nullptr)
-    {
-        return Allocate(unSize);
-    }
-    return !g_bXMLCounts || MayAllocate() ? std::realloc(pBlock, unSize) : nullptr;
+    return Allocated(Faults::Reallocate, pBlock, unSize);
 }
 
 char* Duplicate(const char* szText)
 {
-    const std::size_t unSize = std::strlen(szText) + 1;
-    void* pCopy = Allocate(unSize);
-    return pCopy == nullptr ? nullptr : static_cast<char*>(std::memcpy(pCopy, szText, unSize));
+    return Allocated(Faults::Duplicate, szText);
 }
-
-void* New(std::size_t unSize)
-{
-    void* pBlock = MayAllocate() ? std::malloc(unSize == 0 ? 1 : unSize) : nullptr;
-    if (pBlock == nullptr)
-    {
-        throw std::bad_alloc();
-    }
-    return pBlock;
-}
-
-void* NewOrNull(std::size_t unSize) noexcept
-{
-    return MayAllocate() ? std::malloc(unSize == 0 ? 1 : unSize) : nullptr;
-}
-
-} // namespace
-
-// clang-format off
-void* operator new(std::size_t unSize) { return New(unSize); }
-void* operator new[](std::size_t unSize) { return New(unSize); }
-void* operator new(std::size_t unSize, const std::nothrow_t&) noexcept { return NewOrNull(unSize); }
-void* operator new[](std::size_t unSize, const std::nothrow_t&) noexcept { return NewOrNull(unSize); }
-void operator delete(void* pBlock) noexcept { std::free(pBlock); }
-void operator delete[](void* pBlock) noexcept { std::free(pBlock); }
-void operator delete(void* pBlock, std::size_t) noexcept { std::free(pBlock); }
-void operator delete[](void* pBlock, std::size_t) noexcept { std::free(pBlock); }
-void operator delete(void* pBlock, const std::nothrow_t&) noexcept { std::free(pBlock); }
-void operator delete[](void* pBlock, const std::nothrow_t&) noexcept { std::free(pBlock); }
-// clang-format on
-
-namespace
-{
 
 // Long enough that no text fits into a string object.
 const std::string c_strReport =
@@ -137,23 +85,22 @@ stRun ParseWith(const std::string& strReport, long lAllowed, bool bForGood)
     std::string strBuffer = strReport;
     std::string strGood = c_strReport;
     diagnostics_xml_reader reader;
-    g_bForGood = bForGood;
-    g_bFailed = false;
-    g_lAllowed = lAllowed;
-    try
     {
-        run.bParsed = Parse(reader, strBuffer);
-        reader.parseAndCheckForValidMessage(&strBuffer[0], static_cast<int>(strBuffer.size()));
-        g_bXMLCounts = false; // its compiler of schemas doesn't survive that
-        run.bValid = reader.validate(SCHEMA_FILE);
+        const CShortage shortage(lAllowed, bForGood);
+        try
+        {
+            run.bParsed = Parse(reader, strBuffer);
+            reader.parseAndCheckForValidMessage(&strBuffer[0], static_cast<int>(strBuffer.size()));
+            g_bXMLFails = false;
+            run.bValid = reader.validate(SCHEMA_FILE);
+        }
+        catch (...)
+        {
+            run.bThrown = true;
+        }
     }
-    catch (...)
-    {
-        run.bThrown = true;
-    }
-    g_lAllowed = LONG_MAX;
-    g_bXMLCounts = true;
-    run.bFailed = g_bFailed;
+    g_bXMLFails = true;
+    run.bFailed = CShortage::HasStruck();
     for (const auto& entry : reader.GetMap())
     {
         run.values.push_back(std::to_string(entry.first) + entry.second.i + entry.second.v + entry.second.e);
@@ -164,13 +111,31 @@ stRun ParseWith(const std::string& strReport, long lAllowed, bool bForGood)
     return run;
 }
 
+// Whether an allocation failed; and what is wrong with what came of it.
+bool Judge(const stRun& run, const stRun& enough, long lAllowed, std::vector<std::string>& wrong)
+{
+    const std::pair<const char*, bool> checks[] = {{"something is thrown", run.bThrown},
+                                                   {"the next report fails", !run.bGoodAfter},
+                                                   {"a bad report is taken", run.bParsed && !enough.bParsed},
+                                                   {"parameters are lost", run.bParsed && run.values != enough.values},
+                                                   {"an invalid report is valid", run.bValid && !enough.bValid}};
+    for (const auto& check : checks)
+    {
+        if (check.second)
+        {
+            wrong.push_back(std::to_string(lAllowed) + ": " + check.first);
+        }
+    }
+    return run.bFailed;
+}
+
 // Which report, and whether memory stays away.
 class ReaderOutOfMemory : public testing::TestWithParam<std::tuple<std::string, bool>>
 {
 protected:
     static void SetUpTestSuite()
     {
-        ASSERT_EQ(0, xmlMemSetup(&Free, &Allocate, &Reallocate, &Duplicate));
+        ASSERT_EQ(0, xmlMemSetup(&Faults::Free, &Allocate, &Reallocate, &Duplicate));
         testing::internal::CaptureStdout();
         testing::internal::CaptureStderr();
         for (const std::string& strReport : {c_strReport, c_strIncomplete, c_strBroken, c_strNotValid})
@@ -191,28 +156,17 @@ TEST_P(ReaderOutOfMemory, FailsAndWorksAgain)
     testing::internal::CaptureStderr(); // the XML library says there that memory is out
     const stRun enough = ParseWith(strReport, LONG_MAX, false);
     xmlResetLastError();
-    const long lLive = g_lLive;
     std::vector<std::string> wrong;
     long lAllowed = 0;
     for (bool bFailed = true; bFailed; ++lAllowed)
     {
-        const stRun run = ParseWith(strReport, lAllowed, std::get<1>(GetParam()));
+        const long lLive = Faults::LiveBlocks();
+        bFailed = Judge(ParseWith(strReport, lAllowed, std::get<1>(GetParam())), enough, lAllowed, wrong);
         xmlResetLastError();
-        bFailed = run.bFailed;
-        const std::pair<const char*, bool> checks[] = {{"something is thrown", run.bThrown},
-                                                       {"the next report fails", !run.bGoodAfter},
-                                                       {"a bad report is taken", run.bParsed && !enough.bParsed},
-                                                       {"parameters are lost", run.bParsed && run.values != enough.values},
-                                                       {"an invalid report is valid", run.bValid && !enough.bValid},
-                                                       {"memory is lost", g_lLive != lLive}};
-        for (const auto& check : checks)
+        if (wrong.empty() && Faults::LiveBlocks() != lLive)
         {
-            if (check.second)
-            {
-                wrong.push_back(std::to_string(lAllowed) + ": " + check.first);
-            }
+            wrong.push_back(std::to_string(lAllowed) + ": memory is lost");
         }
-        g_lLive = lLive;
     }
     testing::internal::GetCapturedStdout();
     testing::internal::GetCapturedStderr();

@@ -3,6 +3,7 @@
 #include "ClientComms/ClientMsgHandler.h"
 #include "RySocketIO/CIPString.h"
 #include "RySocketIO/CSocketThread.h"
+#include "Support/Interruptions.h"
 
 #include <gtest/gtest.h>
 
@@ -11,7 +12,6 @@
 #include <pthread.h>
 #include <signal.h>
 #include <sys/socket.h>
-#include <sys/time.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -488,38 +488,6 @@ TEST(Socket, HearsOnlyTheGroupThatItJoined)
     EXPECT_EQ((tTexts{"two", "end"}), second.m_Received.WaitFor(2));
 }
 
-// Interrupts the process every millisecond while it lives.
-std::atomic<int> g_nInterruptions{0};
-
-class CCountedInterruptions
-{
-public:
-    CCountedInterruptions()
-    {
-        g_nInterruptions = 0;
-        struct sigaction action = {};
-        action.sa_handler = [](int) { ++g_nInterruptions; };
-        sigaction(SIGALRM, &action, &m_OldAction);
-        Every(1000);
-    }
-    ~CCountedInterruptions()
-    {
-        Every(0);
-        sigaction(SIGALRM, &m_OldAction, nullptr);
-    }
-
-private:
-    static void Every(int nMicroseconds)
-    {
-        itimerval timer = {};
-        timer.it_interval.tv_usec = nMicroseconds;
-        timer.it_value.tv_usec = nMicroseconds;
-        setitimer(ITIMER_REAL, &timer, nullptr);
-    }
-
-    struct sigaction m_OldAction;
-};
-
 // Tells whether signals can reach its thread.
 class CUninterruptedSocket : public CNotingSocket
 {
@@ -538,9 +506,9 @@ TEST(Socket, SignalsNeitherReachItsThreadNorLoseOrRepeatADatagram)
     ASSERT_TRUE(receiver.Open() && sender.Open());
     EXPECT_EQ(tTexts{"all blocked"}, receiver.m_Blocked.WaitFor(1));
     EXPECT_FALSE(AllSignalsBlocked());
-    const CCountedInterruptions interruptions;
+    const Support::CInterruptions interruptions;
     tTexts expected;
-    for (int n = 0; n < 100000 && (n < 500 || g_nInterruptions < 20); ++n)
+    for (int n = 0; n < 100000 && (n < 500 || interruptions.Count() < 20); ++n)
     {
         expected.push_back(std::to_string(n));
         ASSERT_TRUE(SendText(sender, receiver, expected.back()));
@@ -550,7 +518,7 @@ TEST(Socket, SignalsNeitherReachItsThreadNorLoseOrRepeatADatagram)
         }
     }
     EXPECT_EQ(expected, receiver.m_Received.WaitFor(expected.size()));
-    EXPECT_GE(g_nInterruptions, 20);
+    EXPECT_GE(interruptions.Count(), 20);
 }
 
 // Whatever the library opens.

@@ -1,5 +1,6 @@
 #include "Runtime/Locks.h"
 
+#include "Support/Interruptions.h"
 #include "Support/SystemCalls.h"
 
 #include <gtest/gtest.h>
@@ -75,35 +76,6 @@ bool CanBeUsedIn(void* pPlace)
     pMutex->~CMutex();
     return bGood;
 }
-
-// Interrupts the process every millisecond while it lives.
-class CInterruptions
-{
-public:
-    CInterruptions()
-    {
-        struct sigaction action = {};
-        action.sa_handler = [](int) {};
-        sigaction(SIGALRM, &action, &m_OldAction);
-        Every(1000);
-    }
-    ~CInterruptions()
-    {
-        Every(0);
-        sigaction(SIGALRM, &m_OldAction, nullptr);
-    }
-
-private:
-    static void Every(int nMicroseconds)
-    {
-        itimerval timer = {};
-        timer.it_interval.tv_usec = nMicroseconds;
-        timer.it_value.tv_usec = nMicroseconds;
-        setitimer(ITIMER_REAL, &timer, nullptr);
-    }
-
-    struct sigaction m_OldAction;
-};
 
 // What a call prints on standard output.
 template <class Call>
@@ -350,14 +322,14 @@ TEST(Sema, PostedTwiceLetsTwoWaitsPassAndBlocksTheThird)
     EXPECT_EQ(0, sema.Post());
     EXPECT_EQ("", Printed([&] { sema.Wait(); }));
     EXPECT_EQ("", Printed([&] { sema.Wait(); }));
-    const CInterruptions interruptions; // only a wait that blocks is interrupted
+    const Support::CInterruptions interruptions; // only a wait that blocks is interrupted
     EXPECT_EQ(c_strInterrupted, Printed([&] { sema.Wait(); }));
 }
 
 TEST(Sema, StartsAtZero)
 {
     CSema sema("test");
-    const CInterruptions interruptions;
+    const Support::CInterruptions interruptions;
     EXPECT_EQ(c_strInterrupted, Printed([&] { sema.Wait(); }));
 }
 
@@ -365,7 +337,7 @@ TEST(Sema, InterruptedWaitIsNotTriedAgainAndTakesNothing)
 {
     CSema sema("test");
     {
-        const CInterruptions interruptions;
+        const Support::CInterruptions interruptions;
         EXPECT_EQ(c_strInterrupted + c_strInterrupted, Printed([&] { sema.Wait(), sema.Wait(); }));
     }
     EXPECT_EQ(0, sema.Post());
@@ -406,7 +378,7 @@ TEST(Sema, OfOneNameAreNotShared)
     CSema first("same");
     CSema second("same");
     first.Post();
-    const CInterruptions interruptions;
+    const Support::CInterruptions interruptions;
     EXPECT_EQ(c_strInterrupted, Printed([&] { second.Wait(); }));
 }
 

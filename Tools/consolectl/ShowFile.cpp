@@ -380,5 +380,9 @@ std::string CShowFile::Run(const char* szSQL)
 
 std::string CShowFile::Error() const
 {
-    return m_strFile + ": " + sqlite3_errmsg(m_pDatabase.get());
+    // A damaged file may put anything into the words for what is wrong with it.
+    std::string strWords = sqlite3_errmsg(m_pDatabase.get());
+    std::replace_if(
+        strWords.begin(), strWords.end(), [](char c) { return static_cast<unsigned char>(c) < ' '; }, ' ');
+    return m_strFile + ": " + strWords;
 }

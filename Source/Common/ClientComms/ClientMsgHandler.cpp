@@ -15,13 +15,28 @@ using RySocketIO::CUtility;
 namespace
 {
 
-constexpr std::int64_t c_nMicrosecondsPerSecond = 1000000;
 constexpr std::int64_t c_nTimeoutMicroseconds = 60000; // an MC that is silent for longer has timed out
 
 constexpr int c_nTriesAtOnce = 100;
 
 constexpr int c_nBorrowedAtOnce = 64; // messages taken in hand under one hold of the queue's lock
 constexpr std::chrono::milliseconds c_FruitlessRest(1);
+
+// A 64-bit time as two numbers that threads can share without a lock.
+std::int32_t HighWord(std::int64_t nTime)
+{
+    return static_cast<std::int32_t>(nTime >> 32);
+}
+
+std::uint32_t LowWord(std::int64_t nTime)
+{
+    return static_cast<std::uint32_t>(nTime);
+}
+
+std::int64_t JoinWords(std::int32_t nHigh, std::uint32_t unLow)
+{
+    return nHigh * (std::int64_t(1) << 32) + unLow;
+}
 
 const char* FlagText(unsigned char ucFlag)
 {
@@ -31,8 +46,7 @@ const char* FlagText(unsigned char ucFlag)
 } // namespace
 
 CUpdateTiming::CUpdateTiming()
-    : m_unVersion(0), m_fSum(0), m_nCount(0), m_unLastSeconds(0), m_nLastMicroseconds(0), m_unEpoch(0), m_bAny(false),
-      m_unWantedEpoch(0)
+    : m_unVersion(0), m_fSum(0), m_nCount(0), m_nLastHigh(0), m_unLastLow(0), m_unEpoch(0), m_bAny(false), m_unWantedEpoch(0)
 {
 }
 
@@ -52,8 +66,8 @@ void CUpdateTiming::Record(std::int64_t nNow, std::int64_t nStart)
     m_fSum = bGoOn ? m_fSum + fInterval : fInterval;
     m_nCount = bGoOn ? m_nCount + 1 : 1;
     m_unEpoch = unEpoch;
-    m_unLastSeconds = static_cast<std::uint32_t>(nNow / c_nMicrosecondsPerSecond);
-    m_nLastMicroseconds = static_cast<std::int32_t>(nNow % c_nMicrosecondsPerSecond);
+    m_nLastHigh = HighWord(nNow);
+    m_unLastLow = LowWord(nNow);
     m_bAny = true;
     ++m_unVersion;
 }
@@ -72,7 +86,7 @@ float CUpdateTiming::TakeMeanPeriod()
 bool CUpdateTiming::GetLast(std::int64_t& nLast) const
 {
     const stState state = Read();
-    nLast = state.unLastSeconds * c_nMicrosecondsPerSecond + state.nLastMicroseconds;
+    nLast = JoinWords(state.nLastHigh, state.unLastLow);
     return state.bAny;
 }
 
@@ -81,7 +95,7 @@ CUpdateTiming::stState CUpdateTiming::Read() const
     for (int nTry = 1;; ++nTry)
     {
         const std::uint32_t unVersion = m_unVersion;
-        const stState state = {m_fSum, m_nCount, m_unLastSeconds, m_nLastMicroseconds, m_unEpoch, m_bAny};
+        const stState state = {m_fSum, m_nCount, m_nLastHigh, m_unLastLow, m_unEpoch, m_bAny};
         if (unVersion % 2 == 0 && unVersion == m_unVersion)
         {
             return state;
@@ -95,9 +109,9 @@ CUpdateTiming::stState CUpdateTiming::Read() const
 
 CClientMsgHandler::CClientMsgHandler(bool bFlag)
     : RySocketIO::CSocket(RySocketIO::enConnectionUDP, bFlag, false), m_SenderMutex(CMutex::enNormal), m_bSenderChanged(false),
-      m_nCurrentCache(0), m_aucNewUpdate(), m_aucError(), m_unStartSeconds(0), m_nStartMicroseconds(0), m_nMCTimeouts(0),
-      m_unDefaultPort(0), m_pSendPacket(new UDP_PACKET), m_bSending(false), m_bStopSending(false), m_unSequence(0),
-      m_unProcessedSequence(0), m_nAcceptedSenders(0)
+      m_nCurrentCache(0), m_aucNewUpdate(), m_aucError(), m_nStartHigh(0), m_unStartLow(0), m_nMCTimeouts(0), m_unDefaultPort(0),
+      m_pSendPacket(new UDP_PACKET), m_bSending(false), m_bStopSending(false), m_unSequence(0), m_unProcessedSequence(0),
+      m_nAcceptedSenders(0)
 {
     ResetRemoteAddresses();
     for (int nCache = 0; nCache < enCaches; ++nCache)
@@ -119,8 +133,8 @@ bool CClientMsgHandler::InitialiseClient(unsigned int unPort, const char* szLoca
                                          const char* szInterfaceAddress)
 {
     const std::int64_t nNow = CClock::Microseconds();
-    m_nStartMicroseconds = static_cast<std::int32_t>(nNow % c_nMicrosecondsPerSecond);
-    m_unStartSeconds = static_cast<std::uint32_t>(nNow / c_nMicrosecondsPerSecond);
+    m_nStartHigh = HighWord(nNow);
+    m_unStartLow = LowWord(nNow);
     m_unDefaultPort = unPort;
     const bool bOpened = InitialiseLocalSockets(unPort, szLocalAddress, szInterfaceAddress, 1);
     const bool bJoined = AddToGroup(szGroup);
@@ -356,7 +370,7 @@ void CClientMsgHandler::DecodeUpdate(int nCache, const unsigned char* pData, lon
         return;
     }
     const std::int64_t nNow = CClock::Microseconds();
-    const std::int64_t nStart = m_unStartSeconds * c_nMicrosecondsPerSecond + m_nStartMicroseconds;
+    const std::int64_t nStart = JoinWords(m_nStartHigh, m_unStartLow);
     if (update.GetUpdateType() == enMCUpdateSurface)
     {
         m_SurfaceTiming.Record(nNow, nStart);

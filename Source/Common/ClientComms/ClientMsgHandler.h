@@ -33,8 +33,8 @@ private:
     {
         float fSum; // milliseconds
         std::int32_t nCount;
-        std::uint32_t unLastSeconds;
-        std::int32_t nLastMicroseconds;
+        std::int32_t nLastHigh; // microseconds
+        std::uint32_t unLastLow;
         std::uint32_t unEpoch; // which TakeMeanPeriod the sum counts from
         bool bAny;
     };
@@ -45,8 +45,8 @@ private:
     std::atomic<std::uint32_t> m_unVersion;
     std::atomic<float> m_fSum;
     std::atomic<std::int32_t> m_nCount;
-    std::atomic<std::uint32_t> m_unLastSeconds;
-    std::atomic<std::int32_t> m_nLastMicroseconds;
+    std::atomic<std::int32_t> m_nLastHigh;
+    std::atomic<std::uint32_t> m_unLastLow;
     std::atomic<std::uint32_t> m_unEpoch;
     std::atomic<bool> m_bAny;
 
@@ -141,7 +141,8 @@ public:
     // Makes caches that hold a bad update usable again.
     void ClearReceiveErrors();
 
-    // Mean time between surface updates, and between rotary updates, since the last call: milliseconds, -1 for none.
+    // Mean time between surface updates, and between rotary updates, since the last call: milliseconds, -1 for none. Exact as long
+    // as somebody asks every day: the sum is a float.
     float GetSurfUpdatePeriod();
     float GetRotsUpdatePeriod();
 
@@ -190,8 +191,8 @@ private:
     std::atomic<unsigned char> m_aucError[enCaches];     // changed under the cache's mutex
     CUpdateTiming m_SurfaceTiming;
     CUpdateTiming m_RotaryTiming;
-    std::atomic<std::uint32_t> m_unStartSeconds; // 0 until InitialiseClient
-    std::atomic<std::int32_t> m_nStartMicroseconds;
+    std::atomic<std::int32_t> m_nStartHigh; // microseconds, 0 until InitialiseClient
+    std::atomic<std::uint32_t> m_unStartLow;
     int m_nMCTimeouts;
     unsigned int m_unDefaultPort; // for remote addresses without one
     std::unique_ptr<CPPCSender> m_pPPCSender;

@@ -63,13 +63,20 @@ void InitialiseLibrary()
 class CHeld
 {
 public:
-    explicit CHeld(pthread_mutex_t& mutex) : m_Mutex(mutex) { pthread_mutex_lock(&m_Mutex); }
-    ~CHeld() { pthread_mutex_unlock(&m_Mutex); }
+    explicit CHeld(pthread_mutex_t& mutex) : m_Mutex(mutex), m_bHeld(pthread_mutex_lock(&m_Mutex) == 0) {}
+    ~CHeld()
+    {
+        if (m_bHeld)
+        {
+            pthread_mutex_unlock(&m_Mutex);
+        }
+    }
     CHeld(const CHeld&) = delete;
     CHeld& operator=(const CHeld&) = delete;
 
 private:
     pthread_mutex_t& m_Mutex;
+    const bool m_bHeld;
 };
 
 // While one lives, what the XML library has to say on this thread goes here, and not to standard error; then the process's own

@@ -17,6 +17,7 @@ T Extract(const std::string& strText)
 {
     std::istringstream stream(strText);
     stream.imbue(std::locale::classic());
+    stream.exceptions(std::ios_base::badbit); // no memory: thrown, not swallowed
     T value = 0;
     stream >> value;
     return value;
@@ -33,6 +34,7 @@ std::string float2String(float fValue, short nPrecision)
 {
     std::ostringstream stream;
     stream.imbue(std::locale::classic());
+    stream.exceptions(std::ios_base::badbit);
     stream << std::setprecision(nPrecision) << fValue;
     return stream.str();
 }

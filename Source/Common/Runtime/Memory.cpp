@@ -40,8 +40,9 @@ const char* MprotectErrorText(int nErrno)
 
 void* GBMalloc(long lSize)
 {
-    const std::size_t unSlack = 3 * static_cast<std::size_t>(sysconf(_SC_PAGESIZE)) - 1;
-    if (lSize < 0 || static_cast<std::size_t>(lSize) > static_cast<std::size_t>(PTRDIFF_MAX) - unSlack)
+    const long lPage = sysconf(_SC_PAGESIZE);
+    const std::size_t unSlack = 3 * static_cast<std::size_t>(lPage) - 1;
+    if (lPage <= 0 || lSize < 0 || static_cast<std::size_t>(lSize) > static_cast<std::size_t>(PTRDIFF_MAX) - unSlack)
     {
         return nullptr;
     }

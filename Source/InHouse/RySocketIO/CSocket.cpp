@@ -23,6 +23,9 @@ namespace
 constexpr int c_nReceiveBuffer = 4 << 20;
 constexpr std::size_t c_unMaxDatagram = 65536; // more than UDP can carry
 constexpr timespec c_ErrorPause = {0, 10 * 1000 * 1000};
+constexpr int c_nFailuresAtOnce = 2; // of receiving, before the pause
+constexpr int c_nSendTries = 10;     // while signals interrupt it
+constexpr int c_nLongestPoll = CStopEvent::c_LongestWait.tv_nsec / 1000000;
 
 bool IsGiven(const char* szAddress)
 {
@@ -194,6 +197,7 @@ bool CSocket::CReceiver::Send(const char* szAddress, unsigned int unPort, const 
         return false;
     }
     ssize_t nSent = -1;
+    int nTry = 0;
     do
     {
         // The socket does not block for its receiver; a sender waits for room as a blocking one would.
@@ -201,7 +205,7 @@ bool CSocket::CReceiver::Send(const char* szAddress, unsigned int unPort, const 
         poll(&entry, 1, 1000);
         nSent = sendto(m_nSocket, pData, static_cast<std::size_t>(lLength), 0, reinterpret_cast<const sockaddr*>(&destination),
                        sizeof destination);
-    } while (nSent < 0 && errno == EINTR);
+    } while (nSent < 0 && errno == EINTR && ++nTry < c_nSendTries);
     return nSent == lLength;
 }
 
@@ -229,20 +233,15 @@ void CSocket::CReceiver::Run()
 {
     m_Owner.OnConnected();
     pollfd aEntries[] = {{m_nSocket, POLLIN, 0}, {m_Stop.Descriptor(), POLLIN, 0}};
-    for (;;)
+    int nFailures = 0; // in a row
+    while (!m_Stop.IsSet())
     {
-        const int nReady = poll(aEntries, 2, -1);
-        if (nReady < 0 && errno != EINTR && m_Stop.Wait(c_ErrorPause))
+        const int nReady = poll(aEntries, 2, c_nLongestPoll);
+        const bool bFailed = nReady < 0 || (nReady > 0 && aEntries[0].revents != 0 && !ReceiveOne());
+        nFailures = bFailed ? nFailures + 1 : 0;
+        if (nFailures > c_nFailuresAtOnce)
         {
-            break;
-        }
-        if (nReady > 0 && aEntries[1].revents != 0)
-        {
-            break;
-        }
-        if (nReady > 0 && aEntries[0].revents != 0 && !ReceiveOne() && m_Stop.Wait(c_ErrorPause))
-        {
-            break;
+            m_Stop.Wait(c_ErrorPause);
         }
     }
     m_Owner.OnTerminated();
@@ -264,9 +263,8 @@ bool CSocket::CReceiver::ReceiveOne()
     const ssize_t nLength = recvmsg(m_nSocket, &message, 0);
     if (nLength < 0)
     {
-        const bool bHarmless = errno == EINTR || errno == EAGAIN || errno == EWOULDBLOCK;
-        m_unErrors += bHarmless ? 0 : 1;
-        return bHarmless;
+        m_unErrors += errno == EINTR || errno == EAGAIN || errno == EWOULDBLOCK ? 0 : 1;
+        return false;
     }
     CountKernelDrops(message);
     if ((message.msg_flags & MSG_TRUNC) != 0)

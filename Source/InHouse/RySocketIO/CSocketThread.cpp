@@ -25,7 +25,10 @@ public:
             return false;
         }
         Stop(); // the thread of earlier iterations has ended by itself
-        m_Stop.Reset();
+        if (!m_Stop.Reset())
+        {
+            return false;
+        }
         m_bRunning = true;
         m_Thread = StartSignalFreeThread(
             [this, nIterations]

@@ -17,7 +17,7 @@ std::thread StartSignalFreeThread(Function function)
     sigset_t all;
     sigset_t before;
     sigfillset(&all);
-    pthread_sigmask(SIG_SETMASK, &all, &before);
+    const bool bBlocked = pthread_sigmask(SIG_SETMASK, &all, &before) == 0;
     std::thread thread;
     try
     {
@@ -26,7 +26,10 @@ std::thread StartSignalFreeThread(Function function)
     catch (const std::exception&)
     {
     }
-    pthread_sigmask(SIG_SETMASK, &before, nullptr);
+    if (bBlocked)
+    {
+        pthread_sigmask(SIG_SETMASK, &before, nullptr);
+    }
     return thread;
 }
 
