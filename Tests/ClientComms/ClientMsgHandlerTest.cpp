@@ -922,4 +922,14 @@ TEST_F(ClientMsgHandler, ManyComeAndGoUnderTraffic)
     traffic.join();
 }
 
+TEST_F(ClientMsgHandler, AnUpdateWhoseProcessingThrewIsLogged)
+{
+    m_pHandler->m_bThrow = true;
+    Deliver(Surface(1));
+    m_Log.Take();
+    m_pHandler->UpdateBMA();
+    const tLines lines = m_Log.Take();
+    EXPECT_EQ(1, std::count(lines.begin(), lines.end(), "CClientMsgHandler::UpdateBMA - ProcessMCUpdate threw, cache 0"));
+}
+
 } // namespace

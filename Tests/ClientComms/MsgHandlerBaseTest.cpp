@@ -669,4 +669,12 @@ TEST_F(MsgHandlerBase, FragmentsMayLieAtAnyAddress)
     }
 }
 
+TEST_F(MsgHandlerBase, LocatesTheOnlyFragmentOfAMessage)
+{
+    m_pHandler->Store(7, 1, 5, Hex("2a")); // its total is not looked at
+    const UDP_PACKET* apTable[5] = {};
+    ASSERT_TRUE(m_pHandler->LocatePacketsOfMessage(apTable, 7, 1));
+    EXPECT_EQ(0x2a, apTable[0]->acPayload[0]);
+}
+
 } // namespace

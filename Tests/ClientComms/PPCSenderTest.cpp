@@ -950,4 +950,14 @@ TEST_F(PPCSenderThreads, TwoInSendAllAtOnceSendEachMessageOnce)
     }
 }
 
+TEST_F(PPCSender, EachRecordThatIsClearedWhilePackedIsLoggedAsGone)
+{
+    ASSERT_TRUE(m_pHandler->QueueStrings(3));
+    m_pHandler->Add(BadMessage());
+    CSendHook hook([this] { m_pHandler->ClearPPCBuffer(); });
+    m_pHandler->SendAll();
+    EXPECT_EQ(
+        3, std::count(hook.m_Lines.begin(), hook.m_Lines.end(), "CClientMsgHandler::GetPPCBufferSize - remove from queue failed"));
+}
+
 } // namespace

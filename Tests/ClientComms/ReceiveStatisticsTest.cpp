@@ -23,7 +23,6 @@ namespace
 using RySocketIO::CIPString;
 using Support::Datagram;
 using Support::Hex;
-using Support::stContents;
 using Support::tBytes;
 typedef std::map<std::string, std::uint32_t> tCounts; // by text, so that a failure reads well
 
@@ -411,18 +410,7 @@ public:
 
     int ProcessMCUpdate(const CMCUpdateMsg& update) override
     {
-        stContents contents;
-        contents.unUpdateType = static_cast<std::uint32_t>(update.GetUpdateType());
-        for (int nType = 0; nType < c_nMessageTypes; ++nType)
-        {
-            const unsigned char* pData = nullptr;
-            int nLength = 0;
-            if (update.GetArray(static_cast<tagenPPCMessageType>(nType), pData, nLength))
-            {
-                contents.arrays[nType].assign(pData, pData + nLength);
-            }
-        }
-        ++(Support::ProvesItself(contents) ? m_nWhole : m_nMixed);
+        ++(Support::ProvesItself(Support::ContentsOf(update)) ? m_nWhole : m_nMixed);
         return 0;
     }
 

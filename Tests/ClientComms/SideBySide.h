@@ -61,16 +61,7 @@ public:
     {
         stJoined seen;
         seen.unSequence = GetUpdateSequence();
-        seen.contents.unUpdateType = static_cast<std::uint32_t>(int(update.GetUpdateType()));
-        for (int nType = 0; nType < c_nMessageTypes; ++nType)
-        {
-            const unsigned char* pArray = nullptr;
-            int nLength = 0;
-            if (update.GetArray(static_cast<tagenPPCMessageType>(nType), pArray, nLength) && nLength > 0)
-            {
-                seen.contents.arrays[nType].assign(pArray, pArray + nLength);
-            }
-        }
+        seen.contents = ContentsOf(update);
         m_Seen.push_back(seen);
         return 0;
     }

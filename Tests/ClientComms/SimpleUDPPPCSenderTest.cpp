@@ -3,6 +3,7 @@
 #include "Runtime/Clock.h"
 #include "Support/Blocks.h"
 #include "Support/Bytes.h"
+#include "Support/InChild.h"
 #include "Support/SystemCalls.h"
 
 #include <gmock/gmock.h>
@@ -18,7 +19,6 @@
 #include <sys/resource.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
-#include <sys/wait.h>
 #include <type_traits>
 #include <unistd.h>
 #include <vector>
@@ -84,24 +84,10 @@ protected:
     SimpleUDPPPCSender m_Sender;
 };
 
-// What a child ends with in which this runs.
-template <typename F>
-int InChild(F run)
-{
-    const pid_t nChild = fork();
-    if (nChild == 0)
-    {
-        _exit(run());
-    }
-    int nStatus = 0;
-    EXPECT_EQ(nChild, waitpid(nChild, &nStatus, 0));
-    return WIFEXITED(nStatus) ? WEXITSTATUS(nStatus) : -1;
-}
-
 // With the three standard descriptors alone.
 TEST(SimpleSenderSocket, LeavesTheStandardDescriptorsOpenWhenThereIsNoneForIt)
 {
-    const int nResult = InChild(
+    const int nResult = Support::InChild(
         []
         {
             for (int nStandard = 0; nStandard < 3; ++nStandard)

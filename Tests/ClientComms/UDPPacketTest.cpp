@@ -216,3 +216,21 @@ TEST(MakeFragment, CutsARotaryUpdateIntoFive)
                      "00000000 fffffffe 00000003 00000005 0000fdd4", "00000000 fffffffe 00000004 00000005 0000fdd4",
                      "00000000 fffffffe 00000005 00000005 0000a51c"});
 }
+
+TEST(MakeFragment, RefusesAMessageThatIsNotThereHoweverShort)
+{
+    const auto pPacket = std::make_unique<UDP_PACKET>();
+    EXPECT_EQ(MakeFragment(enDatagramMCUpdate, 7, nullptr, 1, 1, *pPacket), 0);
+}
+
+TEST(MakeFragment, OfAMessageRightBehindThePacketIsItsOwnPart)
+{
+    const std::size_t unMessage = 64981;
+    std::vector<UDP_PACKET> packets(3); // the first is filled, the message begins where its payload ends
+    const tBytes message = Pattern(unMessage);
+    unsigned char* pMessage = reinterpret_cast<unsigned char*>(packets.data()) + sizeof(UDP_PACKET);
+    std::memcpy(pMessage, message.data(), unMessage);
+    std::memset(&packets[0], 0xee, sizeof packets[0]);
+    EXPECT_EQ(MakeFragment(enDatagramMCUpdate, 7, pMessage, static_cast<long>(unMessage), 2, packets[0]), 21);
+    EXPECT_EQ(packets[0].acPayload[0], message.back());
+}

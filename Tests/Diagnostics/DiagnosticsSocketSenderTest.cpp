@@ -1,6 +1,7 @@
 #include "Diagnostics/DiagnosticsSocketSender.h"
 
 #include "Support/Bytes.h"
+#include "Support/InChild.h"
 #include "Support/SystemCalls.h"
 
 #include <gmock/gmock.h>
@@ -9,7 +10,6 @@
 #include <arpa/inet.h>
 #include <fcntl.h>
 #include <sys/socket.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -138,20 +138,6 @@ protected:
     int m_nReceiver;
     sockaddr_in m_Address;
 };
-
-// What a child ends with in which this runs.
-template <typename F>
-int InChild(F run)
-{
-    const pid_t nChild = fork();
-    if (nChild == 0)
-    {
-        _exit(run());
-    }
-    int nStatus = 0;
-    EXPECT_EQ(nChild, waitpid(nChild, &nStatus, 0));
-    return WIFEXITED(nStatus) ? WEXITSTATUS(nStatus) : -1;
-}
 
 } // namespace
 
@@ -391,7 +377,7 @@ TEST_F(DiagnosticsSenderForReal, SendsNothingThatIsTooLargeForADatagram)
 
 TEST_F(DiagnosticsSenderForReal, ReturnsWhenDescriptorZeroIsNoSocket)
 {
-    const int nResult = InChild(
+    const int nResult = Support::InChild(
         []
         {
             dup2(open("/dev/null", O_RDWR), 0);
@@ -404,7 +390,7 @@ TEST_F(DiagnosticsSenderForReal, ReturnsWhenDescriptorZeroIsNoSocket)
 
 TEST_F(DiagnosticsSenderForReal, ClosesDescriptorZeroWhenItWasNeverEstablished)
 {
-    const int nResult = InChild(
+    const int nResult = Support::InChild(
         []
         {
             dup2(open("/dev/null", O_RDWR), 0);

@@ -1,5 +1,6 @@
 #include "ClientComms/ClientMsgHandler.h"
 
+#include "Faults/OpenHandler.h"
 #include "RySocketIO/CSocketThread.h"
 #include "Support/Bytes.h"
 
@@ -19,10 +20,11 @@
 namespace
 {
 
+using Faults::c_szLoopback;
+using Faults::Loopback;
 using Support::tBytes;
 
 constexpr int c_nLives = 200; // of a handler under traffic
-const char c_szLoopback[] = "127.0.0.1";
 
 class CCountingHandler : public CClientMsgHandler
 {
@@ -80,15 +82,6 @@ public:
     }
 
 private:
-    static sockaddr_in Loopback(unsigned int unPort)
-    {
-        sockaddr_in address = {};
-        address.sin_family = AF_INET;
-        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-        address.sin_port = htons(static_cast<std::uint16_t>(unPort));
-        return address;
-    }
-
     const int m_nSocket;
 };
 

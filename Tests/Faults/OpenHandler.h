@@ -16,6 +16,15 @@ namespace Faults
 
 constexpr char c_szLoopback[] = "127.0.0.1";
 
+inline sockaddr_in Loopback(unsigned int unPort)
+{
+    sockaddr_in address = {};
+    address.sin_family = AF_INET;
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    address.sin_port = htons(static_cast<std::uint16_t>(unPort));
+    return address;
+}
+
 class CCountingHandler : public CClientMsgHandler
 {
 public:
@@ -80,15 +89,6 @@ public:
     }
 
 private:
-    static sockaddr_in Loopback(unsigned int unPort)
-    {
-        sockaddr_in address = {};
-        address.sin_family = AF_INET;
-        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-        address.sin_port = htons(static_cast<std::uint16_t>(unPort));
-        return address;
-    }
-
     int m_nSocket;
     std::uint32_t m_unId = 0;
 };

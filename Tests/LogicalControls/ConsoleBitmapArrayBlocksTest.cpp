@@ -872,3 +872,43 @@ TEST_F(NumberedImage, GoesThroughRecordsWithoutSwitches)
     Write(m_Image, EverythingNumbered(0), 1);
     EXPECT_EQ(-1, Difference(others(EverythingNumbered(0)), others(Held(m_Image, 1))));
 }
+
+TEST_F(BlockTransfer, ReadingNothingMovesNoFreshCursor)
+{
+    stPPCWithSI record;
+    EXPECT_EQ(0, m_Image.BlockReadPPC(&record, 0, 0));
+    EXPECT_EQ(0, m_Image.BlockReadScopelessPPC(nullptr, 1));
+    EXPECT_THAT(ReadCursors(m_Image), ElementsAre(c_Fresh, c_Fresh, c_Fresh));
+}
+
+TEST_F(NumberedImage, EndsWithACursorThatStandsNowhere)
+{
+    EXPECT_TRUE(Place(m_Image, m_All.back()));
+    EXPECT_THAT(Read(m_Image, 1, 0), SizeIs(1));
+    EXPECT_EQ((tWords{7, -1, 0, 0, 0, 0, 0}), Words(m_Image.GetReadBlock()));
+}
+
+TEST_F(BlockTransfer, ABlockThatIsNotThereHasTheCheckWordZero)
+{
+    TakeMemory(*static_cast<CParameterArray<int, enSwitch, true>*>(m_Image.GetCParamArray(enSwitch)));
+    m_Image.UpdateXors();
+    EXPECT_EQ(0u, m_Image.GetXorVal(enSwitch));
+}
+
+// The switch that lets an export go past the safe flags is not there either.
+TEST_F(BlockTransfer, WithoutSwitchesAnExportHeedsTheSafeFlags)
+{
+    const auto pOther = std::make_unique<CBMAContainer>();
+    TakeMemory(*static_cast<CParameterArray<int, enSwitch, true>*>(m_Image.GetCParamArray(enSwitch)));
+    for (const int nParam : {0, 1})
+    {
+        m_Image.SetPPC(enFader, enMicInput, 3, nParam, 0.5f, false, false);
+        m_Image.SetPPCStoreScope(enFader, enMicInput, 3, nParam, 1);
+        m_Image.SetPPCSafeScope(enFader, enMicInput, 3, nParam, nParam);
+    }
+    m_Image.ExportScopedParameters(*pOther, false, false, nullptr);
+    float afValues[2] = {};
+    pOther->GetPPC(enFader, enMicInput, 3, 0, afValues[0]);
+    pOther->GetPPC(enFader, enMicInput, 3, 1, afValues[1]);
+    EXPECT_THAT(afValues, ElementsAre(0.0f, 0.5f));
+}

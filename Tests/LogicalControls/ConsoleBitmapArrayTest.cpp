@@ -1153,3 +1153,11 @@ TEST(ConsoleBitmapArrayDeathTest, SIOfAnotherTypeAborts)
                     Report("SetPPCSI(enPPCMessageType, enVirtualPathType, int, int, float, bool)", "NASTY"));
     }
 }
+
+TEST_F(ConsoleImage, CopiesNoBlockToNowhere)
+{
+    for (int nType = -1; nType <= c_nMessageTypes; ++nType)
+    {
+        m_Image.GetOwnCopyMessageMemory(static_cast<tagenPPCMessageType>(nType), nullptr);
+    }
+}

@@ -382,3 +382,16 @@ TEST(SwitchArray, HasTheFirstMicInputSwitchInBitZeroOfByte31)
     expected[32] = 0x04;
     EXPECT_EQ(Whole(switches), expected);
 }
+
+TYPED_TEST(FlagArray, HasNoBitsForAPathTypeThatDoesNotExist)
+{
+    for (const int nPathType : {INT_MIN, -1, 51, INT_MAX})
+    {
+        long lBitIndex = -1;
+        long lCount = -1;
+        unsigned char* pBits = nullptr;
+        this->m_Array.GetPPCBitBase(PathType(nPathType), 3, lBitIndex, lCount, pBits);
+        EXPECT_EQ(lBitIndex, 0) << nPathType;
+        EXPECT_EQ(lCount, 0) << nPathType;
+    }
+}

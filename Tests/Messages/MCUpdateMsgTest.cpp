@@ -686,3 +686,80 @@ TEST(MCUpdateMsg, ArraysOutsideTheLimitsAreRefused)
     EXPECT_TRUE(pMessage->SetArray(enString, large.data(), 261200));
     EXPECT_EQ(pMessage->GetTotalSize(), 45 + 27 + 261200);
 }
+
+TEST(MCUpdateMsg, SerialisesIntoNothingWhereThereIsNoBuffer)
+{
+    const auto pMessage = FullMessage();
+    *pMessage >> nullptr;
+    unsigned char* pNone = nullptr;
+    *pMessage >> &pNone;
+    EXPECT_EQ(pNone, nullptr);
+}
+
+TEST(MCUpdateMsg, NegativeLengthsThatLeaveTheHeaderAloneAreSerialisedAsTheHeader)
+{
+    const auto pMessage = NewMessage();
+    ParseTrusted(*pMessage, Hex("00000001 00 00000000 00000002 00000008 fffffffc fffffffc"));
+    EXPECT_EQ(pMessage->GetTotalSize(), 17);
+    EXPECT_EQ(Serialised(*pMessage), Hex("00000001 00 00000000 00000002 00000000"));
+}
+
+TEST(MCUpdateMsg, TheLastFourBytesOfABufferAreALength)
+{
+    const auto pMessage = NewMessage();
+    ParseTrusted(*pMessage, Hex("00000001 00 00000000 00000002 0000000b fffffffd 00000003 aabbcc"));
+    EXPECT_EQ(pMessage->GetTotalSize(), 25);
+    EXPECT_EQ(Serialised(*pMessage), Hex("00000001 00 00000000 00000002 00000008 fffffffd 00000003"));
+}
+
+TEST(MCUpdateMsg, ACopyShowsNoBytesThatDidNotMoveBesideOthersThatDid)
+{
+    const auto pSource = NewMessage();
+    const tBytes large(261200, 0x42);
+    pSource->SetUpdateType(enMCUpdateRotary);
+    EXPECT_TRUE(pSource->SetArray(enString, large.data(), 261200));
+    EXPECT_TRUE(pSource->SetArray(enRotary, large.data(), 1));
+    const auto pCopy = std::make_unique<CMCUpdateMsg>(*pSource);
+    EXPECT_EQ(Shown(*pCopy), (tArrays{{}, Hex("42"), {}, {}, {}, {}, {}}));
+}
+
+TEST(MCUpdateMsg, ALengthOfNothingEmptiesAnArrayWithoutData)
+{
+    const auto pMessage = FullMessage();
+    EXPECT_TRUE(pMessage->SetArray(enRotary, nullptr, 0));
+    EXPECT_NE(pMessage->PrepareArray(enSwitch, 0), nullptr);
+    tArrays expected = SomeArrays(0, 6);
+    expected[1].clear();
+    expected[2].clear();
+    EXPECT_EQ(Shown(*pMessage), expected);
+}
+
+TEST(MCUpdateMsg, ABoundedParseTakesAnUpdateWithAnEmptyArray)
+{
+    const tBytes update = Hex("00000001 00 00000000 00000001 0000000e 00000002 aabb 00000000 00000001 cc");
+    for (const bool bShallow : {false, true})
+    {
+        const auto pMessage = NewMessage(bShallow);
+        CExactCopy bytes(update);
+        EXPECT_TRUE(pMessage->Parse(bytes.Data(), bytes.Size()));
+        EXPECT_EQ(Error(*pMessage), 0);
+        EXPECT_EQ(Shown(*pMessage), (tArrays{{}, {}, Hex("aabb"), {}, {}, {}, {}}));
+    }
+}
+
+TEST(MCUpdateMsg, AParseWithoutALengthEndsFourMebibytesIn)
+{
+    tBytes bytes = Hex("00000001 00 00000000 00000002 00000000");
+    AppendBig(bytes, 0);
+    bytes.resize(16u << 20);
+    for (const std::uint32_t unLength : {(4u << 20) - 21, (4u << 20) - 20})
+    {
+        for (int nByte = 0; nByte < 4; ++nByte)
+        {
+            bytes[17 + static_cast<std::size_t>(nByte)] = static_cast<unsigned char>(unLength >> (24 - 8 * nByte));
+        }
+        const auto pMessage = NewMessage(true);
+        *pMessage << bytes.data();
+        EXPECT_EQ(Shown(*pMessage)[0].size(), unLength == (4u << 20) - 21 ? unLength : 0u);
+    }
+}

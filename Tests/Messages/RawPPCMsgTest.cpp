@@ -684,3 +684,21 @@ TEST(AnalyseStream, ACutIsBadWhereLessThanAHeaderIsLeft)
         EXPECT_EQ(bGood, unLeft == 0 || unLeft >= 25) << unCut;
     }
 }
+
+TEST(RawPPCMsg, ARecordCutBehindItsHeaderLeavesTheHeader)
+{
+    CRawPPCMsg message;
+    EXPECT_FALSE(Parse(message, FirstOf(c_String, 25)));
+    EXPECT_EQ(message.Header().nValueLength, 13);
+    EXPECT_EQ(message.GetTotalSize(), 38);
+}
+
+TEST(RawPPCMsgCopy, TakesAValueOfOneByte)
+{
+    CRawPPCMsg source;
+    const tBytes record = SerialisedRecord(6, 1, Hex("7f"));
+    ASSERT_TRUE(Parse(source, record));
+    CRawPPCMsg copy(source);
+    EXPECT_EQ(Error(copy), tError(false, 0));
+    EXPECT_EQ(Serialised(copy), record);
+}

@@ -1,6 +1,7 @@
 // Small updates that prove themselves: every array carries its update's number and a check word over its bytes.
 #pragma once
 
+#include "Messages/MCUpdateMsg.h"
 #include "Support/Bytes.h"
 
 #include <algorithm>
@@ -34,6 +35,23 @@ struct stContents
 inline bool operator==(const stContents& a, const stContents& b)
 {
     return a.unUpdateType == b.unUpdateType && a.arrays == b.arrays;
+}
+
+// The same as a decoded update shows it.
+inline stContents ContentsOf(const CMCUpdateMsg& update)
+{
+    stContents contents;
+    contents.unUpdateType = static_cast<std::uint32_t>(int(update.GetUpdateType()));
+    for (int nType = 0; nType < c_nMessageTypes; ++nType)
+    {
+        const unsigned char* pArray = nullptr;
+        int nLength = 0;
+        if (update.GetArray(static_cast<tagenPPCMessageType>(nType), pArray, nLength))
+        {
+            contents.arrays[nType].assign(pArray, pArray + nLength);
+        }
+    }
+    return contents;
 }
 
 struct stNumberedUpdate

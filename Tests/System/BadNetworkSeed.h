@@ -37,19 +37,7 @@ public:
 
     int ProcessMCUpdate(const CMCUpdateMsg& update) override
     {
-        stApplied applied;
-        applied.unSequence = GetUpdateSequence();
-        applied.contents.unUpdateType = static_cast<std::uint32_t>(int(update.GetUpdateType()));
-        for (int nType = 0; nType < c_nMessageTypes; ++nType)
-        {
-            const unsigned char* pArray = nullptr;
-            int nLength = 0;
-            if (update.GetArray(static_cast<tagenPPCMessageType>(nType), pArray, nLength) && nLength > 0)
-            {
-                applied.contents.arrays[nType].assign(pArray, pArray + nLength);
-            }
-        }
-        m_Applied.push_back(applied);
+        m_Applied.push_back({GetUpdateSequence(), Support::ContentsOf(update)});
         return 0;
     }
 
