@@ -519,7 +519,6 @@ class CTestHandler : public CMsgHandlerBase
 public:
     using CMsgHandlerBase::m_aRemoteAddresses;
     using CMsgHandlerBase::m_nRemoteAddresses;
-    using CMsgHandlerBase::m_PPCBuffer;
 
     void Store(std::uint32_t unId, std::uint32_t unNumber, std::uint32_t unTotal, const tBytes& payload)
     {
@@ -529,6 +528,12 @@ public:
         int nSize = 1;
         EXPECT_EQ(-1, ValidatePacketSequence(reinterpret_cast<const char*>(datagram.data()), static_cast<long>(datagram.size()),
                                              &pBuffer, nSize));
+    }
+
+    void Add(CRawPPCMsg* pMessage)
+    {
+        const CLockGuard guard(m_PPCBufferLock);
+        m_PPCBuffer.AddMsgToTail(pMessage);
     }
 };
 
@@ -627,8 +632,8 @@ TEST_F(MsgHandlerBase, ASixthAddressIsIgnoredAndAResetForgetsThemAll)
 TEST_F(MsgHandlerBase, ThePPCBufferIsCountedAndCleared)
 {
     EXPECT_EQ(0, m_pHandler->GetPPCBufferSize());
-    m_pHandler->m_PPCBuffer.AddMsgToTail(new CRawPPCMsg[1]);
-    m_pHandler->m_PPCBuffer.AddMsgToTail(new CRawPPCMsg[3]);
+    m_pHandler->Add(new CRawPPCMsg[1]);
+    m_pHandler->Add(new CRawPPCMsg[3]);
     EXPECT_EQ(2, m_pHandler->GetPPCBufferSize());
     m_pHandler->ClearPPCBuffer();
     EXPECT_EQ(0, m_pHandler->GetPPCBufferSize());

@@ -143,17 +143,15 @@ public:
 
     void Add(std::unique_ptr<CRawPPCMsg[]> pMessage)
     {
-        m_PPCBufferLock.Lock();
+        const CLockGuard guard(m_PPCBufferLock);
         m_PPCBuffer.AddMsgToTail(pMessage.release());
-        m_PPCBufferLock.Unlock();
     }
 
     int CountAndClear()
     {
-        m_PPCBufferLock.Lock();
+        const CLockGuard guard(m_PPCBufferLock);
         const int nSize = m_PPCBuffer.GetQueueSize();
         m_PPCBuffer.ClearQueue();
-        m_PPCBufferLock.Unlock();
         return nSize;
     }
 

@@ -71,7 +71,7 @@ private:
 
 } // namespace
 
-TEST(GuardedBlock, EndsAtAPageThatMayNotBeTouched)
+TEST(GuardedBlockDeathTest, EndsAtAPageThatMayNotBeTouched)
 {
     CGuardedBlock block(100);
     const tBytes bytes = Support::Hex("01 02 03");
