@@ -379,10 +379,11 @@ TEST_F(ClientMsgHandler, DataMayBeDecodedDirectlyAndLeavesTheCacheWhereItIs)
     EXPECT_EQ(tBytes(), Round(5));
 }
 
-TEST_F(ClientMsgHandler, DataTooShortForAnUpdateFailsToDecode)
+TEST_F(ClientMsgHandler, DataTooShortForAnUpdateOrTooLongForACacheFailsToDecode)
 {
     tBytes update = Update(1, Hex("77"));
-    for (const long lLength : {LONG_MIN, -1L, 0L, 16L})
+    update.resize(1048577);
+    for (const long lLength : {LONG_MIN, -1L, 0L, 16L, 1048577L})
     {
         m_Log.Take();
         testing::internal::CaptureStdout();

@@ -165,7 +165,13 @@ void CSideBySide::LookForUpdates()
     for (std::size_t un = 0; un < expected.size(); ++un)
     {
         ASSERT_EQ(m_pHandler->m_Seen[un].unSequence, expected[un].unSequence);
-        ASSERT_TRUE(m_pHandler->m_Seen[un].contents == expected[un].contents);
+        const stContents& contents = m_pHandler->m_Seen[un].contents;
+        ASSERT_TRUE(contents == expected[un].contents);
+        Digest(m_pHandler->m_Seen[un].unSequence);
+        for (const auto& [nType, array] : contents.arrays)
+        {
+            Digest(CheckWord(contents.unUpdateType, nType, array));
+        }
         Apply(expected[un]);
     }
 }
@@ -210,6 +216,7 @@ void CSideBySide::ExpectStatistics()
     m_Counts[enCountEvicted] = m_Model.GetEvicted();
     for (int nCounter = 0; nCounter < enReceiveCounterCount; ++nCounter)
     {
+        Digest(statistics.aunCount[nCounter]);
         if (nCounter != enCountBytes)
         {
             EXPECT_EQ(statistics.aunCount[nCounter], m_Counts[nCounter])

@@ -75,6 +75,9 @@ class CSideBySide
 public:
     void RunSeed(std::uint32_t unSeed);
 
+    // Everything that the handler made of the seeds so far, in one number: every update that it handed over and every counter.
+    std::uint32_t GetDigest() const { return m_unDigest; }
+
     stFigures m_Figures;
 
 private:
@@ -101,6 +104,7 @@ private:
     void LookForUpdates();
     void Apply(const stJoined& joined);
     void ExpectStatistics();
+    void Digest(std::uint32_t unValue) { m_unDigest = (m_unDigest ^ unValue) * 16777619u; }
     void Explain(const stNumberedUpdate& update, std::uint32_t unFirstDatagram);
     bool Explained(std::uint32_t unDatagram);
 
@@ -110,6 +114,7 @@ private:
     stCache m_aCaches[2];
     int m_nCache = 0;
     std::uint32_t m_unSequence = 0;
+    std::uint32_t m_unDigest = 2166136261u;
     std::map<int, std::uint32_t> m_Counts; // what the statistics have to show
 
     // Of the seed.

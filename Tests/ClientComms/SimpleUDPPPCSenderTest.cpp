@@ -476,6 +476,8 @@ TEST(SimpleSenderDestination, IsFoundOrNot)
                   {"localhost", 7050, true, 0x7f000001, 7050},
                   {"255.255.255.255", 7050, false, 0, 0}, // reads as no address, and no host has that name
                   {"nowhere.invalid", 7050, false, 0, 0},
+                  {"host.of-another-family", 7050, false, 0, 0},
+                  {"host.without-addresses", 7050, false, 0, 0},
                   {"", 7050, false, 0, 0}};
     for (const auto& c : aCases)
     {

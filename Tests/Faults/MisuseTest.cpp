@@ -13,6 +13,7 @@
 
 #include <atomic>
 #include <chrono>
+#include <cstdlib>
 #include <memory>
 #include <thread>
 
@@ -197,6 +198,19 @@ TEST(Misuse, ASecondInitialiseClientIsRefusedAndTheFirstGoesOn)
     peer.Send(unPort, UpdateDatagram());
     EXPECT_TRUE(Becomes([&] { return pHandler->UpdateBMA() == 0; }));
     EXPECT_EQ(1, pHandler->nApplied);
+}
+
+TEST(Misuse, ASecondInitialiseClientMayJoinAnotherGroupOnTheFirstPort)
+{
+    if (std::getenv("LOGICALCONTROLS_OWN_NETWORK") == nullptr)
+    {
+        GTEST_SKIP() << "not in a network namespace of its own";
+    }
+    const auto pHandler = std::make_unique<CCountingHandler>();
+    ASSERT_TRUE(pHandler->Open());
+    const unsigned int unPort = pHandler->GetLocalPort();
+    EXPECT_TRUE(pHandler->InitialiseClient(unPort + 1, nullptr, "225.0.0.46", nullptr));
+    EXPECT_EQ(unPort, pHandler->GetLocalPort());
 }
 
 TEST(Misuse, ABusyPortIsRefusedAndTakenWhenItIsFree)

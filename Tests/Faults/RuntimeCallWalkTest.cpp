@@ -1,5 +1,6 @@
 #include "Faults/EachFault.h"
 
+#include "ClientComms/ClientMsgHandler.h"
 #include "ClientComms/SimpleUDPPPCSender.h"
 #include "Diagnostics/DiagnosticsSocketSender.h"
 #include "Diagnostics/DiagnosticsXMLReader.h"
@@ -8,6 +9,7 @@
 #include "Runtime/FailurePolicy.h"
 #include "Runtime/Locks.h"
 #include "Runtime/Memory.h"
+#include "Support/Bytes.h"
 
 #include <gtest/gtest.h>
 
@@ -165,6 +167,42 @@ TEST(LockCallWalk, ASectionThatCouldNotBeSetUpDoesNotHang)
         _exit(0);
     };
     EXPECT_EXIT(use(), testing::ExitedWithCode(0), "");
+}
+
+TEST(LockCallWalk, AHandlerThatCanNotLockTakesNothingAndLosesNothing)
+{
+    const auto pHandler = std::make_unique<CClientMsgHandler>(false);
+    Support::tBytes update = Support::Datagram(0, 1, 1, 1, Support::UpdateHeader(2, 0));
+    const auto receive = [&](const char* szSender)
+    {
+        pHandler->OnReceivedData(reinterpret_cast<char*>(update.data()), static_cast<long>(update.size()),
+                                 RySocketIO::CIPString(szSender));
+    };
+    const auto count = [&](enReceiveCounter enCounter) { return pHandler->GetStatistics().aunCount[enCounter]; };
+    RySocketIO::CIPString sender("as it was");
+    receive("10.0.0.1");
+    ASSERT_TRUE(pHandler->QueuePPC(enInteger, enMicInput, 1, 2, 3));
+    {
+        const CFault fault(enMutexLock, EINVAL);
+        receive("10.0.0.2");
+        EXPECT_EQ(1u, count(enRejectedLock));
+        EXPECT_EQ(6, pHandler->UpdateBMA());
+        EXPECT_EQ(0u, count(enCountApplied));
+        EXPECT_FALSE(pHandler->QueuePPC(enInteger, enMicInput, 1, 2, 4));
+        EXPECT_EQ(0, pHandler->GetPPCBufferSize());
+        EXPECT_FALSE(pHandler->SendAll());
+        pHandler->ClearPPCBuffer();
+        pHandler->ClearReceiveErrors();
+        EXPECT_FALSE(pHandler->GetLastSender(sender));
+        EXPECT_STREQ("as it was", sender.Text());
+    }
+    EXPECT_EQ(0, pHandler->UpdateBMA());
+    EXPECT_EQ(1u, count(enCountApplied));
+    EXPECT_EQ(1, pHandler->GetPPCBufferSize());
+    EXPECT_TRUE(pHandler->GetLastSender(sender));
+    EXPECT_STREQ("10.0.0.1", sender.Text());
+    pHandler->ClearPPCBuffer();
+    EXPECT_EQ(0, pHandler->GetPPCBufferSize());
 }
 
 TEST(LockCallWalk, AReadersLockKnowsWhetherItIsValid)

@@ -3,6 +3,7 @@
 #include "ClientComms/ClientMsgHandler.h"
 #include "RySocketIO/CIPString.h"
 #include "RySocketIO/CSocketThread.h"
+#include "RySocketIO/StopEvent.h"
 #include "Support/Interruptions.h"
 
 #include <gtest/gtest.h>
@@ -20,6 +21,7 @@
 #include <climits>
 #include <condition_variable>
 #include <cstdlib>
+#include <limits>
 #include <memory>
 #include <mutex>
 #include <set>
@@ -132,6 +134,8 @@ TEST(Socket, AnImpossibleAddressIsRefusedAndAGoodOneStillOpens)
         EXPECT_FALSE(socket.InitialiseLocalSockets(0, szAddress, nullptr, 1)) << szAddress;
         EXPECT_EQ(0u, socket.GetLocalPort());
     }
+    EXPECT_FALSE(socket.InitialiseLocalSockets(0, "127.0.0.1", "nowhere", 1));
+    EXPECT_FALSE(socket.InitialiseLocalSockets(65536, "127.0.0.1", nullptr, 1));
     EXPECT_TRUE(socket.Open());
 }
 
@@ -241,6 +245,28 @@ TEST(Socket, MaySendToItself)
     EXPECT_EQ(tTexts{"me"}, socket.m_Received.WaitFor(1));
 }
 
+TEST(Socket, OfNoDerivedClassReceivesAndCountsAndDoesNothing)
+{
+    CNotingSocket sender;
+    CSocket receiver(RySocketIO::enConnectionUDP, false, false);
+    ASSERT_TRUE(sender.Open());
+    ASSERT_TRUE(receiver.InitialiseLocalSockets(0, "127.0.0.1", nullptr, 1));
+    const auto awaitDatagrams = [&](std::uint32_t unDatagrams)
+    {
+        for (int nTry = 0; nTry < 2000 && receiver.GetSocketStatistics().unDatagrams < unDatagrams; ++nTry)
+        {
+            std::this_thread::sleep_for(std::chrono::milliseconds(1));
+        }
+        return receiver.GetSocketStatistics().unDatagrams;
+    };
+    ASSERT_TRUE(SendText(sender, receiver, "one"));
+    EXPECT_EQ(1u, awaitDatagrams(1));
+    receiver.SetUseSenderInfo(true);
+    ASSERT_TRUE(SendText(sender, receiver, "two!"));
+    EXPECT_EQ(2u, awaitDatagrams(2));
+    EXPECT_EQ(7u, receiver.GetSocketStatistics().unBytes);
+}
+
 TEST(Socket, RefusesWhatCannotBeSent)
 {
     CNotingSocket socket;
@@ -248,6 +274,7 @@ TEST(Socket, RefusesWhatCannotBeSent)
     const std::string strLarge(65508, 'x');
     EXPECT_FALSE(SendText(socket, socket, strLarge));
     EXPECT_FALSE(socket.Send("nowhere", socket.GetLocalPort(), "x", 1));
+    EXPECT_FALSE(socket.Send("127.0.0.1", 65536, "x", 1));
     EXPECT_FALSE(socket.Send("", socket.GetLocalPort(), "x", 1));
     EXPECT_FALSE(socket.Send(nullptr, socket.GetLocalPort(), "x", 1));
     EXPECT_FALSE(socket.Send("127.0.0.1", socket.GetLocalPort(), "x", -1));
@@ -320,6 +347,22 @@ protected:
     }
     void Do() override { m_Events.Note("do"); }
 };
+
+// However long it would wait.
+TEST(StopEvent, OnceSetItKeepsNobodyWaiting)
+{
+    RySocketIO::CStopEvent event;
+    EXPECT_FALSE(event.Wait({0, 0}));
+    event.Set();
+    for (const timespec& time : {timespec{0, 0}, timespec{0, 500000000}, timespec{0, 500000001}, timespec{0, 999999999},
+                                 timespec{1, 0}, timespec{3600, 0}, timespec{std::numeric_limits<time_t>::max(), 0}})
+    {
+        EXPECT_TRUE(event.Wait(time));
+    }
+    EXPECT_TRUE(event.Reset());
+    EXPECT_FALSE(event.IsSet());
+    EXPECT_FALSE(event.Wait({0, 1000}));
+}
 
 TEST(SocketThread, DoesItsRoundsAndNoMore)
 {

@@ -367,3 +367,25 @@ TEST(PPCStreamReader, RefusesAValueThatIsTooShortAndLeavesTheResult)
         EXPECT_EQ(strValue.Text(), unLength >= 13 ? "AAAAAAAAAAAAA" : "as it was");
     }
 }
+
+TEST(PPCStreamReader, HasNoValueBeforeTheFirstRecordNorAfterTheLastNorAfterABadOne)
+{
+    const auto hasNone = [](const CPPCStreamReader& reader)
+    {
+        int nValue = 3;
+        EXPECT_FALSE(reader.GetValue(nValue));
+        EXPECT_EQ(nValue, 3);
+    };
+    for (const char* szRest : {"", "00"})
+    {
+        const CExactCopy stream(Hex(c_szIntRecord + std::string(szRest)));
+        CPPCStreamReader reader(stream.Data(), stream.Length());
+        hasNone(reader);
+        EXPECT_TRUE(reader.Next());
+        for (int nTry = 0; nTry < 2; ++nTry)
+        {
+            EXPECT_FALSE(reader.Next());
+            hasNone(reader);
+        }
+    }
+}

@@ -572,6 +572,13 @@ TEST(RawPPCMsg, RefusesAValueOfAnotherTypeAndStaysAsItIs)
     {
         EXPECT_FALSE(message.SetPPC(enType, 1, 2, 3, RyGConsoleString("no"))) << enType;
     }
+    for (const int nType : {INT_MIN, -1, 7, 32, INT_MAX})
+    {
+        const tagenPPCMessageType enType = static_cast<tagenPPCMessageType>(nType);
+        EXPECT_FALSE(message.SetPPC(enType, 1, 2, 3, 4.0f)) << nType;
+        EXPECT_FALSE(message.SetPPC(enType, 1, 2, 3, 4)) << nType;
+        EXPECT_FALSE(message.SetPPC(enType, 1, 2, 3, RyGConsoleString("no"))) << nType;
+    }
     EXPECT_EQ(Serialised(message), c_Int);
     EXPECT_EQ(Error(message), c_NoError);
 }

@@ -169,8 +169,18 @@ extern "C"
     {
         static unsigned char s_acAddress[] = {127, 0, 0, 1};
         static char* s_apAddresses[] = {reinterpret_cast<char*>(s_acAddress), nullptr};
-        static hostent s_Host = {nullptr, nullptr, AF_INET, sizeof s_acAddress, s_apAddresses};
-        return std::strcmp(szName, "localhost") == 0 ? &s_Host : nullptr;
+        static char* s_apNone[] = {nullptr};
+        static const struct
+        {
+            const char* szName;
+            hostent host;
+        } s_aHosts[] = {{"localhost", {nullptr, nullptr, AF_INET, sizeof s_acAddress, s_apAddresses}},
+                        {"host.of-another-family", {nullptr, nullptr, AF_INET6, 16, s_apAddresses}},
+                        {"host.without-addresses", {nullptr, nullptr, AF_INET, sizeof s_acAddress, s_apNone}}};
+        const auto pFound = std::find_if(std::begin(s_aHosts), std::end(s_aHosts),
+                                         [szName](const auto& each) { return std::strcmp(szName, each.szName) == 0; });
+        static hostent s_Host;
+        return pFound != std::end(s_aHosts) ? &(s_Host = pFound->host) : nullptr;
     }
 
     int __wrap_pthread_mutex_init(pthread_mutex_t* pMutex, const pthread_mutexattr_t* pAttribute)

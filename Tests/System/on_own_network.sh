@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# Updates through bad networks, over real sockets.    bad_network.sh [EMULATOR] BAD_NETWORK [UPDATES]
+# A program that checks itself, on a network of its own.    on_own_network.sh [EMULATOR] PROGRAM [ARGUMENT]...
 # shellcheck source-path=SCRIPTDIR source=common.sh
 . "$(dirname "$0")/common.sh"
 enter_own_network "$@"
