@@ -341,6 +341,23 @@ TEST_F(ClientMsgHandler, ABadUpdateSpoilsItsCacheUntilErrorsAreCleared)
     EXPECT_EQ(Hex("04 03"), Round(101));
 }
 
+// An error sets the error flag and no other: what waited there is gone all the same.
+TEST_F(ClientMsgHandler, ABadUpdateOverAWaitingOneLeavesTheFlagOfThatAndNotItsUpdate)
+{
+    Deliver(Surface(1));
+    Deliver(Surface(2));
+    Deliver(c_Bad, "10.0.0.9");
+    CIPString sender;
+    EXPECT_TRUE(m_pHandler->GetLastSender(sender));
+    EXPECT_STREQ("10.0.0.9", sender.Text()); // the cache has a new update by its flag
+    m_Log.Take();
+    EXPECT_EQ(Hex("02"), Round(100));
+    EXPECT_EQ("CClientMsgHandler::UpdateBMA - cache 0, Error: true, New Update: true", m_Log.Take().front());
+    EXPECT_EQ(tBytes(), Round(5));
+    m_pHandler->ClearReceiveErrors();
+    EXPECT_EQ(tBytes(), Round(7));
+}
+
 TEST_F(ClientMsgHandler, AnErrorInTheLaterCacheOutlivesTheEarlierUpdate)
 {
     Deliver(Surface(1));

@@ -579,6 +579,71 @@ TEST(ImageFollower, NeverPutsAnOlderBlockOverANewerOne)
     EXPECT_EQ(EqualBlocks(*aSources[0], *pImage) & 0x7cu, 0x0cu);
 }
 
+// The last fragment of the first comes when the second is applied already.
+TEST(ImageFollower, NeverPutsAnUpdateOverAnotherThatWasSentLater)
+{
+    const tImage aSources[] = {RandomImage(31), RandomImage(32), RandomImage(33)};
+    const auto pImage = std::make_unique<CBMAContainer>();
+    const auto pFollower = std::make_unique<CImageFollower>(*pImage);
+    const std::vector<tBytes> late = Datagrams(0xffffffff, Update(*aSources[0], enMCUpdateSurface));
+    ASSERT_EQ(late.size(), 2u);
+    Receive(*pFollower, late[0]);
+    ReceiveMessage(*pFollower, 0, Update(*aSources[1], enMCUpdateSurface)); // the next id
+    EXPECT_EQ(pFollower->UpdateBMA(), 0);
+    EXPECT_EQ(pFollower->GetUpdateId(), 0u);
+    Receive(*pFollower, late[1]);
+    EXPECT_EQ(pFollower->UpdateBMA(), 0);
+    EXPECT_EQ(pFollower->GetUpdateId(), 0xffffffffu);
+    EXPECT_EQ(EqualBlocks(*aSources[1], *pImage) & 0x7cu, 0x7cu);
+    ReceiveMessage(*pFollower, 0xffffffff, Update(*aSources[2], enMCUpdateRotary)); // other blocks, of which none is newer
+    EXPECT_EQ(pFollower->UpdateBMA(), 0);
+    EXPECT_EQ(EqualBlocks(*aSources[2], *pImage) & 0x03u, 0x03u);
+    ReceiveMessage(*pFollower, 0, Update(*aSources[2], enMCUpdateSurface)); // the same second once more
+    EXPECT_EQ(pFollower->UpdateBMA(), 0);
+    EXPECT_EQ(EqualBlocks(*aSources[2], *pImage), 0x7fu);
+}
+
+TEST(ImageFollower, AppliesAnUpdateHoweverOftenItIsHanded)
+{
+    const tImage aSources[] = {RandomImage(41), RandomImage(42)};
+    const auto pImage = std::make_unique<CBMAContainer>();
+    const auto pFollower = std::make_unique<CImageFollower>(*pImage);
+    const auto pMessage = std::make_unique<CMCUpdateMsg>();
+    for (const tImage& pSource : aSources)
+    {
+        ASSERT_TRUE(BuildMCUpdate(*pSource, enMCUpdateAll, *pMessage));
+        EXPECT_EQ(pFollower->ProcessMCUpdate(*pMessage), 0);
+        EXPECT_EQ(EqualBlocks(*pSource, *pImage), 0x7fu);
+    }
+}
+
+TEST(UpdateOrder, TellsByTheNumberThenForASecondByTheId)
+{
+    const CUpdateOrder::tTime start;
+    const auto after = [start](int nMilliseconds) { return start + std::chrono::milliseconds(nMilliseconds); };
+    CUpdateOrder order;
+    EXPECT_TRUE(order.IsNewer(0, 0, start));
+    EXPECT_TRUE(order.IsNewer(0x80000000, 0xffffffff, start));
+    order.SetNewest(0xffffffff, 10, start);
+    const struct
+    {
+        std::uint32_t unSequence, unId;
+        int nMilliseconds;
+        bool bNewer;
+    } aCases[] = {{0, 10, 0, true},           {0, 11, 0, true},
+                  {0, 0x8000000a, 0, false},  {0, 0x80000009, 0, true},
+                  {0, 9, 0, false},           {0, 9, 999, false},
+                  {0, 9, 1000, true},         {0, 0xffffffff, 999, false},
+                  {0xfffffffe, 10, 0, false}, {0xfffffffe, 11, 5000, false},
+                  {0xffffffff, 10, 0, true},  {0x7ffffffe, 10, 0, true},
+                  {0x7fffffff, 10, 0, false}};
+    for (const auto& each : aCases)
+    {
+        EXPECT_EQ(order.IsNewer(each.unSequence, each.unId, after(each.nMilliseconds)), each.bNewer)
+            << each.unSequence << ", " << each.unId << " after " << each.nMilliseconds;
+    }
+}
+
 TEST(ImageFollower, AnswersTwoWhenABlockDoesNotFitAndZeroWhenNothingIsCarried)
 {
     const tImage pImage = RandomImage(12);

@@ -153,7 +153,7 @@ TEST_F(ReceiveStatistics, CountWhatIsNoDatagramAtAll)
     Deliver(Hex("00 01"));
     m_pHandler->OnReceivedData(nullptr, 100, CIPString("10.0.0.1"));
     m_pHandler->OnReceivedData(nullptr, -1, CIPString("10.0.0.1"));
-    EXPECT_EQ(Rejected("rejected: no data, or shorter than a header", 0, 3), Counts());
+    EXPECT_EQ(Rejected("rejected: no data, or shorter than a header", 34, 3), Counts());
 }
 
 TEST_F(ReceiveStatistics, CountAFragmentedMessageThatIsLargerThanTheBuffer)
@@ -227,6 +227,9 @@ TEST_F(ReceiveStatistics, CountMessagesJoinedFromUnlikeFragments)
     Deliver(Datagram(5, 9, 1, 2, Hex("00")));
     Deliver(Datagram(5, 9, 2, 2, Hex("00")));
     EXPECT_EQ(2u, Statistics().aunCount[enCountMixed]);
+    Deliver(Datagram(5, 10, 1, 2, Hex("00")), "10.0.0.1");
+    Deliver(Datagram(5, 10, 2, 2, Hex("00")), "10.0.0.2"); // another sender
+    EXPECT_EQ(3u, Statistics().aunCount[enCountMixed]);
 }
 
 TEST_F(ReceiveStatistics, CountWholeMessagesThatAreNoUpdates)
@@ -329,7 +332,7 @@ TEST_F(ReceiveStatistics, CountDatagramsOfSendersThatAreNotAccepted)
 {
     ASSERT_TRUE(m_pHandler->AcceptSender("10.0.0.1"));
     Deliver(c_Good, "10.0.0.2");
-    EXPECT_EQ(Rejected("rejected: sender not accepted", 0), Counts());
+    EXPECT_EQ(Rejected("rejected: sender not accepted", static_cast<std::uint32_t>(c_Good.size())), Counts());
     Deliver(c_Good, "10.0.0.1");
     EXPECT_EQ(1u, Statistics().aunCount[enCountCompleting]);
 }
@@ -387,6 +390,27 @@ TEST_F(ReceiveStatistics, FragmentsOfStrangersPushOutNothing)
     Deliver(Datagram(0, 7, 2, 2, tBytes(update.begin() + 10, update.end())));
     EXPECT_EQ(1u, Statistics().aunCount[enCountUpdates]);
     EXPECT_EQ(60u, Statistics().aunCount[enRejectedSender]);
+}
+
+TEST_F(ReceiveStatistics, AcceptNobodyWhoHasNoAddress)
+{
+    for (const char* szAddress : {"", "localhost", "10.0.0", "10.0.0.256", "127.000.000.001", " 10.0.0.1"})
+    {
+        EXPECT_FALSE(m_pHandler->AcceptSender(szAddress)) << szAddress;
+    }
+    Deliver(c_Good);
+    EXPECT_EQ(1u, Statistics().aunCount[enCountUpdates]) << "everybody is still heard";
+}
+
+TEST_F(ReceiveStatistics, StrictMatchingJoinsFragmentsOfOneSenderOnly)
+{
+    m_pHandler->SetStrictMatching(true);
+    Deliver(Datagram(4, 7, 1, 2, Hex("00")), "10.0.0.1");
+    Deliver(Datagram(4, 7, 2, 2, Hex("00")), "10.0.0.2");
+    EXPECT_EQ(0u, Statistics().aunCount[enCountCompleting]);
+    Deliver(Datagram(4, 7, 2, 2, Hex("00")), "10.0.0.1");
+    EXPECT_EQ(1u, Statistics().aunCount[enCountCompleting]);
+    EXPECT_EQ(0u, Statistics().aunCount[enCountMixed]);
 }
 
 TEST_F(ReceiveStatistics, StrictMatchingJoinsFragmentsOfOneTypeAndTotalOnly)

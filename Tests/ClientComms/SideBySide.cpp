@@ -48,7 +48,7 @@ stFaults FaultsOf(std::uint32_t unSeed)
 void CSideBySide::Start()
 {
     const std::map<enFate, std::uint32_t> fates = m_Figures.fates;
-    const stTag tag = {c_unNoDatagram, true, false};
+    const stTag tag = {c_unNoDatagram, true};
     for (int nFragment = 0; nFragment < 50; ++nFragment)
     {
         Deliver(Datagram(0, 0xffffffff, 1, 2, tBytes(1)), tag);
@@ -67,6 +67,7 @@ void CSideBySide::Start()
     m_Fates.clear();
     m_Applied.clear();
     m_Newest.clear();
+    m_pHandler->m_Orders.clear();
     m_Model.ForgetEvictedIds();
 }
 
@@ -172,11 +173,11 @@ void CSideBySide::LookForUpdates()
         {
             Digest(CheckWord(contents.unUpdateType, nType, array));
         }
-        Apply(expected[un]);
+        Apply(expected[un], m_pHandler->m_Seen[un].bNewest);
     }
 }
 
-void CSideBySide::Apply(const stJoined& joined)
+void CSideBySide::Apply(const stJoined& joined, bool bNewest)
 {
     const bool bWhole = ProvesItself(joined.contents);
     const std::uint32_t unNumber = bWhole ? BigAt(joined.contents.arrays.begin()->second, 0) : 0;
@@ -193,19 +194,19 @@ void CSideBySide::Apply(const stJoined& joined)
         return;
     }
     ASSERT_EQ(unNumber, pSent->unNumber);
+    // Nothing goes over what was sent later, unless the message id of one of the two was damaged.
     const auto pNewest = m_Newest.find(joined.contents.unUpdateType);
-    if (pNewest != m_Newest.end() && joined.unSequence < pNewest->second.first)
+    const bool bAny = pNewest != m_Newest.end();
+    const bool bLate = bAny && unNumber < pNewest->second.unNumber;
+    const bool bOvertaken = bAny && joined.unSequence < pNewest->second.unSequence;
+    ASSERT_TRUE(bNewest == !(bLate || bOvertaken) || bDamaged || (bAny && pNewest->second.bDamaged)) << "update " << unNumber;
+    if (!bNewest)
     {
+        m_Figures.unLate += bLate ? 1 : 0;
         Settle(joined, enFateOlder);
         return;
     }
-    if (pNewest != m_Newest.end() && unNumber < pNewest->second.second)
-    {
-        // An update that the MC sent earlier was completed later: by a datagram that came late.
-        ASSERT_TRUE(m_Tags[joined.unLastTag].bHeldBack || bDamaged);
-        ++m_Figures.unRolledBack;
-    }
-    m_Newest[joined.contents.unUpdateType] = {joined.unSequence, unNumber};
+    m_Newest[joined.contents.unUpdateType] = {joined.unSequence, unNumber, bDamaged};
     m_Applied.insert(unNumber);
     Settle(joined, enFateApplied);
 }
@@ -276,11 +277,10 @@ void CSideBySide::Deliver(const std::vector<stArrival>& arrivals)
 {
     for (const stArrival& arrival : arrivals)
     {
-        stTag tag = {arrival.unDatagram, false, false};
+        stTag tag = {arrival.unDatagram, false};
         for (const stFaultRecord& record : m_Faults[{arrival.unDatagram, arrival.bDuplicate}])
         {
             tag.bDamaged = tag.bDamaged || record.enWhat == enFaultTruncated || record.enWhat == enFaultCorrupted;
-            tag.bHeldBack = tag.bHeldBack || record.enWhat == enFaultHeldBack;
         }
         if (!tag.bDamaged)
         {

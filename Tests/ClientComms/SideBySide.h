@@ -1,7 +1,7 @@
 // A handler and the model of it, fed alike through bad networks, seed after seed.
 #pragma once
 
-#include "ClientComms/ClientMsgHandler.h"
+#include "ClientComms/ImageSync.h"
 
 #include "BadNetwork.h"
 #include "Support/Bytes.h"
@@ -28,6 +28,7 @@ struct stJoined
     stContents contents;
     std::vector<std::size_t> tags;
     std::size_t unLastTag = 0;
+    bool bNewest = false;
 };
 
 enum enFate
@@ -47,10 +48,10 @@ struct stFigures
     std::map<enFault, std::uint32_t> faults;
     std::map<enFate, std::uint32_t> fates;
     std::uint32_t unUpdates = 0, unDatagrams = 0, unWhole = 0, unFragmentLost = 0, unFragmentDamaged = 0, unOtherFate = 0;
-    std::uint32_t unEvicted = 0, unRolledBack = 0, unMixed = 0;
+    std::uint32_t unEvicted = 0, unLate = 0;
 };
 
-// The application: it remembers what UpdateBMA hands to it.
+// The application: it remembers what UpdateBMA hands to it, and of which it is told that it is the newest of its type.
 class CHandler : public CClientMsgHandler
 {
 public:
@@ -62,10 +63,17 @@ public:
         stJoined seen;
         seen.unSequence = GetUpdateSequence();
         seen.contents = ContentsOf(update);
+        CUpdateOrder& order = m_Orders[seen.contents.unUpdateType];
+        seen.bNewest = ProvesItself(seen.contents) && order.IsNewer(GetUpdateSequence(), GetUpdateId(), CUpdateOrder::tTime());
+        if (seen.bNewest)
+        {
+            order.SetNewest(GetUpdateSequence(), GetUpdateId(), CUpdateOrder::tTime());
+        }
         m_Seen.push_back(seen);
         return 0;
     }
 
+    std::map<std::uint32_t, CUpdateOrder> m_Orders; // by update type
     std::vector<stJoined> m_Seen;
 };
 
@@ -92,7 +100,14 @@ private:
     {
         std::uint32_t unDatagram;
         bool bDamaged;
-        bool bHeldBack;
+    };
+
+    // What was applied last.
+    struct stNewest
+    {
+        std::uint32_t unSequence;
+        std::uint32_t unNumber;
+        bool bDamaged;
     };
 
     void Start();
@@ -102,7 +117,7 @@ private:
     void Complete(const CModel::stResult& result);
     void Settle(const stJoined& joined, enFate enWhat);
     void LookForUpdates();
-    void Apply(const stJoined& joined);
+    void Apply(const stJoined& joined, bool bNewest);
     void ExpectStatistics();
     void Digest(std::uint32_t unValue) { m_unDigest = (m_unDigest ^ unValue) * 16777619u; }
     void Explain(const stNumberedUpdate& update, std::uint32_t unFirstDatagram);
@@ -122,10 +137,10 @@ private:
     std::map<std::pair<std::uint32_t, bool>, std::vector<stFaultRecord>> m_Faults; // of a datagram or its duplicate
     std::vector<stNumberedUpdate> m_Updates;
     std::vector<std::uint32_t> m_UpdateOfDatagram;
-    std::set<std::uint32_t> m_Intact;                                          // datagrams of which an undamaged copy arrived
-    std::map<std::uint32_t, std::set<enFate>> m_Fates;                         // of updates that had a part in it, by number
-    std::set<std::uint32_t> m_Applied;                                         // by number
-    std::map<std::uint32_t, std::pair<std::uint32_t, std::uint32_t>> m_Newest; // sequence and number applied, by update type
+    std::set<std::uint32_t> m_Intact;                  // datagrams of which an undamaged copy arrived
+    std::map<std::uint32_t, std::set<enFate>> m_Fates; // of updates that had a part in it, by number
+    std::set<std::uint32_t> m_Applied;                 // by number
+    std::map<std::uint32_t, stNewest> m_Newest;        // by update type
 };
 
 } // namespace Support

@@ -126,10 +126,6 @@ TEST_F(XMLSchema, IsReadFromItsFixedPathEachTime)
     EXPECT_TRUE(Catch([&] { return m_Reader.validate(); }));
     EXPECT_TRUE(Catch([&] { return m_Reader.validate(); }));
     EXPECT_THAT(redirected.asked, ElementsAre("/opt/orvik/bin/xml_validation.xsd", "/opt/orvik/bin/xml_validation.xsd"));
-    for (const int nOptions : redirected.options)
-    {
-        EXPECT_EQ(XML_PARSE_NONET, nOptions & ~(XML_PARSE_NOERROR | XML_PARSE_NOWARNING)); // and may be told to be quiet
-    }
 }
 
 TEST_F(XMLSchema, IsReadFromTheGivenFile)
@@ -188,7 +184,7 @@ TEST_F(XMLSchema, IsNoFileOfTheNetwork)
     EXPECT_FALSE(Validate("ftp://127.0.0.1:1/schema.xsd"));
 }
 
-// Nobody fetches them: the loader would be asked.
+// Nobody fetches them, and the loader is asked for nothing.
 TEST_F(XMLSchema, NamesNoOtherFiles)
 {
     static int s_nLoads;
@@ -209,7 +205,7 @@ TEST_F(XMLSchema, NamesNoOtherFiles)
         EXPECT_EQ(file.strName + " names other files", m_Reader.GetError());
     }
     xmlSetExternalEntityLoader(before);
-    EXPECT_EQ(3, s_nLoads);
+    EXPECT_EQ(0, s_nLoads);
 }
 
 TEST_F(XMLSchema, TellsTheLineThatItRefuses)

@@ -161,6 +161,21 @@ TEST_F(CutMessages, DatagramCutAnywhereCompletesNoMessageFirstOrLastToCome)
     }
 }
 
+// As long as can be looked at, and without an end: fifty characters are too many, and no more are read.
+TEST_F(CutMessages, AnAddressWithoutItsEndIsNone)
+{
+    class CHandler : public CMsgHandlerBase
+    {
+    public:
+        using CMsgHandlerBase::m_nRemoteAddresses;
+    };
+    const auto pHandler = std::make_unique<CHandler>();
+    CGuardedBlock block(50);
+    const std::string strEndless(50, '1');
+    pHandler->SetRemoteAddress(reinterpret_cast<const char*>(block.Put(strEndless.data(), 50)), 0, 9);
+    EXPECT_EQ(0, pHandler->m_nRemoteAddresses);
+}
+
 // ---- Records ------------------------------------------------------------------------------------------------------------------
 
 TEST_F(CutMessages, StreamOfRecordsIsReadUpToTheLastWholeOne)

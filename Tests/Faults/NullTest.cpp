@@ -90,6 +90,8 @@ TEST(MisuseOfNull, MessagesTakeNone)
     CRawPPCQueue queue;
     EXPECT_TRUE(queue.AddMsgToTail(nullptr));
     EXPECT_EQ(0, queue.GetQueueSize());
+    EXPECT_TRUE(queue.AddMsgToTail(new CRawPPCMsg[1]));
+    EXPECT_EQ(0, queue.Borrow(nullptr, 5));
     const auto pUpdate = std::make_unique<CMCUpdateMsg>();
     EXPECT_FALSE(pUpdate->ValidateUpdate(nullptr));
     EXPECT_FALSE(pUpdate->Parse(nullptr, 100));

@@ -92,6 +92,22 @@ TEST(ThreadCallWalk, ASenderThatCanNotStartSaysSo)
     WithEach(enEvent, {EINVAL, EMFILE, ENFILE, ENODEV, ENOMEM}, Handler, start);
 }
 
+TEST(ThreadCallWalk, WhatWasMadeWhenThereWereNoDescriptorsWorksWhenThereAre)
+{
+    std::unique_ptr<CClientMsgHandler> pHandler;
+    std::unique_ptr<CCountingThread> pThread;
+    {
+        const CFault fault(enEvent, EMFILE);
+        pHandler = Handler();
+        pThread = Thread();
+        EXPECT_FALSE(pHandler->InitialiseClient(0, "127.0.0.1", nullptr, nullptr));
+        EXPECT_FALSE(pThread->Start(-1));
+        EXPECT_LT(0, CFault::Struck());
+    }
+    EXPECT_TRUE(pHandler->InitialiseClient(0, "127.0.0.1", nullptr, nullptr));
+    EXPECT_TRUE(pThread->Start(-1));
+}
+
 TEST(ThreadCallWalk, AThreadKeepsItsPeriodAndStopsWhileItsWaitFails)
 {
     WithEach(enPPoll, c_WaitErrors, Thread,

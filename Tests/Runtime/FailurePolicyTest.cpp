@@ -286,6 +286,12 @@ TEST_F(FailurePolicy, ReportsTheUsersMessageBehindTheLine)
     EXPECT_EQ(Reported({{"l", "g(int)", "b", "c", "two\nlines "}}, 7), "l: c at: \n\tg(int),\n\tb:7\n user msg: two\nlines ");
 }
 
+TEST_F(FailurePolicy, ReportsThoughAnEarlierWriteHasFailed)
+{
+    std::cerr.setstate(std::ios::badbit);
+    EXPECT_EQ(c_szReport, Reported(c_Texts));
+}
+
 TEST_F(FailurePolicy, ReportsTextsAsTheyAre)
 {
     EXPECT_EQ(Reported({{"%s", "%n", "%d", "%5$s", "%"}}), "%s: %5$s at: \n\t%n,\n\t%d:12\n user msg: %");

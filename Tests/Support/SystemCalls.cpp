@@ -1,7 +1,7 @@
 #include "Support/SystemCalls.h"
 
 #include <dlfcn.h>
-#include <libxml/parser.h>
+#include <fcntl.h>
 #include <netdb.h>
 #include <pthread.h>
 #include <semaphore.h>
@@ -10,6 +10,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <cstdarg>
 #include <cstring>
 
 namespace
@@ -109,7 +110,7 @@ extern "C"
     int __real_backtrace(void**, int);
     int __real_dladdr(const void*, Dl_info*);
     pid_t __real_getpid();
-    xmlDocPtr __real_xmlCtxtReadFile(xmlParserCtxtPtr, const char*, const char*, int);
+    int __real_open(const char*, int, ...);
 
     void* __wrap_malloc(std::size_t unSize)
     {
@@ -247,15 +248,18 @@ extern "C"
         return MayCall(Support::CFailingCall::enGetPid) ? __real_getpid() : -1;
     }
 
-    xmlDocPtr __wrap_xmlCtxtReadFile(xmlParserCtxtPtr pParser, const char* szFile, const char* szEncoding, int nOptions)
+    int __wrap_open(const char* szFile, int nFlags, ...)
     {
+        va_list arguments;
+        va_start(arguments, nFlags);
+        const int nMode = (nFlags & O_CREAT) != 0 ? va_arg(arguments, int) : 0;
+        va_end(arguments);
         if (g_pRedirected == nullptr)
         {
-            return __real_xmlCtxtReadFile(pParser, szFile, szEncoding, nOptions);
+            return __real_open(szFile, nFlags, nMode);
         }
         g_pRedirected->asked.push_back(szFile);
-        g_pRedirected->options.push_back(nOptions);
-        return __real_xmlCtxtReadFile(pParser, g_pRedirected->strTo.c_str(), szEncoding, nOptions);
+        return __real_open(g_pRedirected->strTo.c_str(), nFlags, nMode);
     }
 
 } // extern "C"

@@ -87,7 +87,7 @@ private:
     std::vector<stFrame> m_Frames;
 };
 
-// While one lives, a file that the library reads as XML on this thread is another one. One at a time.
+// While one lives, a file that the library opens on this thread is another one. One at a time.
 class CRedirectedFile
 {
 public:
@@ -96,7 +96,6 @@ public:
 
     std::string strTo;
     std::vector<std::string> asked; // the names that the library gave
-    std::vector<int> options;       // and the options
 };
 
 // The size that the library's last malloc on this thread asked for.

@@ -142,12 +142,13 @@ void CSeed::MatchApplied(std::vector<stApplied> applied)
     Expect(ofSequence.size() == applied.size(), "seed %u: an update was applied twice", m_unSeed);
     for (const stApplied& each : applied)
     {
-        CheckApplied(*ofSequence[each.unSequence], each.unSequence);
+        CheckApplied(*ofSequence[each.unSequence], each);
     }
 }
 
-void CSeed::CheckApplied(const stCompletion& completion, std::uint32_t unSequence)
+void CSeed::CheckApplied(const stCompletion& completion, const stApplied& applied)
 {
+    const std::uint32_t unSequence = applied.unSequence;
     const bool bWhole = Support::ProvesItself(completion.contents);
     const bool bDamaged = std::any_of(completion.fragments.begin(), completion.fragments.end(),
                                       [this](const stWired* pWired) { return IsDamaged(*pWired); });
@@ -160,19 +161,20 @@ void CSeed::CheckApplied(const stCompletion& completion, std::uint32_t unSequenc
     const std::uint32_t unNumber = Support::BigAt(completion.contents.arrays.begin()->second, 0);
     Expect(unNumber >= 1 && unNumber <= m_Updates.size() && m_Updates[unNumber - 1].contents == completion.contents,
            "seed %u: update %u proves itself but was never sent", m_unSeed, unSequence);
+    // Nothing goes over what was sent later, unless the message id of one of the two was damaged.
     const auto pNewest = m_Newest.find(completion.contents.unUpdateType);
-    if (pNewest != m_Newest.end() && unSequence < pNewest->second.first)
+    const bool bAny = pNewest != m_Newest.end();
+    const bool bLate = bAny && unNumber < pNewest->second.unNumber;
+    const bool bOvertaken = bAny && unSequence < pNewest->second.unSequence;
+    Expect(applied.bNewest == !(bLate || bOvertaken) || bDamaged || (bAny && pNewest->second.bDamaged),
+           "seed %u: update %u was %s after %u", m_unSeed, unNumber, applied.bNewest ? "applied" : "left alone",
+           bAny ? pNewest->second.unNumber : 0);
+    if (!applied.bNewest)
     {
-        ++m_Figures["updates left alone for a newer one of their type"];
+        ++m_Figures[bLate ? "updates left alone, as one that was sent later was applied" : "updates left alone for a newer one"];
         return;
     }
-    if (pNewest != m_Newest.end() && unNumber < pNewest->second.second)
-    {
-        Expect(bDamaged || Has(*completion.pLast, enFaultHeldBack), "seed %u: update %u came after %u for no reason", m_unSeed,
-               unNumber, pNewest->second.second);
-        ++m_Figures["updates completed after a later one, by a datagram that was held back"];
-    }
-    m_Newest[completion.contents.unUpdateType] = {unSequence, unNumber};
+    m_Newest[completion.contents.unUpdateType] = {unSequence, unNumber, bDamaged};
     m_Whole.insert(unNumber);
 }
 
@@ -262,7 +264,10 @@ void CSeed::Explain()
         std::string strReason;
         for (std::size_t unFragment = 0; unFragment < m_Updates[un].datagrams.size(); ++unFragment, ++unDatagram)
         {
-            strReason = strReason.empty() ? ReasonOf(unDatagram, lostInKernel) : strReason;
+            if (strReason.empty() && !(strReason = ReasonOf(unDatagram, lostInKernel)).empty())
+            {
+                strReason += ", number " + std::to_string(unFragment + 1);
+            }
         }
         if (m_Whole.count(m_Updates[un].unNumber) != 0)
         {
@@ -275,7 +280,8 @@ void CSeed::Explain()
                         : m_Model.WasEvicted(c_unFirstId + m_Updates[un].unNumber) ? "being pushed out of the ring"
                                                                                    : "no reason";
         }
-        Expect(strReason != "no reason", "seed %u: update %u was not applied for no reason", m_unSeed, m_Updates[un].unNumber);
+        Expect(strReason.find("no reason") != 0, "seed %u: update %u was not applied for no reason", m_unSeed,
+               m_Updates[un].unNumber);
         ++m_Figures["updates not applied for " + strReason];
     }
 }

@@ -26,6 +26,7 @@ stFaults FaultsOf(std::uint32_t unSeed);
 struct stApplied
 {
     std::uint32_t unSequence;
+    bool bNewest; // of its type
     Support::stContents contents;
 };
 
@@ -37,9 +38,19 @@ public:
 
     int ProcessMCUpdate(const CMCUpdateMsg& update) override
     {
-        m_Applied.push_back({GetUpdateSequence(), Support::ContentsOf(update)});
+        stApplied applied = {GetUpdateSequence(), false, Support::ContentsOf(update)};
+        CUpdateOrder& order = m_Orders[applied.contents.unUpdateType];
+        applied.bNewest =
+            Support::ProvesItself(applied.contents) && order.IsNewer(GetUpdateSequence(), GetUpdateId(), CUpdateOrder::tTime());
+        if (applied.bNewest)
+        {
+            order.SetNewest(GetUpdateSequence(), GetUpdateId(), CUpdateOrder::tTime());
+        }
+        m_Applied.push_back(applied);
         return 0;
     }
+
+    std::map<std::uint32_t, CUpdateOrder> m_Orders; // by update type
 
     std::vector<stApplied> m_Applied;
 };
@@ -65,12 +76,20 @@ private:
         bool bApplied;
     };
 
+    // What was applied last.
+    struct stNewest
+    {
+        std::uint32_t unSequence;
+        std::uint32_t unNumber;
+        bool bDamaged;
+    };
+
     void Send(RySocketIO::CSocket& sender);
     void Put(RySocketIO::CSocket& sender, const std::vector<stArrival>& arrivals);
     void Receive(CSmallHandler& handler, const std::atomic<bool>& bSent);
     void Replay(const stReceiveStatistics& statistics);
     void MatchApplied(std::vector<stApplied> applied);
-    void CheckApplied(const stCompletion& completion, std::uint32_t unSequence);
+    void CheckApplied(const stCompletion& completion, const stApplied& applied);
     void Balance(const stReceiveStatistics& statistics, const RySocketIO::stSocketStatistics& socket);
     void Explain();
     std::string ReasonOf(std::uint32_t unDatagram, const std::set<std::uint32_t>& lostInKernel) const;
@@ -87,7 +106,7 @@ private:
     std::map<std::pair<std::uint32_t, bool>, std::set<enFault>> m_Faults;
     Support::CReassemblyModel m_Model;
     std::vector<stCompletion> m_Completions;
-    std::map<std::uint32_t, std::pair<std::uint32_t, std::uint32_t>> m_Newest; // sequence and number, by update type
-    std::set<std::uint32_t> m_Intact;                                          // datagrams of which an undamaged copy arrived
-    std::set<std::uint32_t> m_Whole;                                           // numbers applied
+    std::map<std::uint32_t, stNewest> m_Newest; // by update type
+    std::set<std::uint32_t> m_Intact;           // datagrams of which an undamaged copy arrived
+    std::set<std::uint32_t> m_Whole;            // numbers applied
 };

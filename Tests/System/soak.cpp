@@ -363,17 +363,17 @@ void CRun::Print(double dSeconds) const
     std::printf("%s, for %.0f s\n", m_Load.szName, dSeconds);
     std::printf("    %.0f updates and %.0f datagrams a second sent; %u datagrams lost in the kernel, whose buffer has %d bytes\n",
                 m_Sender.m_unUpdates / dSeconds, m_Sender.m_unSent / dSeconds, socket.unKernelDrops, socket.nReceiveBuffer);
-    std::printf("    %u updates: %u came whole, %u applied, %u superseded, %u undecodable; %u blocks not as sent\n", m_Sender.m_unUpdates,
-                count(enCountUpdates), count(enCountApplied), count(enCountSuperseded), count(enDecodeErrorInvalid),
-                m_pFollower->m_unTorn);
+    std::printf("    %u updates: %u came whole, %u applied, %u superseded, %u undecodable; %u blocks not as sent\n",
+                m_Sender.m_unUpdates, count(enCountUpdates), count(enCountApplied), count(enCountSuperseded),
+                count(enDecodeErrorInvalid), m_pFollower->m_unTorn);
     m_Rounds.Print("UpdateBMA, by the clock");
     m_pFollower->m_Datagrams.Print("a datagram, by processor time");
     std::printf("    memory %+ld KiB, descriptors %+d, threads %+d\n", (m_Last.lResident - m_First.lResident) / 1024,
                 m_Last.nDescriptors - m_First.nDescriptors, m_Last.nThreads - m_First.nThreads);
 
     // What the network corrupted may complete a message three times at most: with its own last fragment, and with duplicates.
-    Expect(m_pFollower->m_unTorn <= 3 * m_Sender.GetCorrupted(), "%u blocks not as sent, %u datagrams corrupted", m_pFollower->m_unTorn,
-           m_Sender.GetCorrupted());
+    Expect(m_pFollower->m_unTorn <= 3 * m_Sender.GetCorrupted(), "%u blocks not as sent, %u datagrams corrupted",
+           m_pFollower->m_unTorn, m_Sender.GetCorrupted());
     Expect(count(enCountApplied) > 0, "nothing was applied");
     Expect(m_Load.dJunk == 0 || count(enRejectedTooShort) > 0, "no junk came");
     Expect(m_Load.unFaults == 0 || m_Sender.GetCorrupted() > 0, "no fault happened");

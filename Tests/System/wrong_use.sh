@@ -84,6 +84,22 @@ contains "--surface-rate"
 expect 27 "no MC" "$@" follow --timeout 0.3 --seconds 5
 contains "no whole image within 0.3 seconds"
 expect 1 "an interface that is not there" "$@" mc --interface 203.0.113.9 --seconds 1
+# An image is saved where a file is or may be, and nowhere else; where a link leads, the file is replaced.
+folder=$(mktemp -d)
+mkfifo "$folder/fifo"
+echo precious >"$folder/image.new"
+echo old >"$folder/real"
+ln -s real "$folder/link"
+for other in "$folder" "$folder/fifo" /dev/null; do
+    expect 1 "no file" timeout 10 "$@" mc --seconds 0.1 --save "$other"
+    contains "$other: not a file"
+done
+expect 0 "beside another file" "$@" mc --seconds 0.1 --save "$folder/image"
+expect 0 "through a link" "$@" mc --seconds 0.1 --save "$folder/link"
+[ -L "$folder/link" ] && cmp -s "$folder/real" "$folder/image" || fail "the link or its file is gone"
+[ "$(cat "$folder/image.new")" = precious ] || fail "another file was written to"
+[ "$(cd "$folder" && echo *)" = "fifo image image.new link real" ] || fail "left behind: $(ls "$folder")"
+rm -r "$folder"
 expect 1 "no room for the file" "$@" mc --seconds 0.1 --save /nonexistent/folder/image
 contains "No such file or directory"
 mkfifo "$work/fifo"

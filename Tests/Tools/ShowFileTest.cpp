@@ -1,6 +1,11 @@
 #include "ShowFile.h"
 
+#include "Support/InChild.h"
+
 #include <gtest/gtest.h>
+
+#include <signal.h>
+#include <sys/resource.h>
 
 #include <cstdio>
 #include <filesystem>
@@ -133,6 +138,36 @@ TEST_F(ShowFile, WhereNothingCanBeWrittenIsRefusedAtOnce)
     CShowFile file;
     EXPECT_EQ(m_strFile + "/no/shows: No such file or directory", file.Open(m_strFile + "/no/shows", true));
     EXPECT_EQ(m_Folder.string() + ": not a file", file.Open(m_Folder, true));
+}
+
+// A full disk: the file that was to be made is not there.
+TEST_F(ShowFile, ThatCouldNotBeFilledIsNotLeftBehind)
+{
+    const auto run = [this]
+    {
+        signal(SIGXFSZ, SIG_IGN);
+        const rlimit none = {0, 0};
+        setrlimit(RLIMIT_FSIZE, &none);
+        return Save("Tuesday", 2).empty() ? 1 : 0;
+    };
+    EXPECT_EQ(0, Support::InChild(run));
+    EXPECT_FALSE(std::filesystem::exists(m_strFile));
+    ASSERT_EQ("", Save("Monday", 1));
+    const std::uintmax_t unSize = std::filesystem::file_size(m_strFile);
+    EXPECT_EQ(0, Support::InChild(run));
+    EXPECT_EQ(unSize, std::filesystem::file_size(m_strFile)) << "a file with shows stays as it was";
+    EXPECT_EQ(1, Fill("Monday"));
+}
+
+// Another program may have told the database to keep a log beside it.
+TEST_F(ShowFile, IsOneFileWhateverItWasSetTo)
+{
+    ASSERT_EQ("", Save("Monday", 1));
+    Run("PRAGMA journal_mode = WAL");
+    CShowFile file;
+    ASSERT_EQ("", file.Open(m_strFile, true));
+    std::filesystem::remove(m_strFile);
+    EXPECT_NE("", file.Save("Tuesday", Blocks(2), false));
 }
 
 TEST_F(ShowFile, ReplacesAShowOnlyWhenTold)

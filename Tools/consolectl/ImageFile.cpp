@@ -1,5 +1,7 @@
 #include "ImageFile.h"
 
+#include <unistd.h>
+
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
@@ -12,6 +14,42 @@ namespace
 {
 
 constexpr std::size_t c_unImageSize = 408620; // an update with all seven arrays
+
+std::string LastError(const std::string& strFile)
+{
+    return strFile + ": " + std::strerror(errno);
+}
+
+// Written beside the file and then put in its place: it is there whole, or as it was. Where a link leads the file is replaced,
+// not the link.
+std::string ReplaceFile(const std::string& strFile, const std::vector<unsigned char>& bytes)
+{
+    std::error_code error;
+    const std::filesystem::file_status status = std::filesystem::status(strFile, error);
+    if (std::filesystem::exists(status) && !std::filesystem::is_regular_file(status))
+    {
+        return strFile + ": not a file";
+    }
+    const std::filesystem::path target = std::filesystem::weakly_canonical(strFile, error);
+    if (error)
+    {
+        return strFile + ": " + error.message();
+    }
+    const std::string strNew = target.string() + "." + std::to_string(getpid()) + ".new";
+    std::FILE* const pFile = std::fopen(strNew.c_str(), "wbx");
+    if (pFile == nullptr)
+    {
+        return LastError(strFile);
+    }
+    const bool bWritten = std::fwrite(bytes.data(), 1, bytes.size(), pFile) == bytes.size();
+    if (std::fclose(pFile) != 0 || !bWritten || std::rename(strNew.c_str(), target.c_str()) != 0)
+    {
+        const std::string strError = LastError(strFile);
+        std::remove(strNew.c_str());
+        return strError;
+    }
+    return std::string();
+}
 
 } // namespace
 
@@ -26,18 +64,7 @@ std::string SaveImage(const CBMAContainer& image, const std::string& strFile)
     unsigned char* pBytes = bytes.data();
     *pMessage >> &pBytes;
 
-    // Written beside the file and then put in its place.
-    const std::string strNew = strFile + ".new";
-    std::ofstream file(strNew, std::ios::binary | std::ios::trunc);
-    file.write(reinterpret_cast<const char*>(bytes.data()), static_cast<std::streamsize>(bytes.size()));
-    file.close();
-    if (!file || std::rename(strNew.c_str(), strFile.c_str()) != 0)
-    {
-        std::string strError = strFile + ": " + std::strerror(errno);
-        std::remove(strNew.c_str());
-        return strError;
-    }
-    return std::string();
+    return ReplaceFile(strFile, bytes);
 }
 
 std::string LoadImage(const std::string& strFile, CBMAContainer& image)

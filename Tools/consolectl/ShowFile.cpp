@@ -166,31 +166,41 @@ std::string CShowFile::OpenDatabase(bool bCreate)
     sqlite3_db_config(pDatabase, SQLITE_DBCONFIG_ENABLE_VIEW, 0, nullptr);
     sqlite3_limit(pDatabase, SQLITE_LIMIT_LENGTH, c_nLongestValue);
     sqlite3_busy_timeout(pDatabase, c_nBusyMilliseconds);
-    return Check(bCreate);
+    const std::string strError = Check(bCreate);
+    // One file is all that a show is: another program may have set it to keep a log beside it.
+    return strError.empty() ? Run("PRAGMA journal_mode = DELETE") : strError;
 }
 
 std::string CShowFile::Save(const std::string& strName, const std::vector<stShowBlock>& blocks, bool bReplace)
 {
+    const bool bMade = access(m_strFile.c_str(), F_OK) != 0;
     std::string strError = m_pDatabase == nullptr ? OpenDatabase(true) : std::string();
-    if (!strError.empty())
+    if (strError.empty())
     {
-        return strError;
+        strError = Transact("BEGIN IMMEDIATE",
+                            [&]
+                            {
+                                std::int64_t nShow = 0;
+                                std::string strProblem = Check(true); // once more: others may have written since it was opened
+                                if (strProblem.empty() && m_bNew)
+                                {
+                                    strProblem = CreateLayout();
+                                }
+                                if (strProblem.empty() && FindShow(strName, nShow).empty())
+                                {
+                                    strProblem =
+                                        bReplace ? Remove(nShow) : m_strFile + ": there is a show \"" + strName + "\" already";
+                                }
+                                return strProblem.empty() ? Insert(strName, blocks) : strProblem;
+                            });
     }
-    return Transact("BEGIN IMMEDIATE",
-                    [&]
-                    {
-                        std::int64_t nShow = 0;
-                        std::string strProblem = Check(true); // once more: others may have written since it was opened
-                        if (strProblem.empty() && m_bNew)
-                        {
-                            strProblem = CreateLayout();
-                        }
-                        if (strProblem.empty() && FindShow(strName, nShow).empty())
-                        {
-                            strProblem = bReplace ? Remove(nShow) : m_strFile + ": there is a show \"" + strName + "\" already";
-                        }
-                        return strProblem.empty() ? Insert(strName, blocks) : strProblem;
-                    });
+    std::error_code error;
+    const bool bOthers = sqlite3_errcode(m_pDatabase.get()) == SQLITE_BUSY;
+    if (!strError.empty() && bMade && !bOthers && std::filesystem::file_size(m_strFile, error) == 0)
+    {
+        std::filesystem::remove(m_strFile, error); // the file that was made for it is empty
+    }
+    return strError;
 }
 
 std::string CShowFile::Load(const std::string& strName, std::vector<stShowBlock>& blocks)

@@ -58,5 +58,9 @@ int main(int nArguments, char** ppArguments)
     {
         std::fprintf(stderr, "consolectl: %s\n", error.what());
     }
+    catch (...)
+    {
+        std::fprintf(stderr, "consolectl: no memory\n"); // for which an image throws a number
+    }
     return enExitFailed;
 }

@@ -3,12 +3,16 @@
 #include "Runtime/Clock.h"
 #include "Runtime/Poison.h"
 #include "RySocketIO/CUtility.h"
+#include "RySocketIO/ClientCall.h"
+
+#include <arpa/inet.h>
 
 #include <algorithm>
 #include <chrono>
 #include <cstring>
 #include <exception>
 #include <thread>
+#include <utility>
 
 using RySocketIO::CUtility;
 
@@ -110,7 +114,8 @@ CUpdateTiming::stState CUpdateTiming::Read() const
 CClientMsgHandler::CClientMsgHandler(bool bFlag)
     : RySocketIO::CSocket(RySocketIO::enConnectionUDP, bFlag, false), m_SenderMutex(CMutex::enNormal), m_bSenderChanged(false),
       m_nCurrentCache(0), m_aucNewUpdate(), m_aucError(), m_nStartHigh(0), m_unStartLow(0), m_nMCTimeouts(0), m_unDefaultPort(0),
-      m_pSendPacket(new UDP_PACKET), m_bSending(false), m_bStopSending(false), m_unSequence(0), m_unProcessedSequence(0),
+      m_Processing(std::thread::id()), m_bClearLater(false), m_bShutdownLater(false), m_pSendPacket(new UDP_PACKET),
+      m_bSending(false), m_bStopSending(false), m_unSequence(0), m_unMessageId(0), m_unProcessedSequence(0), m_unProcessedId(0),
       m_nAcceptedSenders(0)
 {
     ResetRemoteAddresses();
@@ -174,6 +179,11 @@ void CClientMsgHandler::StopPPCSender()
 
 void CClientMsgHandler::Shutdown()
 {
+    if (IsProcessing())
+    {
+        m_bShutdownLater = true; // the receive thread may be waiting for the cache
+        return;
+    }
     StopPPCSender();
     StopReceiving();
 }
@@ -184,9 +194,13 @@ bool CClientMsgHandler::SendAll()
     {
         return false;
     }
-    const bool bLastSend = SendQueue();
-    m_bSending = false;
-    return bLastSend;
+    struct stSending
+    {
+        ~stSending() { bSending = false; }
+        std::atomic<bool>& bSending;
+    };
+    const stSending sending = {m_bSending};
+    return SendQueue();
 }
 
 bool CClientMsgHandler::GenerateMultiplePPCPacket(const unsigned char* pData, int nSize, UDP_PACKET* pPacket)
@@ -201,33 +215,36 @@ void CClientMsgHandler::OnReceivedData(char* pData, long lLength, const RySocket
     m_Counters.CountSender(sender, static_cast<std::uint32_t>(std::max(lLength, 0L)));
     if (!IsAccepted(sender))
     {
-        m_Counters.Count(enCountDatagrams);
-        m_Counters.Count(enRejectedSender);
+        CountDatagram(lLength);
+        Reject(enRejectedSender);
         CUtility::Debug("CClientMsgHandler::OnReceivedData - sender %s is not accepted, ignoring", sender.Text());
         return;
     }
     const int nCache = m_nCurrentCache;
     int nResult = enNoMessage;
     bool bNewUpdate = false;
+    const char* szRefusal = nullptr;
     {
         // One hold over joining and decoding: what the application finds is one update, whole.
         const CLockGuard<CMutex> guard(m_aCaches[nCache].mutex);
         if (!guard.IsHeld())
         {
-            m_Counters.Count(enCountDatagrams);
-            m_Counters.Count(enRejectedLock);
+            CountDatagram(lLength);
+            Reject(enRejectedLock);
             return;
         }
         unsigned char* pBuffer = m_aCaches[nCache].pBuffer.get();
         const CPoisonedAfter readable(pBuffer, enReceiveBufferSize);
         int nSize = enReceiveBufferSize;
-        nResult = Reassemble(pData, lLength, &pBuffer, nSize, enDatagramMCUpdate);
+        nResult = Reassemble(pData, lLength, &pBuffer, nSize, enDatagramMCUpdate, sender);
         if (nResult == enDatagramMCUpdate)
         {
-            DecodeUpdate(nCache, pBuffer, nSize);
+            m_unMessageId = reinterpret_cast<const UDP_PACKET*>(pData)->header.unMessageId;
+            szRefusal = DecodeUpdate(nCache, pBuffer, nSize);
             bNewUpdate = m_aucNewUpdate[nCache] != 0;
         }
     }
+    CMCUpdateMsg::PrintRefusal(szRefusal);
     if (nResult == enDatagramMCUpdate)
     {
         if (bNewUpdate)
@@ -255,11 +272,17 @@ int CClientMsgHandler::ProcessMCUpdate(const CMCUpdateMsg&)
 
 int CClientMsgHandler::UpdateBMA()
 {
+    if (IsProcessing())
+    {
+        CUtility::Debug("CClientMsgHandler::UpdateBMA - called within ProcessMCUpdate, ignoring");
+        return enUpdateNone;
+    }
     int nResult = enUpdateInitial;
     bool bApplied = false;
     for (int nCache = 0; nCache < enCaches; ++nCache)
     {
         nResult = ApplyCache(nCache, nResult, bApplied);
+        DoWhatWasPutOff();
     }
     if (bApplied || nResult == enUpdateDecodeError)
     {
@@ -274,32 +297,50 @@ int CClientMsgHandler::UpdateBMA()
     return enUpdateTimeout;
 }
 
+// What ProcessMCUpdate asked for and its cache's mutex was in the way of.
+void CClientMsgHandler::DoWhatWasPutOff()
+{
+    if (std::exchange(m_bClearLater, false))
+    {
+        ClearReceiveErrors();
+    }
+    if (std::exchange(m_bShutdownLater, false))
+    {
+        Shutdown();
+    }
+}
+
 void CClientMsgHandler::ReceivedMCData(unsigned char* pData, long lLength)
 {
     const int nCache = m_nCurrentCache;
-    const CLockGuard<CMutex> guard(m_aCaches[nCache].mutex);
-    if (!guard.IsHeld())
+    const char* szRefusal = nullptr;
     {
-        return;
+        const CLockGuard<CMutex> guard(m_aCaches[nCache].mutex);
+        if (!guard.IsHeld())
+        {
+            return;
+        }
+        // A decoded update points into the cache's own buffer, whoever's bytes these are.
+        unsigned char* pBuffer = m_aCaches[nCache].pBuffer.get();
+        const CPoisonedAfter readable(pBuffer, enReceiveBufferSize);
+        if (pData != nullptr && lLength > 0 && lLength <= enReceiveBufferSize)
+        {
+            std::memmove(pBuffer, pData, static_cast<std::size_t>(lLength));
+            pData = pBuffer;
+        }
+        else if (pData != nullptr)
+        {
+            lLength = 0;
+        }
+        szRefusal = DecodeUpdate(nCache, pData, lLength);
     }
-    // A decoded update points into the cache's own buffer, whoever's bytes these are.
-    unsigned char* pBuffer = m_aCaches[nCache].pBuffer.get();
-    const CPoisonedAfter readable(pBuffer, enReceiveBufferSize);
-    if (pData != nullptr && lLength > 0 && lLength <= enReceiveBufferSize)
-    {
-        std::memmove(pBuffer, pData, static_cast<std::size_t>(lLength));
-        pData = pBuffer;
-    }
-    else if (pData != nullptr)
-    {
-        lLength = 0;
-    }
-    DecodeUpdate(nCache, pData, lLength);
+    CMCUpdateMsg::PrintRefusal(szRefusal);
 }
 
 bool CClientMsgHandler::AcceptSender(const char* szAddress)
 {
-    if (szAddress == nullptr || m_nAcceptedSenders >= enMaxAcceptedSenders)
+    in_addr address;
+    if (szAddress == nullptr || inet_pton(AF_INET, szAddress, &address) != 1 || m_nAcceptedSenders >= enMaxAcceptedSenders)
     {
         return false;
     }
@@ -309,12 +350,18 @@ bool CClientMsgHandler::AcceptSender(const char* szAddress)
 
 void CClientMsgHandler::ClearReceiveErrors()
 {
+    if (IsProcessing())
+    {
+        m_bClearLater = true;
+        return;
+    }
     for (int nCache = 0; nCache < enCaches; ++nCache)
     {
         const CLockGuard<CMutex> guard(m_aCaches[nCache].mutex);
         if (guard.IsHeld())
         {
             m_aCaches[nCache].update.ClearError();
+            m_aucNewUpdate[nCache] = m_aCaches[nCache].bWaits ? 1 : 0;
             m_aucError[nCache] = 0;
         }
     }
@@ -354,20 +401,22 @@ bool CClientMsgHandler::IsAccepted(const RySocketIO::CIPString& sender) const
     return m_nAcceptedSenders == 0 || std::find(m_aAcceptedSenders, pEnd, sender) != pEnd;
 }
 
-void CClientMsgHandler::DecodeUpdate(int nCache, const unsigned char* pData, long lLength)
+// Returns the line to be printed when nobody waits for the cache: standard output may take its time.
+const char* CClientMsgHandler::DecodeUpdate(int nCache, const unsigned char* pData, long lLength)
 {
     CUtility::Debug("CClientMsgHandler::ReceivedMCData - called");
     CMCUpdateMsg& update = m_aCaches[nCache].update;
     m_Counters.Count(enCountUpdates);
-    m_Counters.Count(enCountSuperseded, m_aucNewUpdate[nCache]); // an update that waited here is overwritten
-    if (!DecodeMessage(update, pData, lLength))
+    m_Counters.Count(enCountSuperseded, m_aCaches[nCache].bWaits ? 1 : 0);
+    m_aCaches[nCache].bWaits = false; // overwritten, whatever comes of this one
+    const char* szRefusal = nullptr;
+    if (!DecodeMessage(update, pData, lLength, szRefusal))
     {
         int nCode = 0;
         update.HaveError(&nCode);
         m_aucError[nCache] = 1;
-        m_aucNewUpdate[nCache] = 0;
         CUtility::Debug("CClientMsgHandler::ReceivedMCData - error with update msg parsing: %d, cache %d", nCode, nCache);
-        return;
+        return szRefusal;
     }
     const std::int64_t nNow = CClock::Microseconds();
     const std::int64_t nStart = JoinWords(m_nStartHigh, m_unStartLow);
@@ -379,14 +428,17 @@ void CClientMsgHandler::DecodeUpdate(int nCache, const unsigned char* pData, lon
     {
         m_RotaryTiming.Record(nNow, nStart);
     }
+    m_aCaches[nCache].bWaits = true;
     m_aCaches[nCache].unSequence = ++m_unSequence;
+    m_aCaches[nCache].unMessageId = m_unMessageId;
     m_aucNewUpdate[nCache] = 1;
+    return nullptr;
 }
 
 // False, too, for a good message after a bad one: the error stays until it is cleared.
-bool CClientMsgHandler::DecodeMessage(CMCUpdateMsg& update, const unsigned char* pData, long lLength)
+bool CClientMsgHandler::DecodeMessage(CMCUpdateMsg& update, const unsigned char* pData, long lLength, const char*& szRefusal)
 {
-    const bool bParsed = update.Parse(pData, static_cast<std::size_t>(std::max(lLength, 0L)));
+    const bool bParsed = update.Parse(pData, static_cast<std::size_t>(std::max(lLength, 0L)), szRefusal);
     if (!bParsed)
     {
         m_Counters.Count(pData == nullptr ? enDecodeErrorNull : enDecodeErrorInvalid);
@@ -409,6 +461,46 @@ void CClientMsgHandler::RememberSender(const RySocketIO::CIPString& sender)
         m_bSenderChanged = true;
     }
 }
+
+// Messages from the front of the queue, in hand for as long as this lives. Those that are done go with it.
+class CClientMsgHandler::CLoan
+{
+public:
+    explicit CLoan(CClientMsgHandler& handler) : apEntries(), nEntries(0), nDone(0), m_Handler(handler)
+    {
+        const CLockGuard<CCritSec> guard(m_Handler.m_PPCBufferLock);
+        nEntries = guard.IsHeld() ? m_Handler.m_PPCBuffer.Borrow(apEntries, c_nBorrowedAtOnce) : 0;
+    }
+    ~CLoan()
+    {
+        int nOwned = 0;
+        int nMissing = 0;
+        {
+            const CLockGuard<CCritSec> guard(m_Handler.m_PPCBufferLock);
+            if (guard.IsHeld())
+            {
+                nOwned = m_Handler.m_PPCBuffer.GiveBack(nDone, nMissing);
+            }
+        }
+        for (int nEntry = 0; nEntry < nOwned; ++nEntry)
+        {
+            delete[] apEntries[nEntry];
+        }
+        for (; nMissing > 0; --nMissing)
+        {
+            CUtility::Debug("CClientMsgHandler::GetPPCBufferSize - remove from queue failed");
+        }
+    }
+    CLoan(const CLoan&) = delete;
+    CLoan& operator=(const CLoan&) = delete;
+
+    CRawPPCMsg* apEntries[c_nBorrowedAtOnce];
+    int nEntries;
+    int nDone;
+
+private:
+    CClientMsgHandler& m_Handler;
+};
 
 // One datagram a pass, until the queue is drained. A message that can't be packed, however often it is met, leaves the passes
 // without a result; so that they don't take the processor, each then rests.
@@ -449,60 +541,27 @@ int CClientMsgHandler::PackRecords(int& nSize, bool& bDrained)
     int nPacked = 0;
     for (bool bFull = false; !bFull && !bDrained;)
     {
-        CRawPPCMsg* apEntries[c_nBorrowedAtOnce] = {};
-        const int nEntries = BorrowPPCs(apEntries, c_nBorrowedAtOnce);
-        bDrained = nEntries == 0;
-        int nDone = 0;
-        for (; nDone < nEntries; ++nDone)
+        CLoan loan(*this);
+        bDrained = loan.nEntries == 0;
+        while (loan.nDone < loan.nEntries && !bFull && !bDrained)
         {
+            const CRawPPCMsg& message = *loan.apEntries[loan.nDone];
             int nCode = 0;
-            if (apEntries[nDone]->HaveError(&nCode))
+            if (message.HaveError(&nCode))
             {
                 CUtility::Debug("CClientMsgHandler::GetPPCBufferSize - error serialising PPC msg: %d", nCode);
                 bDrained = true;
                 break;
             }
             unsigned char* pFree = m_pSendPacket->acPayload + nSize;
-            const std::size_t unRecord = apEntries[nDone]->WriteTo(pFree, static_cast<std::size_t>(c_nMaxPayload - nSize));
-            if (unRecord == 0)
-            {
-                bFull = true;
-                break;
-            }
+            const std::size_t unRecord = message.WriteTo(pFree, static_cast<std::size_t>(c_nMaxPayload - nSize));
+            bFull = unRecord == 0;
+            loan.nDone += bFull ? 0 : 1;
             nSize += static_cast<int>(unRecord);
         }
-        GiveBackPPCs(apEntries, nDone);
-        nPacked += nDone;
+        nPacked += loan.nDone;
     }
     return nPacked;
-}
-
-int CClientMsgHandler::BorrowPPCs(CRawPPCMsg** ppEntries, int nMax)
-{
-    const CLockGuard<CCritSec> guard(m_PPCBufferLock);
-    return guard.IsHeld() ? m_PPCBuffer.Borrow(ppEntries, nMax) : 0;
-}
-
-// The first nDone of the borrowed entries are packed.
-void CClientMsgHandler::GiveBackPPCs(CRawPPCMsg* const* ppEntries, int nDone)
-{
-    int nOwned = 0;
-    int nMissing = 0;
-    {
-        const CLockGuard<CCritSec> guard(m_PPCBufferLock);
-        if (guard.IsHeld())
-        {
-            nOwned = m_PPCBuffer.GiveBack(nDone, nMissing);
-        }
-    }
-    for (int nEntry = 0; nEntry < nOwned; ++nEntry)
-    {
-        delete[] ppEntries[nEntry];
-    }
-    for (; nMissing > 0; --nMissing)
-    {
-        CUtility::Debug("CClientMsgHandler::GetPPCBufferSize - remove from queue failed");
-    }
 }
 
 // To every remote address; nSent counts the sends that succeeded.
@@ -525,6 +584,18 @@ void CClientMsgHandler::SendPacket(int nSize, bool& bLastSend, int& nSent)
     }
 }
 
+class CClientMsgHandler::CProcessing
+{
+public:
+    explicit CProcessing(std::atomic<std::thread::id>& thread) : m_Thread(thread) { m_Thread = std::this_thread::get_id(); }
+    ~CProcessing() { m_Thread = std::thread::id(); }
+    CProcessing(const CProcessing&) = delete;
+    CProcessing& operator=(const CProcessing&) = delete;
+
+private:
+    std::atomic<std::thread::id>& m_Thread;
+};
+
 // One cache's turn in UpdateBMA: the result so far goes in, the result with this cache comes out.
 int CClientMsgHandler::ApplyCache(int nCache, int nResult, bool& bApplied)
 {
@@ -539,24 +610,24 @@ int CClientMsgHandler::ApplyCache(int nCache, int nResult, bool& bApplied)
         return nResult;
     }
     const CLockGuard<CMutex> guard(m_aCaches[nCache].mutex);
-    if (!guard.IsHeld() || m_aucNewUpdate[nCache] == 0)
+    if (!guard.IsHeld() || !m_aCaches[nCache].bWaits)
     {
         return m_aucError[nCache] != 0 ? int(enUpdateDecodeError) : nResult; // went bad just now
     }
     const CPoisonedAfter readable(m_aCaches[nCache].pBuffer.get(), enReceiveBufferSize);
     bApplied = true;
+    m_aCaches[nCache].bWaits = false;
     m_aucNewUpdate[nCache] = 0;
     m_unProcessedSequence = m_aCaches[nCache].unSequence;
-    try
+    m_unProcessedId = m_aCaches[nCache].unMessageId;
+    const CMCUpdateMsg& update = m_aCaches[nCache].update;
+    const CProcessing processing(m_Processing);
+    int nProcessed = nResult;
+    const bool bDone = RySocketIO::Completes([&] { nProcessed = ProcessMCUpdate(update); });
+    m_Counters.Count(bDone ? enCountApplied : enCountThrown);
+    if (!bDone)
     {
-        const int nProcessed = ProcessMCUpdate(m_aCaches[nCache].update);
-        m_Counters.Count(enCountApplied);
-        return nProcessed;
-    }
-    catch (...)
-    {
-        m_Counters.Count(enCountThrown);
         CUtility::Debug("CClientMsgHandler::UpdateBMA - ProcessMCUpdate threw, cache %d", nCache);
-        return nResult;
     }
+    return nProcessed;
 }

@@ -12,6 +12,7 @@
 #include <atomic>
 #include <cstdint>
 #include <memory>
+#include <thread>
 
 // How often one kind of update comes. The receive thread records, the application's thread reads; neither waits for the other.
 class CUpdateTiming
@@ -101,7 +102,8 @@ public:
     // Stops that thread after the datagram that it may be sending. What is queued stays queued.
     void StopPPCSender();
 
-    // Stops both threads.
+    // Stops both threads. Any thread but these two, on which it does not wait. Within ProcessMCUpdate it is put off until that
+    // has returned.
     void Shutdown();
 
     using CMsgHandlerBase::OnReceivedData;
@@ -118,27 +120,31 @@ public:
     // Makes a datagram of serialised records. False for more than a datagram holds, and without a packet.
     bool GenerateMultiplePPCPacket(const unsigned char* pData, int nSize, UDP_PACKET* pPacket);
 
-    // Hands an update to the application, which returns a result of its own for UpdateBMA. Called with the cache's mutex held:
-    // it must not call UpdateBMA, and the update's arrays are valid for the length of the call only: it is a shallow message, of
-    // which a copy keeps nothing. A program built with the address sanitizer is told when it looks at them later. This one returns
-    // 0.
+    // Hands an update to the application, which returns a result of its own for UpdateBMA. Called with the cache's mutex held.
+    // The update's arrays are valid for the length of the call only: it is a shallow message, of which a copy keeps nothing. A
+    // program built with the address sanitizer is told when it looks at them later. This one returns 0.
     virtual int ProcessMCUpdate(const CMCUpdateMsg& update);
 
-    // One round of the application's loop: applies what is new, and says how it went.
+    // One round of the application's loop: applies what is new, and says how it went. Within ProcessMCUpdate it does nothing and
+    // answers 7.
     virtual int UpdateBMA();
 
     // Within ProcessMCUpdate: the number of the update, counted from 1 in the order of arrival, modulo 2^32.
     std::uint32_t GetUpdateSequence() const { return m_unProcessedSequence; }
 
+    // Within ProcessMCUpdate: the id of the message that the update came in, or of the last one before it when it came through
+    // ReceivedMCData.
+    std::uint32_t GetUpdateId() const { return m_unProcessedId; }
+
     // Receive thread: decodes one complete update message into the current cache.
     void ReceivedMCData(unsigned char* pData, long lLength);
 
     // From now on datagrams of this sender, and of others accepted before, are the only ones that are looked at; all others are
-    // rejected before they can push out fragments of a message under way. At the start everybody is accepted. Up to 8 addresses,
-    // before InitialiseClient; false for more, and for null.
+    // rejected before they can push out fragments of a message under way. At the start everybody is accepted. Up to 8 IPv4
+    // addresses, before InitialiseClient; false for more, and for what is none.
     bool AcceptSender(const char* szAddress);
 
-    // Makes caches that hold a bad update usable again.
+    // Makes caches that hold a bad update usable again; within ProcessMCUpdate, when that has returned.
     void ClearReceiveErrors();
 
     // Mean time between surface updates, and between rotary updates, since the last call: milliseconds, -1 for none. Exact as long
@@ -160,26 +166,36 @@ private:
         enMaxAcceptedSenders = 8
     };
 
+    class CLoan;
+    class CProcessing;
+
     struct stUpdateData
     {
-        stUpdateData() : nIndex(0), mutex(CMutex::enNormal), unSequence(0), pBuffer(new unsigned char[enReceiveBufferSize]) {}
+        stUpdateData()
+            : nIndex(0), mutex(CMutex::enNormal), bWaits(false), unSequence(0), unMessageId(0),
+              pBuffer(new unsigned char[enReceiveBufferSize])
+        {
+        }
 
         int nIndex;
         CMCUpdateMsg update LOGICALCONTROLS_GUARDED_BY(mutex);
         CMutex mutex;
-        std::uint32_t unSequence LOGICALCONTROLS_GUARDED_BY(mutex); // of the update
+        bool bWaits LOGICALCONTROLS_GUARDED_BY(mutex);               // a good update is here that was not applied yet
+        std::uint32_t unSequence LOGICALCONTROLS_GUARDED_BY(mutex);  // of that update
+        std::uint32_t unMessageId LOGICALCONTROLS_GUARDED_BY(mutex); // of that update
         const std::unique_ptr<unsigned char[]> pBuffer LOGICALCONTROLS_GUARDED_BY(mutex);
     };
 
     bool IsAccepted(const RySocketIO::CIPString& sender) const;
-    void DecodeUpdate(int nCache, const unsigned char* pData, long lLength) LOGICALCONTROLS_REQUIRES(m_aCaches[nCache].mutex);
-    bool DecodeMessage(CMCUpdateMsg& update, const unsigned char* pData, long lLength);
+    const char* DecodeUpdate(int nCache, const unsigned char* pData, long lLength)
+        LOGICALCONTROLS_REQUIRES(m_aCaches[nCache].mutex);
+    bool DecodeMessage(CMCUpdateMsg& update, const unsigned char* pData, long lLength, const char*& szRefusal);
     void RememberSender(const RySocketIO::CIPString& sender);
     int ApplyCache(int nCache, int nResult, bool& bApplied);
+    bool IsProcessing() const { return m_Processing.load() == std::this_thread::get_id(); }
+    void DoWhatWasPutOff();
     bool SendQueue();
     int PackRecords(int& nSize, bool& bDrained);
-    int BorrowPPCs(CRawPPCMsg** ppEntries, int nMax);
-    void GiveBackPPCs(CRawPPCMsg* const* ppEntries, int nDone);
     void SendPacket(int nSize, bool& bLastSend, int& nSent);
 
     stUpdateData m_aCaches[enCaches];
@@ -194,13 +210,18 @@ private:
     std::atomic<std::int32_t> m_nStartHigh; // microseconds, 0 until InitialiseClient
     std::atomic<std::uint32_t> m_unStartLow;
     int m_nMCTimeouts;
-    unsigned int m_unDefaultPort; // for remote addresses without one
+    unsigned int m_unDefaultPort;              // for remote addresses without one
+    std::atomic<std::thread::id> m_Processing; // the thread in ProcessMCUpdate
+    bool m_bClearLater;                        // of that thread, as is the next
+    bool m_bShutdownLater;
     std::unique_ptr<CPPCSender> m_pPPCSender;
     std::unique_ptr<UDP_PACKET> m_pSendPacket; // of the thread that is in SendAll
     std::atomic<bool> m_bSending;
     std::atomic<bool> m_bStopSending;
     std::uint32_t m_unSequence;          // of the update decoded last; of the receive thread
+    std::uint32_t m_unMessageId;         // of the update joined last; of the receive thread
     std::uint32_t m_unProcessedSequence; // of the application's thread
+    std::uint32_t m_unProcessedId;       // of the application's thread
     RySocketIO::CIPString m_aAcceptedSenders[enMaxAcceptedSenders];
     int m_nAcceptedSenders;
 };

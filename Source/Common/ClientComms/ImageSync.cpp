@@ -146,8 +146,25 @@ stPPCResult ApplyPPCs(const unsigned char* pStream, long lLength, CBMAContainer&
     return result;
 }
 
+CUpdateOrder::CUpdateOrder() : m_bAny(false), m_unSequence(0), m_unId(0) {}
+
+bool CUpdateOrder::IsNewer(std::uint32_t unSequence, std::uint32_t unId, tTime now) const
+{
+    const bool bOvertaken = static_cast<std::int32_t>(unSequence - m_unSequence) < 0;
+    const bool bLate = static_cast<std::int32_t>(unId - m_unId) < 0 && now - m_Came < c_IdsCount;
+    return !m_bAny || (!bOvertaken && !bLate);
+}
+
+void CUpdateOrder::SetNewest(std::uint32_t unSequence, std::uint32_t unId, tTime now)
+{
+    m_bAny = true;
+    m_unSequence = unSequence;
+    m_unId = unId;
+    m_Came = now;
+}
+
 CImageFollower::CImageFollower(CBMAContainer& image)
-    : CClientMsgHandler(false), m_Image(image), m_unTypesReceived(0), m_unUpdatesApplied(0), m_aunNewest()
+    : CClientMsgHandler(false), m_Image(image), m_unTypesReceived(0), m_unUpdatesApplied(0), m_aOrder()
 {
 }
 
@@ -158,15 +175,14 @@ CImageFollower::~CImageFollower()
 
 int CImageFollower::ProcessMCUpdate(const CMCUpdateMsg& update)
 {
-    const std::uint32_t unSequence = GetUpdateSequence();
+    const CUpdateOrder::tTime now = std::chrono::steady_clock::now();
     unsigned int unWanted = 0;
     const stCarriedArrays carried = CarriedArrays(update.GetUpdateType());
     for (int nType = carried.nFirst; nType <= carried.nLast; ++nType)
     {
         const unsigned char* pArray = nullptr;
         int nLength = 0;
-        const bool bFirst = (m_unTypesReceived & (1u << nType)) == 0;
-        const bool bNewer = bFirst || static_cast<std::int32_t>(unSequence - m_aunNewest[nType]) > 0;
+        const bool bNewer = m_aOrder[nType].IsNewer(GetUpdateSequence(), GetUpdateId(), now);
         if (bNewer && update.GetArray(static_cast<tagenPPCMessageType>(nType), pArray, nLength))
         {
             unWanted |= 1u << nType;
@@ -177,7 +193,7 @@ int CImageFollower::ProcessMCUpdate(const CMCUpdateMsg& update)
     {
         if ((unWritten & (1u << nType)) != 0)
         {
-            m_aunNewest[nType] = unSequence;
+            m_aOrder[nType].SetNewest(GetUpdateSequence(), GetUpdateId(), now);
         }
     }
     m_unTypesReceived |= unWritten;

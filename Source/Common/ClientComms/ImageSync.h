@@ -6,6 +6,7 @@
 #include "Messages/MCUpdateMsg.h"
 #include "Runtime/Export.h"
 
+#include <chrono>
 #include <cstdint>
 
 // Every message type, bit t for type t.
@@ -34,6 +35,31 @@ struct stPPCResult
 // uses its simple sender sends each change on.
 LOGICALCONTROLS_EXPORT stPPCResult ApplyPPCs(const unsigned char* pStream, long lLength, CBMAContainer& image);
 
+// Tells an update that was overtaken by a newer one. One caught in the other cache has a lower number; one whose last fragment came
+// late has a lower message id. Ids can be trusted for c_IdsCount only: an MC that starts anew, or whose clock is set back, begins
+// lower, and is heard again that long after its last update.
+class LOGICALCONTROLS_EXPORT CUpdateOrder
+{
+public:
+    typedef std::chrono::steady_clock::time_point tTime;
+
+    static constexpr std::chrono::seconds c_IdsCount = std::chrono::seconds(1);
+
+    CUpdateOrder();
+
+    // Whether an update is newer than the newest: its number and its message id, modulo 2^32 each.
+    bool IsNewer(std::uint32_t unSequence, std::uint32_t unId, tTime now) const;
+
+    // From now on it is the newest.
+    void SetNewest(std::uint32_t unSequence, std::uint32_t unId, tTime now);
+
+private:
+    bool m_bAny;
+    std::uint32_t m_unSequence;
+    std::uint32_t m_unId;
+    tTime m_Came;
+};
+
 // The client that most programs need: a message handler that applies every update to one image, on the thread that calls
 // UpdateBMA. The image is the application's and must outlive the follower; only that thread may use it meanwhile.
 class LOGICALCONTROLS_EXPORT CImageFollower : public CClientMsgHandler
@@ -42,8 +68,8 @@ public:
     explicit CImageFollower(CBMAContainer& image);
     ~CImageFollower() override;
 
-    // Applies the update, but for blocks of which a newer one was applied before. Returns 0, or 2 when a block of it does not fit
-    // the image and was left out.
+    // Applies the update, but for blocks of which a newer one was applied before, as CUpdateOrder tells. Returns 0, or 2 when a
+    // block of it does not fit the image and was left out.
     int ProcessMCUpdate(const CMCUpdateMsg& update) override;
 
     enum enFollowResults : int
@@ -62,5 +88,5 @@ private:
     CBMAContainer& m_Image;
     unsigned int m_unTypesReceived;
     std::uint32_t m_unUpdatesApplied;
-    std::uint32_t m_aunNewest[c_nMessageTypes]; // the number of the update that each block came with
+    CUpdateOrder m_aOrder[c_nMessageTypes]; // of the updates that each block came with
 };

@@ -26,11 +26,6 @@ bool IsHeaderValid(const UDP_PACKET_HEADER& header)
            header.unPacketNumber <= header.unTotal && header.unTotal <= std::uint32_t(c_nMaxFragments);
 }
 
-bool IsOfMessage(const UDP_PACKET_HEADER& header, int nType, int nTotal)
-{
-    return header.nType == nType && header.unTotal == static_cast<std::uint32_t>(nTotal);
-}
-
 } // namespace
 
 CMsgHandlerBase::CMsgHandlerBase()
@@ -75,19 +70,19 @@ void CMsgHandlerBase::ResetRemoteAddresses()
 
 int CMsgHandlerBase::ValidatePacketSequence(const char* pData, long lLength, unsigned char** ppBuffer, int& nBufferSize)
 {
-    return Reassemble(pData, lLength, ppBuffer, nBufferSize, enAnyType);
+    return Reassemble(pData, lLength, ppBuffer, nBufferSize, enAnyType, RySocketIO::CIPString());
 }
 
-int CMsgHandlerBase::Reassemble(const char* pData, long lLength, unsigned char** ppBuffer, int& nBufferSize, int nWantedType)
+int CMsgHandlerBase::Reassemble(const char* pData, long lLength, unsigned char** ppBuffer, int& nBufferSize, int nWantedType,
+                                const RySocketIO::CIPString& sender)
 {
     CUtility::Debug("CMsgHandlerBase::ValidatePacketSequence - validating (lLength = %d) (m_nReceivedPackets = %d)",
                     static_cast<int>(lLength), m_nReceivedPackets);
-    m_Counters.Count(enCountDatagrams);
+    CountDatagram(lLength);
     if (lLength < c_nDatagramHeader || pData == nullptr || ppBuffer == nullptr || *ppBuffer == nullptr)
     {
         return Reject(enRejectedTooShort);
     }
-    m_Counters.Count(enCountBytes, static_cast<std::uint32_t>(lLength));
     // The overlay has no alignment; only the lLength bytes that are there are looked at.
     const UDP_PACKET* pPacket = reinterpret_cast<const UDP_PACKET*>(pData);
     const UDP_PACKET_HEADER& header = pPacket->header;
@@ -113,16 +108,17 @@ int CMsgHandlerBase::Reassemble(const char* pData, long lLength, unsigned char**
     }
 
     const int nTotal = static_cast<int>(header.unTotal);
+    const stOrigin origin = {header.nType, header.unTotal, sender};
     const UDP_PACKET* apTable[c_nMaxFragments] = {};
     apTable[header.unPacketNumber - 1] = pPacket;
-    if (!bSingle && !Locate(apTable, header.unMessageId, nTotal, m_bStrictMatching ? int(header.nType) : int(enAnyType)))
+    if (!bSingle && !Locate(apTable, header.unMessageId, nTotal, m_bStrictMatching ? &origin : nullptr))
     {
         if (lLength > c_nMaxDatagram)
         {
             LogInvalidHeader(header); // larger than a slot of the ring
             return Reject(enRejectedTooLarge);
         }
-        StoreFragment(pData, lLength);
+        StoreFragment(pData, lLength, sender);
         return enNoMessage;
     }
     const bool bCopy = nWantedType == enAnyType || header.nType == nWantedType;
@@ -131,7 +127,7 @@ int CMsgHandlerBase::Reassemble(const char* pData, long lLength, unsigned char**
         CUtility::Debug("[CMsgHandlerBase::ValidatePacketSequence] fragmented message was too big to fit in the supplied buffer.");
         return Reject(enRejectedBuffer);
     }
-    CountCompleting(apTable, nTotal, header);
+    CountCompleting(apTable, header.unMessageId, origin);
     return header.nType;
 }
 
@@ -148,19 +144,26 @@ stReceiveStatistics CMsgHandlerBase::GetStatistics() const
 bool CMsgHandlerBase::LocatePacketsOfMessage(const UDP_PACKET** ppTable, long lMessageId, int nTotal)
 {
     return ppTable != nullptr && nTotal >= 1 && nTotal <= c_nMaxFragments &&
-           Locate(ppTable, static_cast<std::uint32_t>(lMessageId), nTotal, enAnyType);
+           Locate(ppTable, static_cast<std::uint32_t>(lMessageId), nTotal, nullptr);
 }
 
-// With a type, fragments of that type and total alone.
-bool CMsgHandlerBase::Locate(const UDP_PACKET** ppTable, std::uint32_t unMessageId, int nTotal, int nType) const
+bool CMsgHandlerBase::IsOf(int nSlot, const stOrigin& origin) const
+{
+    const UDP_PACKET_HEADER& header = m_aRing[nSlot].header;
+    return header.nType == origin.nType && header.unTotal == origin.unTotal && m_aSenders[nSlot] == origin.sender;
+}
+
+// With an origin, fragments of that origin alone.
+bool CMsgHandlerBase::Locate(const UDP_PACKET** ppTable, std::uint32_t unMessageId, int nTotal, const stOrigin* pOrigin) const
 {
     const auto missing = [&] { return std::count(ppTable, ppTable + nTotal, nullptr); };
     for (int nAge = 1; nAge <= enRingSize && missing() != 0; ++nAge)
     {
-        const UDP_PACKET& slot = m_aRing[(m_nReceivedPackets - nAge + enRingSize) % enRingSize];
+        const int nSlot = (m_nReceivedPackets - nAge + enRingSize) % enRingSize;
+        const UDP_PACKET& slot = m_aRing[nSlot];
         const std::uint32_t unNumber = slot.header.unPacketNumber;
         const bool bMatches = slot.header.unMessageId == unMessageId && unNumber <= static_cast<std::uint32_t>(nTotal) &&
-                              (nType == enAnyType || IsOfMessage(slot.header, nType, nTotal));
+                              (pOrigin == nullptr || IsOf(nSlot, *pOrigin));
         if (slot.header.nType != enFreeSlot && bMatches && ppTable[unNumber - 1] == nullptr)
         {
             ppTable[unNumber - 1] = &slot;
@@ -264,11 +267,17 @@ bool CMsgHandlerBase::JoinFragments(const UDP_PACKET* const* ppTable, int nTotal
     for (int nEntry = 0; bCopy && nEntry < nTotal; ++nEntry)
     {
         const std::size_t unPayload = ppTable[nEntry]->header.unPayloadLength;
-        std::memcpy(pBuffer, ppTable[nEntry]->acPayload, unPayload);
+        std::memmove(pBuffer, ppTable[nEntry]->acPayload, unPayload);
         pBuffer += unPayload;
     }
     nBufferSize = static_cast<int>(nLength);
     return true;
+}
+
+void CMsgHandlerBase::CountDatagram(long lLength)
+{
+    m_Counters.Count(enCountDatagrams);
+    m_Counters.Count(enCountBytes, static_cast<std::uint32_t>(std::max(lLength, 0L)));
 }
 
 int CMsgHandlerBase::Reject(enReceiveCounter enReason)
@@ -277,27 +286,29 @@ int CMsgHandlerBase::Reject(enReceiveCounter enReason)
     return enNoMessage;
 }
 
-void CMsgHandlerBase::StoreFragment(const char* pData, long lLength)
+void CMsgHandlerBase::StoreFragment(const char* pData, long lLength, const RySocketIO::CIPString& sender)
 {
     m_Counters.Count(enCountStored);
     m_Counters.Count(enCountEvicted, m_abUnfinished[m_nReceivedPackets] ? 1 : 0);
     std::memcpy(&m_aRing[m_nReceivedPackets], pData, static_cast<std::size_t>(lLength));
+    m_aSenders[m_nReceivedPackets] = sender;
     m_abUnfinished[m_nReceivedPackets] = true;
     m_nReceivedPackets = (m_nReceivedPackets + 1) % enRingSize;
 }
 
-void CMsgHandlerBase::CountCompleting(const UDP_PACKET* const* ppTable, int nTotal, const UDP_PACKET_HEADER& header)
+void CMsgHandlerBase::CountCompleting(const UDP_PACKET* const* ppTable, std::uint32_t unMessageId, const stOrigin& origin)
 {
     m_Counters.Count(enCountCompleting);
-    if (nTotal == 1)
+    if (origin.unTotal == 1)
     {
         return;
     }
-    const bool bOneMessage = std::all_of(
-        ppTable, ppTable + nTotal, [&](const UDP_PACKET* pPacket) { return IsOfMessage(pPacket->header, header.nType, nTotal); });
-    m_Counters.Count(enCountMixed, bOneMessage ? 0 : 1);
+    bool bMixed = false;
     for (int nSlot = 0; nSlot < enRingSize; ++nSlot)
     {
-        m_abUnfinished[nSlot] = m_abUnfinished[nSlot] && m_aRing[nSlot].header.unMessageId != header.unMessageId;
+        const bool bJoined = std::find(ppTable, ppTable + origin.unTotal, &m_aRing[nSlot]) != ppTable + origin.unTotal;
+        bMixed = bMixed || (bJoined && !IsOf(nSlot, origin));
+        m_abUnfinished[nSlot] = m_abUnfinished[nSlot] && m_aRing[nSlot].header.unMessageId != unMessageId;
     }
+    m_Counters.Count(enCountMixed, bMixed ? 1 : 0);
 }

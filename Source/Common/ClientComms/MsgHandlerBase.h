@@ -6,7 +6,9 @@
 #include "ClientComms/UDPPacket.h"
 #include "Runtime/Export.h"
 #include "Runtime/Locks.h"
+#include "RySocketIO/CIPString.h"
 
+#include <cstdint>
 #include <memory>
 
 // The base of the client's message handler. It joins the fragments of a message: a ring keeps the last 50 that came, and the
@@ -45,8 +47,8 @@ public:
     // datagram that is refused is logged; none is trusted in any of its numbers.
     int ValidatePacketSequence(const char* pData, long lLength, unsigned char** ppBuffer, int& nBufferSize);
 
-    // From now on fragments are matched by their type and total as well, as no two messages of one id and one sender differ in. Off
-    // at the start. Before anything is received.
+    // From now on fragments are matched by their type, their total and their sender as well. Off at the start. Before anything is
+    // received.
     void SetStrictMatching(bool bStrict);
 
     // What came so far, and what became of it. Any thread.
@@ -80,8 +82,12 @@ protected:
         int nSecond;
     };
 
-    // As ValidatePacketSequence; a complete message of another type than nWantedType is checked and reported, but not copied.
-    int Reassemble(const char* pData, long lLength, unsigned char** ppBuffer, int& nBufferSize, int nWantedType);
+    // As ValidatePacketSequence, of a sender; a complete message of another type than nWantedType is checked and reported, but not
+    // copied.
+    int Reassemble(const char* pData, long lLength, unsigned char** ppBuffer, int& nBufferSize, int nWantedType,
+                   const RySocketIO::CIPString& sender);
+    void CountDatagram(long lLength);
+    int Reject(enReceiveCounter enReason);
 
     CRawPPCQueue m_PPCBuffer LOGICALCONTROLS_GUARDED_BY(m_PPCBufferLock);
     CCritSec m_PPCBufferLock;
@@ -96,18 +102,27 @@ private:
         enFreeSlot = -1
     };
 
+    // What all fragments of a message share beside its id.
+    struct stOrigin
+    {
+        std::int32_t nType;
+        std::uint32_t unTotal;
+        const RySocketIO::CIPString& sender;
+    };
+
     template <typename T>
     bool QueueRecord(const stPPCAddress& address, const T& value);
     bool Enqueue(std::unique_ptr<CRawPPCMsg[]> pMessage);
 
-    int Reject(enReceiveCounter enReason);
-    bool Locate(const UDP_PACKET** ppTable, std::uint32_t unMessageId, int nTotal, int nType) const;
+    bool IsOf(int nSlot, const stOrigin& origin) const;
+    bool Locate(const UDP_PACKET** ppTable, std::uint32_t unMessageId, int nTotal, const stOrigin* pOrigin) const;
     bool JoinFragments(const UDP_PACKET* const* ppTable, int nTotal, unsigned char* pBuffer, int& nBufferSize, bool bCopy);
-    void StoreFragment(const char* pData, long lLength);
-    void CountCompleting(const UDP_PACKET* const* ppTable, int nTotal, const UDP_PACKET_HEADER& header);
+    void StoreFragment(const char* pData, long lLength, const RySocketIO::CIPString& sender);
+    void CountCompleting(const UDP_PACKET* const* ppTable, std::uint32_t unMessageId, const stOrigin& origin);
 
     UDP_PACKET m_aRing[enRingSize];
-    int m_nReceivedPackets;          // where the next fragment goes
-    bool m_abUnfinished[enRingSize]; // no message with this fragment has been whole
+    RySocketIO::CIPString m_aSenders[enRingSize]; // of the fragments in the ring
+    int m_nReceivedPackets;                       // where the next fragment goes
+    bool m_abUnfinished[enRingSize];              // no message with this fragment has been whole
     bool m_bStrictMatching;
 };

@@ -70,7 +70,7 @@ int CRawPPCQueue::GetQueueSize() const
 
 int CRawPPCQueue::Borrow(CRawPPCMsg** ppEntries, int nMax)
 {
-    if (m_nBorrowed > 0 || m_nRemoved > 0)
+    if (ppEntries == nullptr || m_nBorrowed > 0 || m_nRemoved > 0)
     {
         return 0;
     }

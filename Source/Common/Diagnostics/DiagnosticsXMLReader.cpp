@@ -3,6 +3,9 @@
 #include "Diagnostics/ReportLimits.h"
 #include "Runtime/TextOrEmpty.h"
 
+#include <fcntl.h>
+#include <unistd.h>
+
 #include <cstdio>
 #include <cstring>
 #include <limits>
@@ -214,16 +217,38 @@ xmlDoc* Parse(const char* pBuffer, int nSize, CErrors& errors)
     return pParser->wellFormed != 0 && !errors.IsOutOfMemory() ? pDocument.release() : nullptr;
 }
 
-// What xmlReadFile does.
+// A file that is open to be read. By its name, the library would ask catalogs and the host's loader for another one.
+class CInputFile
+{
+public:
+    explicit CInputFile(const char* szFile) : m_nFile(szFile != nullptr ? open(szFile, O_RDONLY | O_CLOEXEC | O_NONBLOCK) : -1) {}
+    ~CInputFile()
+    {
+        if (IsOpen())
+        {
+            close(m_nFile);
+        }
+    }
+    CInputFile(const CInputFile&) = delete;
+    CInputFile& operator=(const CInputFile&) = delete;
+
+    bool IsOpen() const { return m_nFile >= 0; }
+    int Descriptor() const { return m_nFile; }
+
+private:
+    const int m_nFile;
+};
+
 xmlDoc* ReadSchema(const char* szFile, CErrors& errors)
 {
+    const CInputFile file(szFile);
     const tParser pParser(xmlNewParserCtxt());
-    if (pParser == nullptr)
+    if (!file.IsOpen() || pParser == nullptr)
     {
         return nullptr;
     }
     Prepare(*pParser, errors, XML_PARSE_NONET);
-    return xmlCtxtReadFile(pParser.get(), szFile, nullptr, XML_PARSE_NONET);
+    return xmlCtxtReadFd(pParser.get(), file.Descriptor(), szFile, nullptr, XML_PARSE_NONET);
 }
 
 // Parts of a schema that lie elsewhere would be fetched, from a network as well.

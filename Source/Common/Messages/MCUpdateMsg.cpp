@@ -170,12 +170,30 @@ void CMCUpdateMsg::operator>>(unsigned char** ppOut)
 
 void CMCUpdateMsg::operator<<(unsigned char* pData)
 {
-    ParseChecked(pData, c_unTrustedReach, false);
+    const char* szRefusal = nullptr;
+    ParseChecked(pData, c_unTrustedReach, false, szRefusal);
+    PrintRefusal(szRefusal);
 }
 
 bool CMCUpdateMsg::Parse(const unsigned char* pData, std::size_t unSize)
 {
-    return ParseChecked(pData, unSize, true);
+    const char* szRefusal = nullptr;
+    const bool bParsed = Parse(pData, unSize, szRefusal);
+    PrintRefusal(szRefusal);
+    return bParsed;
+}
+
+bool CMCUpdateMsg::Parse(const unsigned char* pData, std::size_t unSize, const char*& szRefusal)
+{
+    return ParseChecked(pData, unSize, true, szRefusal);
+}
+
+void CMCUpdateMsg::PrintRefusal(const char* szRefusal)
+{
+    if (szRefusal != nullptr)
+    {
+        std::puts(szRefusal);
+    }
 }
 
 void CMCUpdateMsg::ShallowAssign(unsigned char* pData)
@@ -284,11 +302,12 @@ bool CMCUpdateMsg::WalkArrays(const unsigned char* pData, std::size_t unSize, Vi
     return true;
 }
 
-bool CMCUpdateMsg::ParseChecked(const unsigned char* pData, std::size_t unSize, bool bBounded)
+bool CMCUpdateMsg::ParseChecked(const unsigned char* pData, std::size_t unSize, bool bBounded, const char*& szRefusal)
 {
+    szRefusal = nullptr;
     if (pData == nullptr)
     {
-        std::puts("CMCUpdateMsg operator<< - NULL data!");
+        szRefusal = "CMCUpdateMsg operator<< - NULL data!";
         ReportError(enErrorNullData);
         return false;
     }
@@ -297,7 +316,7 @@ bool CMCUpdateMsg::ParseChecked(const unsigned char* pData, std::size_t unSize, 
     const auto ignore = [](int, std::int32_t, const unsigned char*) {};
     if (unSize < sizeof m_Header || !ValidateUpdate(pData) || (bBounded && !WalkArrays(pData, unSize, ignore)))
     {
-        std::puts("CMCUpdateMsg operator<< - error validating update data");
+        szRefusal = "CMCUpdateMsg operator<< - error validating update data";
         ReportError(enErrorInvalidUpdate);
         return false;
     }
@@ -327,7 +346,7 @@ bool CMCUpdateMsg::AssignDeep(const unsigned char* pData, std::size_t unSize)
                    }
                    else if (pBytes != nullptr)
                    {
-                       std::memcpy(m_aDeep[nType].acData, pBytes, static_cast<std::size_t>(nLength));
+                       std::memmove(m_aDeep[nType].acData, pBytes, static_cast<std::size_t>(nLength));
                        m_unDeepHeld |= 1u << nType;
                    }
                });

@@ -111,6 +111,10 @@ public:
     // the arrays beside one that is too large.
     bool Parse(const unsigned char* pData, std::size_t unSize);
 
+    // The same, but a refusal of the whole is not printed: szRefusal is its line, null when there is none.
+    bool Parse(const unsigned char* pData, std::size_t unSize, const char*& szRefusal);
+    static void PrintRefusal(const char* szRefusal);
+
     // The shallow parse, for bytes that the caller vouches for.
     void ShallowAssign(unsigned char* pData);
 
@@ -144,7 +148,7 @@ private:
 
     template <class Visitor>
     static bool WalkArrays(const unsigned char* pData, std::size_t unSize, Visitor visit);
-    bool ParseChecked(const unsigned char* pData, std::size_t unSize, bool bBounded);
+    bool ParseChecked(const unsigned char* pData, std::size_t unSize, bool bBounded, const char*& szRefusal);
     bool AssignDeep(const unsigned char* pData, std::size_t unSize);
     void AssignShallow(const unsigned char* pData, std::size_t unSize);
     void ReportError(int nCode);

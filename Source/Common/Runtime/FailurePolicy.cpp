@@ -61,6 +61,7 @@ AssertFailStdErrBase::~AssertFailStdErrBase() = default;
 void AssertFailStdErrBase::ReportWhat(const char* szLabel, const char* szFunction, const char* szFile, unsigned int unLine,
                                       const char* szCondition, const char* szUserMessage, int)
 {
+    std::cerr.clear(); // an earlier write may have failed
     SwitchToDecimal();
     // Streamed as it is, a null text would put standard error out of order for good.
     std::cerr << TextOrEmpty(szLabel) << ": " << TextOrEmpty(szCondition) << " at: \n\t" << TextOrEmpty(szFunction) << ",\n\t"

@@ -1,8 +1,9 @@
 #include "RySocketIO/CSocket.h"
 
 #include "RySocketIO/CUtility.h"
-#include "RySocketIO/SignalFreeThread.h"
-#include "RySocketIO/StopEvent.h"
+#include "RySocketIO/ClientCall.h"
+#include "RySocketIO/Descriptor.h"
+#include "RySocketIO/StoppableThread.h"
 
 #include <arpa/inet.h>
 #include <netinet/in.h>
@@ -12,6 +13,8 @@
 #include <algorithm>
 #include <atomic>
 #include <cerrno>
+#include <chrono>
+#include <cstdint>
 #include <cstring>
 
 namespace RySocketIO
@@ -23,9 +26,12 @@ namespace
 constexpr int c_nReceiveBuffer = 4 << 20;
 constexpr std::size_t c_unMaxDatagram = 65536; // more than UDP can carry
 constexpr timespec c_ErrorPause = {0, 10 * 1000 * 1000};
-constexpr int c_nFailuresAtOnce = 2; // of receiving, before the pause
-constexpr int c_nSendTries = 10;     // while signals interrupt it
+constexpr int c_nFailuresAtOnce = 2; // before the pause
+constexpr std::chrono::seconds c_LongestSend(1);
+constexpr std::chrono::milliseconds c_SendPause(5); // when the system says that there is room and yet has none
 constexpr int c_nLongestPoll = CStopEvent::c_LongestWait.tv_nsec / 1000000;
+
+typedef std::chrono::steady_clock tClock;
 
 bool IsGiven(const char* szAddress)
 {
@@ -80,16 +86,13 @@ public:
     ~CReceiver()
     {
         Stop();
-        if (m_nSocket >= 0)
-        {
-            close(m_nSocket);
-        }
+        Close();
     }
 
     bool Open(unsigned int unPort, const char* szLocalAddress, const char* szInterfaceAddress);
     bool Join(const char* szGroup);
     bool Send(const char* szAddress, unsigned int unPort, const char* pData, long lLength) const;
-    void Stop();
+    void Stop() { m_Thread.Stop(); }
     unsigned int LocalPort() const;
 
     void SetUseSenderInfo(bool bUse) { m_bUseSenderInfo = bUse; }
@@ -100,7 +103,25 @@ public:
     }
 
 private:
+    void Close()
+    {
+        if (m_nSocket >= 0)
+        {
+            close(m_nSocket);
+        }
+        m_nSocket = -1;
+    }
+
     bool Configure(unsigned int unPort, const char* szLocalAddress, const char* szInterfaceAddress);
+    template <class Function>
+    static void Call(Function function)
+    {
+        if (!Completes(function))
+        {
+            CUtility::Debug("CSocket - an override threw");
+        }
+    }
+
     void Run();
     bool ReceiveOne();
     void Deliver(long lLength, const sockaddr_in& sender);
@@ -116,8 +137,7 @@ private:
     std::atomic<std::uint32_t> m_unTruncated;
     std::atomic<std::uint32_t> m_unKernelDrops;
     std::atomic<std::uint32_t> m_unErrors;
-    CStopEvent m_Stop;
-    std::thread m_Thread;
+    CStoppableThread m_Thread;
 
     // Of the receive thread alone.
     in_addr m_LastSender;
@@ -127,26 +147,17 @@ private:
 
 bool CSocket::CReceiver::Open(unsigned int unPort, const char* szLocalAddress, const char* szInterfaceAddress)
 {
-    if (m_nSocket >= 0 || !m_Stop.IsValid())
+    if (m_nSocket >= 0)
     {
         return false;
     }
-    m_nSocket = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC | SOCK_NONBLOCK, IPPROTO_UDP);
-    if (m_nSocket < 0)
-    {
-        return false;
-    }
-    if (Configure(unPort, szLocalAddress, szInterfaceAddress))
-    {
-        m_Thread = StartSignalFreeThread([this] { Run(); });
-    }
-    if (!m_Thread.joinable())
+    m_nSocket = AboveStandard(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC | SOCK_NONBLOCK, IPPROTO_UDP));
+    if (m_nSocket < 0 || !Configure(unPort, szLocalAddress, szInterfaceAddress) || !m_Thread.Start([this] { Run(); }))
     {
         CUtility::Debug("CSocket::InitialiseLocalSockets - port %u, address %s, interface %s: %s", unPort,
                         IsGiven(szLocalAddress) ? szLocalAddress : "any", IsGiven(szInterfaceAddress) ? szInterfaceAddress : "any",
                         std::strerror(errno));
-        close(m_nSocket);
-        m_nSocket = -1;
+        Close();
         return false;
     }
     return true;
@@ -196,25 +207,24 @@ bool CSocket::CReceiver::Send(const char* szAddress, unsigned int unPort, const 
     {
         return false;
     }
-    ssize_t nSent = -1;
-    int nTry = 0;
-    do
+    // The socket does not block for its receiver; a sender waits for room as a blocking one would, but not for ever.
+    const tClock::time_point end = tClock::now() + c_LongestSend;
+    for (int nTry = 0;; ++nTry)
     {
-        // The socket does not block for its receiver; a sender waits for room as a blocking one would.
+        const std::int64_t nLeft = std::chrono::duration_cast<std::chrono::milliseconds>(end - tClock::now()).count();
         pollfd entry = {m_nSocket, POLLOUT, 0};
-        poll(&entry, 1, 1000);
-        nSent = sendto(m_nSocket, pData, static_cast<std::size_t>(lLength), 0, reinterpret_cast<const sockaddr*>(&destination),
-                       sizeof destination);
-    } while (nSent < 0 && errno == EINTR && ++nTry < c_nSendTries);
-    return nSent == lLength;
-}
-
-void CSocket::CReceiver::Stop()
-{
-    if (m_Thread.joinable())
-    {
-        m_Stop.Set();
-        m_Thread.join();
+        poll(&entry, 1, static_cast<int>(std::max<std::int64_t>(nLeft, 0)));
+        const ssize_t nSent = sendto(m_nSocket, pData, static_cast<std::size_t>(lLength), 0,
+                                     reinterpret_cast<const sockaddr*>(&destination), sizeof destination);
+        const bool bMayGo = nSent < 0 && (errno == EINTR || errno == EAGAIN || errno == EWOULDBLOCK);
+        if (!bMayGo || nLeft <= 0)
+        {
+            return nSent == lLength;
+        }
+        if (nTry >= c_nFailuresAtOnce)
+        {
+            std::this_thread::sleep_for(c_SendPause);
+        }
     }
 }
 
@@ -231,20 +241,21 @@ unsigned int CSocket::CReceiver::LocalPort() const
 
 void CSocket::CReceiver::Run()
 {
-    m_Owner.OnConnected();
-    pollfd aEntries[] = {{m_nSocket, POLLIN, 0}, {m_Stop.Descriptor(), POLLIN, 0}};
+    const CStopEvent& stop = m_Thread.StopEvent();
+    Call([this] { m_Owner.OnConnected(); });
+    pollfd aEntries[] = {{m_nSocket, POLLIN, 0}, {stop.Descriptor(), POLLIN, 0}};
     int nFailures = 0; // in a row
-    while (!m_Stop.IsSet())
+    while (!stop.IsSet())
     {
         const int nReady = poll(aEntries, 2, c_nLongestPoll);
         const bool bFailed = nReady < 0 || (nReady > 0 && aEntries[0].revents != 0 && !ReceiveOne());
         nFailures = bFailed ? nFailures + 1 : 0;
         if (nFailures > c_nFailuresAtOnce)
         {
-            m_Stop.Wait(c_ErrorPause);
+            stop.Wait(c_ErrorPause);
         }
     }
-    m_Owner.OnTerminated();
+    Call([this] { m_Owner.OnTerminated(); });
 }
 
 // False when the system refused in a way that may repeat at once.
@@ -282,7 +293,7 @@ void CSocket::CReceiver::Deliver(long lLength, const sockaddr_in& sender)
 {
     if (!m_bUseSenderInfo)
     {
-        m_Owner.OnReceivedData(m_acDatagram, lLength);
+        Call([=] { m_Owner.OnReceivedData(m_acDatagram, lLength); });
         return;
     }
     if (sender.sin_addr.s_addr != m_LastSender.s_addr)
@@ -292,7 +303,7 @@ void CSocket::CReceiver::Deliver(long lLength, const sockaddr_in& sender)
         m_LastSender = sender.sin_addr;
         m_LastSenderText = CIPString(acText);
     }
-    m_Owner.OnReceivedData(m_acDatagram, lLength, m_LastSenderText);
+    Call([=] { m_Owner.OnReceivedData(m_acDatagram, lLength, m_LastSenderText); });
 }
 
 void CSocket::CReceiver::CountKernelDrops(msghdr& message)

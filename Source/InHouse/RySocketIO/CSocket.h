@@ -29,7 +29,8 @@ enum enConnectionType : int
 // InitialiseLocalSockets and ends with StopReceiving. It calls virtual functions: a class that overrides one calls StopReceiving
 // first thing in its destructor, and so does every class that derives further.
 //
-// Send may be called from any thread; everything else belongs to the thread that owns the socket. Failures are false results.
+// Send may be called from any thread, as may StopReceiving; everything else belongs to the thread that owns the socket. Failures
+// are false results.
 class __attribute__((visibility("default"))) CSocket
 {
 public:
@@ -47,13 +48,13 @@ public:
     // Joins a multicast group.
     bool AddToGroup(const char* szGroup);
 
-    // True when the whole datagram was handed to the system.
+    // True when the whole datagram was handed to the system, for which it waits for up to a second when there is no room.
     bool Send(const char* szAddress, unsigned int unPort, const char* pData, long lLength);
 
     // Chooses which OnReceivedData is called: with the sender's address, or, as at the start, without.
     void SetUseSenderInfo(bool bUse);
 
-    // Ends the receive thread. Must not be called on it.
+    // Ends the receive thread. Any thread; on the receive thread itself it does not wait for the end.
     void StopReceiving();
 
     // The port in use, and the receive buffer that the system granted in bytes; 0 before InitialiseLocalSockets.
@@ -63,7 +64,8 @@ public:
     // Any thread. The kernel's losses are known when the next datagram comes.
     stSocketStatistics GetSocketStatistics() const;
 
-    // Called on the receive thread. The data is valid for the length of the call.
+    // Called on the receive thread. The data is valid for the length of the call. What an override throws is logged and ends with
+    // that call.
     virtual void OnReceivedData(char* pData, long lLength);
     virtual void OnReceivedData(char* pData, long lLength, const CIPString& sender);
 

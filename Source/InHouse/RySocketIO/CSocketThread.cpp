@@ -1,73 +1,66 @@
 #include "RySocketIO/CSocketThread.h"
 
-#include "RySocketIO/SignalFreeThread.h"
-#include "RySocketIO/StopEvent.h"
+#include "RySocketIO/CUtility.h"
+#include "RySocketIO/ClientCall.h"
+#include "RySocketIO/StoppableThread.h"
 
-#include <atomic>
+#include <algorithm>
 #include <chrono>
+#include <cstdint>
 
 namespace RySocketIO
 {
 
+namespace
+{
+
+constexpr std::int64_t c_nLongestDelay = std::int64_t(1) << 50; // microseconds: 35 years
+
+} // namespace
+
 class __attribute__((visibility("hidden"))) CSocketThread::CLoop
 {
 public:
-    explicit CLoop(CSocketThread& owner) : m_Owner(owner), m_Delay(0), m_bRunning(false) {}
-    ~CLoop() { Stop(); }
+    explicit CLoop(CSocketThread& owner) : m_Owner(owner), m_Delay(0) {}
 
-    void SetDelay(std::chrono::microseconds delay) { m_Delay = delay; }
-    bool IsRunning() const { return m_bRunning; }
+    // Seconds and microseconds may both be anything.
+    void SetDelay(std::int64_t nSeconds, std::int64_t nMicroseconds)
+    {
+        const std::int64_t nMost = c_nLongestDelay / 1000000;
+        m_Delay = std::chrono::seconds(std::clamp(nSeconds, -nMost, nMost)) +
+                  std::chrono::microseconds(std::clamp(nMicroseconds, -c_nLongestDelay, c_nLongestDelay));
+    }
 
     bool Start(int nIterations)
     {
-        if (IsRunning() || !m_Stop.IsValid())
-        {
-            return false;
-        }
-        Stop(); // the thread of earlier iterations has ended by itself
-        if (!m_Stop.Reset())
-        {
-            return false;
-        }
-        m_bRunning = true;
-        m_Thread = StartSignalFreeThread(
-            [this, nIterations]
-            {
-                Run(nIterations);
-                m_bRunning = false;
-            });
-        if (!m_Thread.joinable())
-        {
-            m_bRunning = false;
-        }
-        return m_Thread.joinable();
+        return m_Thread.Start([this, nIterations] { Run(nIterations); });
     }
-
-    bool Stop()
-    {
-        if (!m_Thread.joinable())
-        {
-            return false;
-        }
-        m_Stop.Set();
-        m_Thread.join();
-        return true;
-    }
+    bool Stop() { return m_Thread.Stop(); }
+    bool IsRunning() const { return m_Thread.IsRunning(); }
 
 private:
     typedef std::chrono::steady_clock tClock;
 
     void Run(int nIterations)
     {
-        m_Owner.ThreadStarted();
+        Call([this] { m_Owner.ThreadStarted(); });
         for (int nDone = 0; nIterations < 0 || nDone < nIterations; ++nDone)
         {
             const tClock::time_point next = tClock::now() + m_Delay;
-            m_Owner.Do();
+            Call([this] { m_Owner.Do(); });
             if (WaitUntil(next))
             {
                 return;
             }
+        }
+    }
+
+    template <class Function>
+    static void Call(Function function)
+    {
+        if (!Completes(function))
+        {
+            CUtility::Debug("CSocketThread - an override threw");
         }
     }
 
@@ -79,7 +72,7 @@ private:
             const auto left = std::chrono::duration_cast<std::chrono::nanoseconds>(time - tClock::now()).count();
             const long lSeconds = left > 0 ? static_cast<long>(left / 1000000000) : 0;
             const long lNanoseconds = left > 0 ? static_cast<long>(left % 1000000000) : 0;
-            if (m_Stop.Wait({lSeconds, lNanoseconds}))
+            if (m_Thread.StopEvent().Wait({lSeconds, lNanoseconds}))
             {
                 return true;
             }
@@ -92,9 +85,7 @@ private:
 
     CSocketThread& m_Owner;
     std::chrono::microseconds m_Delay;
-    CStopEvent m_Stop;
-    std::thread m_Thread;
-    std::atomic<bool> m_bRunning;
+    CStoppableThread m_Thread;
 };
 
 CSocketThread::CSocketThread() : m_pLoop(new CLoop(*this)) {}
@@ -103,7 +94,7 @@ CSocketThread::~CSocketThread() = default;
 
 void CSocketThread::SetIterationDelay(long lSeconds, long lMicroseconds)
 {
-    m_pLoop->SetDelay(std::chrono::seconds(lSeconds) + std::chrono::microseconds(lMicroseconds));
+    m_pLoop->SetDelay(lSeconds, lMicroseconds);
 }
 
 bool CSocketThread::Start(int nIterations)

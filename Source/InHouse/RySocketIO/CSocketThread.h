@@ -6,8 +6,9 @@
 namespace RySocketIO
 {
 
-// Calls Do periodically on a thread of its own. Like CSocket it calls virtual functions: a class that overrides one calls Stop
-// first thing in its destructor. The owner's thread calls everything else.
+// Calls Do periodically on a thread of its own. What Do throws is logged, and the next call comes in its time. Like CSocket it
+// calls virtual functions: a class that overrides one calls Stop first thing in its destructor. The owner's thread calls everything
+// else.
 class __attribute__((visibility("default"))) CSocketThread
 {
 public:
@@ -22,7 +23,8 @@ public:
     // Starts the thread: nIterations calls of Do, or with -1 until Stop. False when it runs already or can't be had.
     bool Start(int nIterations);
 
-    // Ends the thread after the Do that it may be in. False when there was none. Must not be called on it.
+    // Ends the thread after the Do that it may be in. Any thread; on that thread itself it does not wait. False when there was
+    // none.
     bool Stop();
 
     bool IsRunning() const;

@@ -35,7 +35,8 @@ void CUtility::Debug(const char* szFormat, ...)
 
 void CUtility::SetDebugSink(const stDebugSink* pSink)
 {
-    g_pSink.store(pSink, std::memory_order_release);
+    const bool bWrites = pSink != nullptr && pSink->pWrite != nullptr;
+    g_pSink.store(bWrites ? pSink : nullptr, std::memory_order_release);
 }
 
 } // namespace RySocketIO

@@ -1,6 +1,8 @@
 // Wakes a thread that waits, for good. Private to the library.
 #pragma once
 
+#include "RySocketIO/Descriptor.h"
+
 #include <poll.h>
 #include <sys/eventfd.h>
 #include <time.h>
@@ -13,14 +15,15 @@
 namespace RySocketIO
 {
 
-// Once set it stays set until Reset. Any thread may set it; one thread waits, on Descriptor together with others or by Wait.
+// Begins with Reset. Once set it stays set until the next. Any thread may set it; one thread waits, on Descriptor together with
+// others or by Wait.
 class CStopEvent
 {
 public:
-    CStopEvent() : m_nDescriptor(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)), m_bSet(false) {}
+    CStopEvent() : m_nDescriptor(-1), m_bSet(false) {}
     ~CStopEvent()
     {
-        if (IsValid())
+        if (m_nDescriptor >= 0)
         {
             close(m_nDescriptor);
         }
@@ -28,7 +31,6 @@ public:
     CStopEvent(const CStopEvent&) = delete;
     CStopEvent& operator=(const CStopEvent&) = delete;
 
-    bool IsValid() const { return m_nDescriptor >= 0; }
     int Descriptor() const { return m_nDescriptor; }
 
     // The flag counts; the descriptor only wakes the thread that waits. Should that fail, the thread sees the flag when it wakes
@@ -42,10 +44,14 @@ public:
         }
     }
 
-    // False when the descriptor can't be emptied.
+    // False when there is no descriptor to be had, or it can't be emptied.
     bool Reset()
     {
         m_bSet = false;
+        if (m_nDescriptor < 0)
+        {
+            m_nDescriptor = AboveStandard(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK));
+        }
         std::uint64_t unCount = 0;
         ssize_t nRead = 0;
         for (int nTry = 0; nTry < c_nTries && (nRead >= 0 || errno == EINTR); ++nTry)
@@ -83,7 +89,7 @@ private:
         return nReady > 0;
     }
 
-    const int m_nDescriptor;
+    int m_nDescriptor;
     std::atomic<bool> m_bSet;
 };
 
