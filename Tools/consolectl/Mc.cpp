@@ -18,6 +18,13 @@ namespace
 constexpr std::size_t c_unShownChanges = 5; // one by one, of a datagram
 constexpr double c_dSettleSeconds = 0.5;
 constexpr double c_dForEver = 1e9;
+constexpr double c_dLongestLag = 1;
+constexpr double c_dLongestSleep = 0.005;
+
+tSteadyClock::duration Duration(double dSeconds)
+{
+    return std::chrono::duration_cast<tSteadyClock::duration>(std::chrono::duration<double>(dSeconds));
+}
 
 struct stOptions
 {
@@ -75,11 +82,9 @@ private:
     std::unique_ptr<CDiagnosticsSocketSender> m_pReports; // none while nothing is to be sent: it would close descriptor 0
     bool m_bReports = false;
     tSteadyClock::time_point m_Start;
-    double m_dNextSurface = 0;
-    double m_dNextRotary = 0;
     double m_dNextReport = 0;
     const std::uint32_t m_unStartTime = CClock::Seconds();
-    std::uint32_t m_unMessageId = m_unStartTime;
+    std::uint32_t m_unMessageId = 0;
     long m_lUpdates[2] = {};
     long m_lChangeDatagrams = 0;
     long m_lApplied = 0;
@@ -170,33 +175,37 @@ void CSimulatedMC::SendReport(double dSeconds)
     m_lReports += m_bReports ? 1 : 0;
 }
 
+// What is sent, and in which order, depends on the options alone. An MC that is kept from sending goes on where it was: its time
+// has stood still.
 void CSimulatedMC::RunUntil(double dSeconds, bool bMove)
 {
-    for (double dNow = SecondsSince(m_Start); dNow < dSeconds && !StopRequested(); dNow = SecondsSince(m_Start))
+    while (!StopRequested())
     {
         ApplyClientChanges();
-        if (dNow >= m_dNextSurface)
+        const double dSurface = static_cast<double>(m_lUpdates[0]) / m_Options.dSurfaceRate;
+        const double dRotary = static_cast<double>(m_lUpdates[1]) / m_Options.dRotaryRate;
+        const double dDue = std::min(dSurface, dRotary);
+        const double dNow = SecondsSince(m_Start);
+        if (std::min(dDue, dNow) >= dSeconds)
         {
-            if (bMove)
-            {
-                m_Moving.Move(dNow, m_Options.nMovingFaders);
-            }
-            SendUpdate(enMCUpdateSurface);
-            m_dNextSurface = std::max(m_dNextSurface + 1 / m_Options.dSurfaceRate, dNow);
+            return;
         }
-        if (dNow >= m_dNextRotary)
-        {
-            SendUpdate(enMCUpdateRotary);
-            m_dNextRotary = std::max(m_dNextRotary + 1 / m_Options.dRotaryRate, dNow);
-        }
+        m_Start += dNow - dDue > c_dLongestLag ? Duration(dNow - dDue) : tSteadyClock::duration(0);
         if (m_bReports && dNow >= m_dNextReport)
         {
             SendReport(dNow);
             m_dNextReport = std::max(m_dNextReport + m_Options.dReportPeriod, dNow);
         }
-        const double dNext = std::min({m_dNextSurface, m_dNextRotary, dNow + 0.005});
-        const auto next = std::chrono::duration_cast<tSteadyClock::duration>(std::chrono::duration<double>(dNext));
-        SleepUntil(m_Updates.SendDue(m_Start + next));
+        if (dDue > dNow || dDue >= dSeconds)
+        {
+            SleepUntil(m_Updates.SendDue(m_Start + Duration(std::min(dDue, dNow + c_dLongestSleep))));
+            continue;
+        }
+        if (dSurface <= dRotary && bMove)
+        {
+            m_Moving.Move(dSurface, m_Options.nMovingFaders);
+        }
+        SendUpdate(dSurface <= dRotary ? enMCUpdateSurface : enMCUpdateRotary);
     }
 }
 
