@@ -310,6 +310,7 @@ private:
     CTimes m_Rounds;
     stHeld m_First = {};
     stHeld m_Last = {};
+    double m_dStop = 0;
 };
 
 // The application's loop.
@@ -368,8 +369,9 @@ void CRun::Print(double dSeconds) const
                 count(enDecodeErrorInvalid), m_pFollower->m_unTorn);
     m_Rounds.Print("UpdateBMA, by the clock");
     m_pFollower->m_Datagrams.Print("a datagram, by processor time");
-    std::printf("    memory %+ld KiB, descriptors %+d, threads %+d\n", (m_Last.lResident - m_First.lResident) / 1024,
-                m_Last.nDescriptors - m_First.nDescriptors, m_Last.nThreads - m_First.nThreads);
+    std::printf("    stopped in %.1f ms; memory %+ld KiB, descriptors %+d, threads %+d\n", m_dStop * 1e3,
+                (m_Last.lResident - m_First.lResident) / 1024, m_Last.nDescriptors - m_First.nDescriptors,
+                m_Last.nThreads - m_First.nThreads);
 
     // What the network corrupted may complete a message three times at most: with its own last fragment, and with duplicates.
     Expect(m_pFollower->m_unTorn <= 3 * m_Sender.GetCorrupted(), "%u blocks not as sent, %u datagrams corrupted",
@@ -404,7 +406,9 @@ void CRun::Run(double dSeconds)
     Apply(bSent, dSeconds);
     thread.join();
     AwaitLast();
+    const tClock::time_point before = tClock::now();
     m_pFollower->Shutdown();
+    m_dStop = tSeconds(tClock::now() - before).count();
     Print(dSeconds);
 }
 
