@@ -66,7 +66,7 @@ void CSideBySide::Start()
     m_Intact.clear();
     m_Fates.clear();
     m_Applied.clear();
-    m_Newest.clear();
+    m_Order.Clear();
     m_pHandler->m_Orders.clear();
     m_Model.ForgetEvictedIds();
 }
@@ -173,11 +173,11 @@ void CSideBySide::LookForUpdates()
         {
             Digest(CheckWord(contents.unUpdateType, nType, array));
         }
-        Apply(expected[un], m_pHandler->m_Seen[un].bNewest);
+        Apply(expected[un], m_pHandler->m_Seen[un]);
     }
 }
 
-void CSideBySide::Apply(const stJoined& joined, bool bNewest)
+void CSideBySide::Apply(const stJoined& joined, const stSeen& seen)
 {
     const bool bWhole = ProvesItself(joined.contents);
     const std::uint32_t unNumber = bWhole ? BigAt(joined.contents.arrays.begin()->second, 0) : 0;
@@ -194,19 +194,14 @@ void CSideBySide::Apply(const stJoined& joined, bool bNewest)
         return;
     }
     ASSERT_EQ(unNumber, pSent->unNumber);
-    // Nothing goes over what was sent later, unless the message id of one of the two was damaged.
-    const auto pNewest = m_Newest.find(joined.contents.unUpdateType);
-    const bool bAny = pNewest != m_Newest.end();
-    const bool bLate = bAny && unNumber < pNewest->second.unNumber;
-    const bool bOvertaken = bAny && joined.unSequence < pNewest->second.unSequence;
-    ASSERT_TRUE(bNewest == !(bLate || bOvertaken) || bDamaged || (bAny && pNewest->second.bDamaged)) << "update " << unNumber;
-    if (!bNewest)
+    bool bLate = false;
+    ASSERT_TRUE(m_Order.Take(seen, unNumber, bDamaged, bLate)) << "update " << unNumber;
+    if (!seen.bNewest)
     {
         m_Figures.unLate += bLate ? 1 : 0;
         Settle(joined, enFateOlder);
         return;
     }
-    m_Newest[joined.contents.unUpdateType] = {joined.unSequence, unNumber, bDamaged};
     m_Applied.insert(unNumber);
     Settle(joined, enFateApplied);
 }

@@ -1,11 +1,11 @@
 // A handler and the model of it, fed alike through bad networks, seed after seed.
 #pragma once
 
-#include "ClientComms/ImageSync.h"
+#include "ClientComms/ClientMsgHandler.h"
 
 #include "BadNetwork.h"
 #include "Support/Bytes.h"
-#include "Support/NumberedUpdates.h"
+#include "Support/NumberedHandler.h"
 #include "Support/ReassemblyModel.h"
 
 #include <cstdint>
@@ -28,7 +28,6 @@ struct stJoined
     stContents contents;
     std::vector<std::size_t> tags;
     std::size_t unLastTag = 0;
-    bool bNewest = false;
 };
 
 enum enFate
@@ -49,32 +48,6 @@ struct stFigures
     std::map<enFate, std::uint32_t> fates;
     std::uint32_t unUpdates = 0, unDatagrams = 0, unWhole = 0, unFragmentLost = 0, unFragmentDamaged = 0, unOtherFate = 0;
     std::uint32_t unEvicted = 0, unLate = 0;
-};
-
-// The application: it remembers what UpdateBMA hands to it, and of which it is told that it is the newest of its type.
-class CHandler : public CClientMsgHandler
-{
-public:
-    CHandler() : CClientMsgHandler(false) {}
-    ~CHandler() override { Shutdown(); }
-
-    int ProcessMCUpdate(const CMCUpdateMsg& update) override
-    {
-        stJoined seen;
-        seen.unSequence = GetUpdateSequence();
-        seen.contents = ContentsOf(update);
-        CUpdateOrder& order = m_Orders[seen.contents.unUpdateType];
-        seen.bNewest = ProvesItself(seen.contents) && order.IsNewer(GetUpdateSequence(), GetUpdateId(), CUpdateOrder::tTime());
-        if (seen.bNewest)
-        {
-            order.SetNewest(GetUpdateSequence(), GetUpdateId(), CUpdateOrder::tTime());
-        }
-        m_Seen.push_back(seen);
-        return 0;
-    }
-
-    std::map<std::uint32_t, CUpdateOrder> m_Orders; // by update type
-    std::vector<stJoined> m_Seen;
 };
 
 // A handler and the model of it, run side by side, seed after seed.
@@ -102,14 +75,6 @@ private:
         bool bDamaged;
     };
 
-    // What was applied last.
-    struct stNewest
-    {
-        std::uint32_t unSequence;
-        std::uint32_t unNumber;
-        bool bDamaged;
-    };
-
     void Start();
     void Remember(CBadNetwork& network);
     void Deliver(const std::vector<stArrival>& arrivals);
@@ -117,13 +82,13 @@ private:
     void Complete(const CModel::stResult& result);
     void Settle(const stJoined& joined, enFate enWhat);
     void LookForUpdates();
-    void Apply(const stJoined& joined, bool bNewest);
+    void Apply(const stJoined& joined, const stSeen& seen);
     void ExpectStatistics();
     void Digest(std::uint32_t unValue) { m_unDigest = (m_unDigest ^ unValue) * 16777619u; }
     void Explain(const stNumberedUpdate& update, std::uint32_t unFirstDatagram);
     bool Explained(std::uint32_t unDatagram);
 
-    std::unique_ptr<CHandler> m_pHandler = std::make_unique<CHandler>();
+    std::unique_ptr<CNumberedHandler> m_pHandler = std::make_unique<CNumberedHandler>();
     const RySocketIO::CIPString m_Sender = RySocketIO::CIPString("10.1.2.3");
     CModel m_Model;
     stCache m_aCaches[2];
@@ -140,7 +105,7 @@ private:
     std::set<std::uint32_t> m_Intact;                  // datagrams of which an undamaged copy arrived
     std::map<std::uint32_t, std::set<enFate>> m_Fates; // of updates that had a part in it, by number
     std::set<std::uint32_t> m_Applied;                 // by number
-    std::map<std::uint32_t, stNewest> m_Newest;        // by update type
+    COrderCheck m_Order;
 };
 
 } // namespace Support

@@ -38,7 +38,7 @@ bool ReadUpdate(const unsigned char* pBytes, std::size_t unSize, stView (&views)
         return false;
     }
     std::size_t unAt = c_unUpdateHeader;
-    const stCarried carried = Carried(Big(pBytes + 9));
+    const Support::stCarriedTypes carried = Support::CarriedTypes(Big(pBytes + 9));
     for (int nType = carried.nFirst; nType <= carried.nLast && unAt + 4 <= unSize && Big(pBytes + unAt) != 0; ++nType)
     {
         const int nLength = Signed(pBytes + unAt);
@@ -137,17 +137,9 @@ std::uint32_t Big(const unsigned char* pBytes)
     return std::uint32_t(pBytes[0]) << 24 | std::uint32_t(pBytes[1]) << 16 | std::uint32_t(pBytes[2]) << 8 | pBytes[3];
 }
 
-stCarried Carried(std::uint32_t unUpdateType)
-{
-    return unUpdateType == 1                        ? stCarried{2, 6}
-           : unUpdateType == 2                      ? stCarried{0, 1}
-           : unUpdateType == 4 || unUpdateType == 8 ? stCarried{2, 3}
-                                                    : stCarried{0, 6};
-}
-
 tBytes SmallUpdate(std::uint32_t unUpdateType)
 {
-    const stCarried carried = Carried(unUpdateType);
+    const Support::stCarriedTypes carried = Support::CarriedTypes(unUpdateType);
     tBytes body;
     for (int nType = carried.nFirst; nType <= carried.nLast; ++nType)
     {

@@ -8,6 +8,7 @@
 #include "Exhaustive/GuardedBlock.h"
 #include "LogicalControls/ConsoleBitmapArray.h"
 #include "Support/Bytes.h"
+#include "Support/CarriedTypes.h"
 
 #include <cstdint>
 #include <memory>
@@ -25,15 +26,6 @@ std::uint32_t Big(const unsigned char* pBytes);
 
 // An update of a type with a small array, of its own length and bytes, for each message type that it carries.
 tBytes SmallUpdate(std::uint32_t unUpdateType);
-
-// The message types that an update type carries, first and last.
-struct stCarried
-{
-    int nFirst;
-    int nLast;
-};
-
-stCarried Carried(std::uint32_t unUpdateType);
 
 class CUpdateCheck
 {

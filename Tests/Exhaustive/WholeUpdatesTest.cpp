@@ -38,7 +38,7 @@ public:
         unsigned char* pOut = m_Bytes.data();
         *pBuilt >> &pOut;
         std::size_t unAt = 17;
-        const auto [nFirst, nLast] = Support::Carried(unUpdateType);
+        const auto [nFirst, nLast] = Support::CarriedTypes(unUpdateType);
         for (int nType = nFirst; nType <= nLast; ++nType)
         {
             m_Places.push_back({nType, unAt + 4, Support::BigAt(m_Bytes, unAt)});

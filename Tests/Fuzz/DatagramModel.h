@@ -168,11 +168,15 @@ public:
         cache.bPending = update.bValid && !cache.bError;
         cache.bError = !cache.bPending;
         cache.bytes = outcome.message;
+        cache.bNew = cache.bNew || cache.bPending; // an error leaves the flag of what it has overwritten
+        if (cache.bNew)
+        {
+            m_bSenderChanged = m_bSenderChanged || nSender != m_nSender;
+            m_nSender = nSender;
+        }
         if (cache.bPending)
         {
             cache.unOrder = ++m_unOrder;
-            m_bSenderChanged = m_bSenderChanged || nSender != m_nSender;
-            m_nSender = nSender;
             m_nLastSurface = update.nUpdateType == 1 ? g_nNow : m_nLastSurface;
         }
     }
@@ -194,7 +198,7 @@ public:
                 Check(unShown < client.shown.size(), "an update was not applied");
                 Compare(cache, client.shown[unShown]);
                 nExpected = 100 + static_cast<int>(++unShown);
-                cache.bPending = false;
+                cache.bPending = cache.bNew = false;
             }
         }
         Check(unShown == client.shown.size(), "%zu updates were applied and not %zu", client.shown.size(), unShown);
@@ -210,6 +214,7 @@ public:
         for (stCache& cache : m_aCaches)
         {
             cache.bError = false;
+            cache.bNew = cache.bPending;
         }
     }
 
@@ -243,7 +248,8 @@ public:
 private:
     struct stCache
     {
-        bool bPending = false;
+        bool bPending = false; // a good update waits
+        bool bNew = false;     // the flag says so
         bool bError = false;
         std::uint32_t unOrder = 0;
         tBytes bytes;

@@ -2,6 +2,7 @@
 #pragma once
 
 #include "Input.h"
+#include "Support/CarriedTypes.h"
 
 #include <array>
 
@@ -25,21 +26,9 @@ struct stUpdateModel
     std::array<stArrayModel, c_nTypes> arrays;
 };
 
-// First and last message type that an update carries.
-inline std::array<int, 2> Carried(std::int32_t nUpdateType)
+inline Support::stCarriedTypes CarriedBy(std::int32_t nUpdateType)
 {
-    switch (nUpdateType)
-    {
-    case 1:
-        return {2, 6};
-    case 2:
-        return {0, 1};
-    case 4:
-    case 8:
-        return {2, 3};
-    default:
-        return {0, 6};
-    }
+    return Support::CarriedTypes(static_cast<std::uint32_t>(nUpdateType));
 }
 
 inline stUpdateModel WalkUpdate(const unsigned char* pBytes, std::size_t unSize)
@@ -52,8 +41,8 @@ inline stUpdateModel WalkUpdate(const unsigned char* pBytes, std::size_t unSize)
     model.nUpdateType = LoadSigned(pBytes + 9);
     model.bValid = true;
     std::size_t unAt = 17;
-    const std::array<int, 2> carried = Carried(model.nUpdateType);
-    for (int nType = carried[0]; nType <= carried[1]; ++nType)
+    const Support::stCarriedTypes carried = CarriedBy(model.nUpdateType);
+    for (int nType = carried.nFirst; nType <= carried.nLast; ++nType)
     {
         const std::int32_t nLength = unSize - unAt >= 4 ? LoadSigned(pBytes + unAt) : 0;
         if (nLength == 0)

@@ -159,13 +159,13 @@ private:
     // A copy takes over only what its update type carries, and nothing of nLimit bytes or more.
     void CheckDeep(const CMCUpdateMsg& message, std::int32_t nLimit)
     {
-        const std::array<int, 2> carried = Carried(m_Deep.nUpdateType);
+        const Support::stCarriedTypes carried = CarriedBy(m_Deep.nUpdateType);
         const bool bCopy = nLimit == c_nDeepLimit;
         std::int64_t nTotal = 17;
         for (int nType = 0; nType < 7; ++nType)
         {
             const std::size_t unType = static_cast<std::size_t>(nType);
-            const bool bCarried = nType >= carried[0] && nType <= carried[1];
+            const bool bCarried = nType >= carried.nFirst && nType <= carried.nLast;
             const std::int32_t nLength = m_Deep.lengths[unType];
             const bool bThere = m_Deep.held[unType] && nLength > 0 && nLength < nLimit && (bCarried || !bCopy);
             CheckArray(message, nType, bThere, m_Deep.bytes[unType].data(), nLength);
@@ -195,8 +195,8 @@ private:
     {
         const unsigned int unWritten = ApplyMCUpdate(message, *m_pImage, unTypes);
         unsigned int unExpected = 0;
-        const std::array<int, 2> carried = Carried(nUpdateType);
-        for (int nType = carried[0]; nType <= carried[1]; ++nType)
+        const Support::stCarriedTypes carried = CarriedBy(nUpdateType);
+        for (int nType = carried.nFirst; nType <= carried.nLast; ++nType)
         {
             std::int32_t nLength = 0;
             const unsigned char* pBytes = arrays(nType, nLength);
@@ -294,8 +294,8 @@ tBytes CBench::Message(CInput& input)
     const std::int32_t nUpdateType = unShape >= 200 ? input.Number() : static_cast<std::int32_t>(unShape % 10);
     AppendBig(bytes, static_cast<std::uint32_t>(nUpdateType));
     AppendBig(bytes, static_cast<std::uint32_t>(input.Byte()));
-    const std::array<int, 2> carried = Carried(nUpdateType);
-    for (int nType = carried[0]; nType <= carried[1] && !input.Empty(); ++nType)
+    const Support::stCarriedTypes carried = CarriedBy(nUpdateType);
+    for (int nType = carried.nFirst; nType <= carried.nLast && !input.Empty(); ++nType)
     {
         std::uint32_t unClaimed = 0;
         const tBytes array = Array(input, nType, unClaimed);
@@ -321,8 +321,8 @@ void CBench::Serialise()
     }
     tBytes expected(m_Deep.header.begin(), m_Deep.header.begin() + 13);
     AppendBig(expected, static_cast<std::uint32_t>(nTotal - 17));
-    const std::array<int, 2> carried = Carried(m_Deep.nUpdateType);
-    for (std::size_t unType = std::size_t(carried[0]); unType <= std::size_t(carried[1]); ++unType)
+    const Support::stCarriedTypes carried = CarriedBy(m_Deep.nUpdateType);
+    for (std::size_t unType = std::size_t(carried.nFirst); unType <= std::size_t(carried.nLast); ++unType)
     {
         const bool bEmpty = m_Deep.lengths[unType] == 0;
         if (!bEmpty && !m_Deep.held[unType])

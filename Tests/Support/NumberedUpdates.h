@@ -3,13 +3,13 @@
 
 #include "Messages/MCUpdateMsg.h"
 #include "Support/Bytes.h"
+#include "Support/CarriedTypes.h"
 
 #include <algorithm>
 #include <cstdint>
 #include <iterator>
 #include <map>
 #include <random>
-#include <utility>
 #include <vector>
 
 namespace Support
@@ -61,23 +61,6 @@ struct stNumberedUpdate
     std::vector<tBytes> datagrams; // of 30 to 200 bytes
 };
 
-// First and last message type that an update of this type carries.
-inline std::pair<int, int> Carried(std::uint32_t unUpdateType)
-{
-    switch (unUpdateType)
-    {
-    case 1:
-        return {2, 6};
-    case 2:
-        return {0, 1};
-    case 4:
-    case 8:
-        return {2, 3};
-    default:
-        return {0, 6};
-    }
-}
-
 // Any change of a single byte changes it.
 inline std::uint32_t CheckWord(std::uint32_t unUpdateType, int nMessageType, const tBytes& array)
 {
@@ -95,7 +78,7 @@ inline std::uint32_t CheckWord(std::uint32_t unUpdateType, int nMessageType, con
 // Whether these are all arrays of one such update, every one as it was sent. Its number is in the first.
 inline bool ProvesItself(const stContents& contents)
 {
-    const auto [nFirst, nLast] = Carried(contents.unUpdateType);
+    const auto [nFirst, nLast] = CarriedTypes(contents.unUpdateType);
     for (int nType = nFirst; nType <= nLast; ++nType)
     {
         const auto pArray = contents.arrays.find(nType);
@@ -129,7 +112,7 @@ inline stNumberedUpdate MakeNumberedUpdate(std::uint32_t unNumber, std::uint32_t
     stNumberedUpdate update;
     update.unNumber = unNumber;
     update.contents.unUpdateType = below(2) == 0 ? 1 : below(2) == 0 ? 2 : 4;
-    const auto [nFirst, nLast] = Carried(update.contents.unUpdateType);
+    const auto [nFirst, nLast] = CarriedTypes(update.contents.unUpdateType);
     for (int nType = nFirst; nType <= nLast; ++nType)
     {
         tBytes array;
@@ -171,7 +154,7 @@ inline bool ReadUpdate(const tBytes& message, stContents& contents)
     }
     contents.unUpdateType = BigAt(message, 9);
     contents.arrays.clear();
-    const auto [nFirst, nLast] = Carried(contents.unUpdateType);
+    const auto [nFirst, nLast] = CarriedTypes(contents.unUpdateType);
     std::size_t unAt = 17;
     for (int nType = nFirst; nType <= nLast && unAt + 4 <= message.size(); ++nType)
     {

@@ -5,8 +5,10 @@
 #include <random>
 #include <thread>
 
+using Support::CNumberedHandler;
 using Support::CWired;
 using Support::Expect;
+using Support::stSeen;
 using Support::stWired;
 using Support::tBytes;
 typedef Support::CReassemblyModel CModel;
@@ -61,7 +63,7 @@ void CSeed::Put(RySocketIO::CSocket& sender, const std::vector<stArrival>& arriv
 }
 
 // The application's thread: applies what comes, and clears errors when it is told of one.
-void CSeed::Receive(CSmallHandler& handler, const std::atomic<bool>& bSent)
+void CSeed::Receive(CNumberedHandler& handler, const std::atomic<bool>& bSent)
 {
     const auto update = [&handler]
     {
@@ -120,13 +122,13 @@ void CSeed::Replay(const stReceiveStatistics& statistics)
 }
 
 // Every update that was handed to the application is the next of its kind among those that were completed.
-void CSeed::MatchApplied(std::vector<stApplied> applied)
+void CSeed::MatchApplied(std::vector<stSeen> applied)
 {
     std::map<std::uint32_t, stCompletion*> ofSequence;
     auto pNext = m_Completions.begin();
-    std::vector<stApplied> inOrder = applied;
-    std::sort(inOrder.begin(), inOrder.end(), [](const stApplied& a, const stApplied& b) { return a.unSequence < b.unSequence; });
-    for (const stApplied& each : inOrder)
+    std::vector<stSeen> inOrder = applied;
+    std::sort(inOrder.begin(), inOrder.end(), [](const stSeen& a, const stSeen& b) { return a.unSequence < b.unSequence; });
+    for (const stSeen& each : inOrder)
     {
         pNext = std::find_if(pNext, m_Completions.end(),
                              [&](const stCompletion& completion)
@@ -140,13 +142,13 @@ void CSeed::MatchApplied(std::vector<stApplied> applied)
         ofSequence[each.unSequence] = &*pNext++;
     }
     Expect(ofSequence.size() == applied.size(), "seed %u: an update was applied twice", m_unSeed);
-    for (const stApplied& each : applied)
+    for (const stSeen& each : applied)
     {
         CheckApplied(*ofSequence[each.unSequence], each);
     }
 }
 
-void CSeed::CheckApplied(const stCompletion& completion, const stApplied& applied)
+void CSeed::CheckApplied(const stCompletion& completion, const stSeen& applied)
 {
     const std::uint32_t unSequence = applied.unSequence;
     const bool bWhole = Support::ProvesItself(completion.contents);
@@ -161,20 +163,14 @@ void CSeed::CheckApplied(const stCompletion& completion, const stApplied& applie
     const std::uint32_t unNumber = Support::BigAt(completion.contents.arrays.begin()->second, 0);
     Expect(unNumber >= 1 && unNumber <= m_Updates.size() && m_Updates[unNumber - 1].contents == completion.contents,
            "seed %u: update %u proves itself but was never sent", m_unSeed, unSequence);
-    // Nothing goes over what was sent later, unless the message id of one of the two was damaged.
-    const auto pNewest = m_Newest.find(completion.contents.unUpdateType);
-    const bool bAny = pNewest != m_Newest.end();
-    const bool bLate = bAny && unNumber < pNewest->second.unNumber;
-    const bool bOvertaken = bAny && unSequence < pNewest->second.unSequence;
-    Expect(applied.bNewest == !(bLate || bOvertaken) || bDamaged || (bAny && pNewest->second.bDamaged),
-           "seed %u: update %u was %s after %u", m_unSeed, unNumber, applied.bNewest ? "applied" : "left alone",
-           bAny ? pNewest->second.unNumber : 0);
+    bool bLate = false;
+    const bool bRight = m_Order.Take(applied, unNumber, bDamaged, bLate);
+    Expect(bRight, "seed %u: update %u was %s", m_unSeed, unNumber, applied.bNewest ? "applied over a later one" : "left alone");
     if (!applied.bNewest)
     {
         ++m_Figures[bLate ? "updates left alone, as one that was sent later was applied" : "updates left alone for a newer one"];
         return;
     }
-    m_Newest[completion.contents.unUpdateType] = {unSequence, unNumber, bDamaged};
     m_Whole.insert(unNumber);
 }
 
@@ -288,7 +284,7 @@ void CSeed::Explain()
 
 void CSeed::Run(RySocketIO::CSocket& sender)
 {
-    const auto pHandler = std::make_unique<CWired<CSmallHandler>>(m_Wire, false);
+    const auto pHandler = std::make_unique<CWired<CNumberedHandler>>(m_Wire, false);
     if (!pHandler->InitialiseClient(c_unPort, nullptr, c_szGroup, nullptr) || pHandler->GetLocalPort() != c_unPort)
     {
         Expect(false, "no socket for %s:%u", c_szGroup, c_unPort);
@@ -307,6 +303,6 @@ void CSeed::Run(RySocketIO::CSocket& sender)
     const stReceiveStatistics statistics = pHandler->GetStatistics();
     Balance(statistics, pHandler->GetSocketStatistics());
     Replay(statistics);
-    MatchApplied(pHandler->m_Applied);
+    MatchApplied(pHandler->m_Seen);
     Explain();
 }

@@ -4,7 +4,7 @@
 #include "BadNetwork.h"
 #include "LogicalControls.h"
 #include "Support/Figures.h"
-#include "Support/NumberedUpdates.h"
+#include "Support/NumberedHandler.h"
 #include "Support/ReassemblyModel.h"
 #include "Support/Wire.h"
 
@@ -22,38 +22,6 @@ constexpr std::uint32_t c_unFirstId = 0x7fffff00; // the messages lie on both si
 constexpr std::uint32_t c_unNoDatagram = 0xffffffff;
 
 stFaults FaultsOf(std::uint32_t unSeed);
-
-struct stApplied
-{
-    std::uint32_t unSequence;
-    bool bNewest; // of its type
-    Support::stContents contents;
-};
-
-class CSmallHandler : public CClientMsgHandler
-{
-public:
-    explicit CSmallHandler(bool bFlag) : CClientMsgHandler(bFlag) {}
-    ~CSmallHandler() override { Shutdown(); }
-
-    int ProcessMCUpdate(const CMCUpdateMsg& update) override
-    {
-        stApplied applied = {GetUpdateSequence(), false, Support::ContentsOf(update)};
-        CUpdateOrder& order = m_Orders[applied.contents.unUpdateType];
-        applied.bNewest =
-            Support::ProvesItself(applied.contents) && order.IsNewer(GetUpdateSequence(), GetUpdateId(), CUpdateOrder::tTime());
-        if (applied.bNewest)
-        {
-            order.SetNewest(GetUpdateSequence(), GetUpdateId(), CUpdateOrder::tTime());
-        }
-        m_Applied.push_back(applied);
-        return 0;
-    }
-
-    std::map<std::uint32_t, CUpdateOrder> m_Orders; // by update type
-
-    std::vector<stApplied> m_Applied;
-};
 
 // The updates of one seed, from the sender's numbers to the explanation of each that was not applied.
 class CSeed
@@ -76,20 +44,12 @@ private:
         bool bApplied;
     };
 
-    // What was applied last.
-    struct stNewest
-    {
-        std::uint32_t unSequence;
-        std::uint32_t unNumber;
-        bool bDamaged;
-    };
-
     void Send(RySocketIO::CSocket& sender);
     void Put(RySocketIO::CSocket& sender, const std::vector<stArrival>& arrivals);
-    void Receive(CSmallHandler& handler, const std::atomic<bool>& bSent);
+    void Receive(Support::CNumberedHandler& handler, const std::atomic<bool>& bSent);
     void Replay(const stReceiveStatistics& statistics);
-    void MatchApplied(std::vector<stApplied> applied);
-    void CheckApplied(const stCompletion& completion, const stApplied& applied);
+    void MatchApplied(std::vector<Support::stSeen> applied);
+    void CheckApplied(const stCompletion& completion, const Support::stSeen& applied);
     void Balance(const stReceiveStatistics& statistics, const RySocketIO::stSocketStatistics& socket);
     void Explain();
     std::string ReasonOf(std::uint32_t unDatagram, const std::set<std::uint32_t>& lostInKernel) const;
@@ -106,7 +66,7 @@ private:
     std::map<std::pair<std::uint32_t, bool>, std::set<enFault>> m_Faults;
     Support::CReassemblyModel m_Model;
     std::vector<stCompletion> m_Completions;
-    std::map<std::uint32_t, stNewest> m_Newest; // by update type
-    std::set<std::uint32_t> m_Intact;           // datagrams of which an undamaged copy arrived
-    std::set<std::uint32_t> m_Whole;            // numbers applied
+    Support::COrderCheck m_Order;
+    std::set<std::uint32_t> m_Intact; // datagrams of which an undamaged copy arrived
+    std::set<std::uint32_t> m_Whole;  // numbers applied
 };
