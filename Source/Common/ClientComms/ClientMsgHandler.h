@@ -99,11 +99,11 @@ public:
     // as well. Remote addresses and InitialiseClient come before it.
     bool StartPPCSender(int nPeriod);
 
-    // Stops that thread after the datagram that it may be sending. What is queued stays queued.
+    // Stops that thread after the datagram that it may be sending. What is queued stays queued. Any thread, as Shutdown.
     void StopPPCSender();
 
-    // Stops both threads. Any thread but these two, on which it does not wait. Within ProcessMCUpdate it is put off until that
-    // has returned.
+    // Stops both threads. Any thread; on one of the two it does not wait for itself. Within ProcessMCUpdate it is put off until
+    // that has returned.
     void Shutdown();
 
     using CMsgHandlerBase::OnReceivedData;

@@ -1,7 +1,7 @@
 // Calls into code that a client wrote. Private to the library.
 #pragma once
 
-#include <cxxabi.h>
+#include <exception>
 
 namespace RySocketIO
 {
@@ -15,12 +15,12 @@ bool Completes(Call call)
         call();
         return true;
     }
-    catch (const abi::__forced_unwind&)
-    {
-        throw;
-    }
     catch (...)
     {
+        if (std::current_exception() == nullptr)
+        {
+            throw; // no exception of C++: the thread's end
+        }
         return false;
     }
 }
