@@ -44,7 +44,7 @@ std::string ReplaceFile(const std::string& strFile, const std::vector<unsigned c
     const bool bWritten = std::fwrite(bytes.data(), 1, bytes.size(), pFile) == bytes.size();
     if (std::fclose(pFile) != 0 || !bWritten || std::rename(strNew.c_str(), target.c_str()) != 0)
     {
-        const std::string strError = LastError(strFile);
+        std::string strError = LastError(strFile);
         std::remove(strNew.c_str());
         return strError;
     }

@@ -620,10 +620,10 @@ int CClientMsgHandler::ApplyCache(int nCache, int nResult, bool& bApplied)
     m_aucNewUpdate[nCache] = 0;
     m_unProcessedSequence = m_aCaches[nCache].unSequence;
     m_unProcessedId = m_aCaches[nCache].unMessageId;
-    const CMCUpdateMsg& update = m_aCaches[nCache].update;
+    const CMCUpdateMsg* const pUpdate = &m_aCaches[nCache].update;
     const CProcessing processing(m_Processing);
     int nProcessed = nResult;
-    const bool bDone = RySocketIO::Completes([&] { nProcessed = ProcessMCUpdate(update); });
+    const bool bDone = RySocketIO::Completes([&] { nProcessed = ProcessMCUpdate(*pUpdate); });
     m_Counters.Count(bDone ? enCountApplied : enCountThrown);
     if (!bDone)
     {

@@ -164,7 +164,7 @@ void CUpdateOrder::SetNewest(std::uint32_t unSequence, std::uint32_t unId, tTime
 }
 
 CImageFollower::CImageFollower(CBMAContainer& image)
-    : CClientMsgHandler(false), m_Image(image), m_unTypesReceived(0), m_unUpdatesApplied(0), m_aOrder()
+    : CClientMsgHandler(false), m_Image(image), m_unTypesReceived(0), m_unUpdatesApplied(0)
 {
 }
 
