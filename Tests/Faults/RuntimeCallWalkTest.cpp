@@ -9,6 +9,7 @@
 #include "Runtime/FailurePolicy.h"
 #include "Runtime/Locks.h"
 #include "Runtime/Memory.h"
+#include "RySocketIO/CUtility.h"
 #include "Support/Bytes.h"
 
 #include <gtest/gtest.h>
@@ -22,6 +23,7 @@
 #include <memory>
 #include <new>
 #include <string>
+#include <vector>
 
 // Senders, locks and the rest of the runtime while calls of the system fail.
 namespace
@@ -171,6 +173,9 @@ TEST(LockCallWalk, ASectionThatCouldNotBeSetUpDoesNotHang)
 
 TEST(LockCallWalk, AHandlerThatCanNotLockTakesNothingAndLosesNothing)
 {
+    std::vector<std::string> lines; // of this thread alone: the log's own locks would fail as well
+    const RySocketIO::stDebugSink sink = {
+        [](void* pLines, const char* szLine) { static_cast<std::vector<std::string>*>(pLines)->push_back(szLine); }, &lines};
     const auto pHandler = std::make_unique<CClientMsgHandler>(false);
     Support::tBytes update = Support::Datagram(0, 1, 1, 1, Support::UpdateHeader(2, 0));
     const auto receive = [&](const char* szSender)
@@ -188,7 +193,10 @@ TEST(LockCallWalk, AHandlerThatCanNotLockTakesNothingAndLosesNothing)
         EXPECT_EQ(1u, count(enRejectedLock));
         EXPECT_EQ(6, pHandler->UpdateBMA());
         EXPECT_EQ(0u, count(enCountApplied));
+        RySocketIO::CUtility::SetDebugSink(&sink);
         EXPECT_FALSE(pHandler->QueuePPC(enInteger, enMicInput, 1, 2, 4));
+        RySocketIO::CUtility::SetDebugSink(nullptr);
+        EXPECT_EQ(std::vector<std::string>{"CMsgHandlerBase::QueuePPC - no memory"}, lines);
         EXPECT_EQ(0, pHandler->GetPPCBufferSize());
         EXPECT_FALSE(pHandler->SendAll());
         pHandler->ClearPPCBuffer();

@@ -51,8 +51,7 @@ void CMsgHandlerBase::SetRemoteAddress(const char* szAddress, int nSecond, int n
     {
         return;
     }
-    stRemoteAddress& entry = m_aRemoteAddresses[m_nRemoteAddresses];
-    std::memset(entry.acAddress, 0, sizeof entry.acAddress);
+    stRemoteAddress& entry = m_aRemoteAddresses[m_nRemoteAddresses]; // all zero
     std::memcpy(entry.acAddress, szAddress, unLength);
     entry.nSecond = nSecond;
     if (nPort != -1)
