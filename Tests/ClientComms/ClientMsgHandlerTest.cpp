@@ -355,7 +355,9 @@ TEST_F(ClientMsgHandler, ABadUpdateOverAWaitingOneLeavesTheFlagOfThatAndNotItsUp
     EXPECT_EQ("CClientMsgHandler::UpdateBMA - cache 0, Error: true, New Update: true", m_Log.Take().front());
     EXPECT_EQ(tBytes(), Round(5));
     m_pHandler->ClearReceiveErrors();
+    m_Log.Take();
     EXPECT_EQ(tBytes(), Round(7));
+    EXPECT_EQ("CClientMsgHandler::UpdateBMA - cache 0, Error: false, New Update: false", m_Log.Take().front());
 }
 
 TEST_F(ClientMsgHandler, AnErrorInTheLaterCacheOutlivesTheEarlierUpdate)
@@ -410,6 +412,16 @@ TEST_F(ClientMsgHandler, DataTooShortForAnUpdateOrTooLongForACacheFailsToDecode)
         EXPECT_EQ(tBytes(), Round(5));
         m_pHandler->ClearReceiveErrors();
     }
+}
+
+TEST_F(ClientMsgHandler, DataMayFillACacheToTheLastByte)
+{
+    tBytes update = Support::UpdateHeader(1, 1048576 - 17);
+    Support::AppendArray(update, tBytes(1048576 - 21, 0x5a));
+    ASSERT_EQ(1048576u, update.size());
+    m_pHandler->ReceivedMCData(update.data(), static_cast<long>(update.size()));
+    EXPECT_EQ(Hex("5a"), Round(100));
+    EXPECT_EQ(1048576u - 21, m_pHandler->m_Applied.front().size() - 1);
 }
 
 TEST_F(ClientMsgHandler, EachRoundLogsTheFlagsOfBothCaches)

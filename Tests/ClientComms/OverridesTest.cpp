@@ -3,6 +3,7 @@
 #include "RySocketIO/CSocketThread.h"
 #include "RySocketIO/CUtility.h"
 #include "Support/Bytes.h"
+#include "Support/DebugLog.h"
 #include "Support/InChild.h"
 
 #include <gtest/gtest.h>
@@ -13,13 +14,17 @@
 #include <sys/syscall.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <atomic>
 #include <chrono>
 #include <climits>
 #include <functional>
 #include <memory>
 #include <stdexcept>
+#include <string>
 #include <thread>
+#include <utility>
+#include <vector>
 
 // What a client's own code may do where the library calls it.
 namespace
@@ -134,7 +139,10 @@ TEST(Overrides, MayAskForAnotherRoundWhichIsNone)
     pHandler->m_Process = [&](COverriding& handler) { nInner = handler.UpdateBMA(); };
     pHandler->Deliver(Update());
     pHandler->Deliver(Update());
+    Support::CDebugLog log;
     EXPECT_EQ(0, pHandler->UpdateBMA());
+    const std::vector<std::string> lines = log.Take();
+    EXPECT_EQ(2, std::count(lines.begin(), lines.end(), "CClientMsgHandler::UpdateBMA - called within ProcessMCUpdate, ignoring"));
     EXPECT_EQ(7, nInner);
     EXPECT_EQ(2, pHandler->m_nApplied);
 }

@@ -2,6 +2,7 @@
 
 #include "ClientComms/ClientMsgHandler.h"
 #include "Support/Bytes.h"
+#include "Support/DebugLog.h"
 #include "Support/NumberedUpdates.h"
 #include "Support/SystemCalls.h"
 
@@ -154,6 +155,7 @@ TEST_F(ReceiveStatistics, CountWhatIsNoDatagramAtAll)
     m_pHandler->OnReceivedData(nullptr, 100, CIPString("10.0.0.1"));
     m_pHandler->OnReceivedData(nullptr, -1, CIPString("10.0.0.1"));
     EXPECT_EQ(Rejected("rejected: no data, or shorter than a header", 34, 3), Counts());
+    EXPECT_EQ(102u, Statistics().aSenders[0].unBytes) << "a negative length is none";
 }
 
 TEST_F(ReceiveStatistics, CountAFragmentedMessageThatIsLargerThanTheBuffer)
@@ -331,7 +333,9 @@ TEST_F(ReceiveStatistics, CountTheNinthSenderAmongTheOthers)
 TEST_F(ReceiveStatistics, CountDatagramsOfSendersThatAreNotAccepted)
 {
     ASSERT_TRUE(m_pHandler->AcceptSender("10.0.0.1"));
+    Support::CDebugLog log;
     Deliver(c_Good, "10.0.0.2");
+    EXPECT_EQ("CClientMsgHandler::OnReceivedData - sender 10.0.0.2 is not accepted, ignoring", log.Take().back());
     EXPECT_EQ(Rejected("rejected: sender not accepted", static_cast<std::uint32_t>(c_Good.size())), Counts());
     Deliver(c_Good, "10.0.0.1");
     EXPECT_EQ(1u, Statistics().aunCount[enCountCompleting]);

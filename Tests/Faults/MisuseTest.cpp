@@ -162,6 +162,7 @@ TEST(Misuse, AHandlerThatWasNeverOpenedAnswers)
     EXPECT_EQ(-1.0f, pHandler->GetSurfUpdatePeriod());
     EXPECT_EQ(-1.0f, pHandler->GetRotsUpdatePeriod());
     EXPECT_EQ(0u, pHandler->GetUpdateSequence());
+    EXPECT_EQ(0u, pHandler->GetUpdateId());
     EXPECT_EQ(0u, pHandler->GetLocalPort());
     EXPECT_EQ(0, pHandler->GetReceiveBufferSize());
     EXPECT_FALSE(pHandler->GetLastSender(sender));
