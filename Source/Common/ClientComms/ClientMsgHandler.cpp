@@ -111,12 +111,38 @@ CUpdateTiming::stState CUpdateTiming::Read() const
     }
 }
 
+// Who is in ProcessMCUpdate, and what that thread has asked for meanwhile.
+class CClientMsgHandler::CProcessing
+{
+public:
+    CProcessing() : bClearLater(false), bShutdownLater(false), m_Thread(std::thread::id()) {}
+
+    bool IsHere() const { return m_Thread.load() == std::this_thread::get_id(); }
+
+    class CHold
+    {
+    public:
+        explicit CHold(CProcessing& processing) : m_Processing(processing) { m_Processing.m_Thread = std::this_thread::get_id(); }
+        ~CHold() { m_Processing.m_Thread = std::thread::id(); }
+        CHold(const CHold&) = delete;
+        CHold& operator=(const CHold&) = delete;
+
+    private:
+        CProcessing& m_Processing;
+    };
+
+    bool bClearLater; // of that thread, as is the next
+    bool bShutdownLater;
+
+private:
+    std::atomic<std::thread::id> m_Thread;
+};
+
 CClientMsgHandler::CClientMsgHandler(bool bFlag)
     : RySocketIO::CSocket(RySocketIO::enConnectionUDP, bFlag, false), m_SenderMutex(CMutex::enNormal), m_bSenderChanged(false),
       m_nCurrentCache(0), m_aucNewUpdate(), m_aucError(), m_nStartHigh(0), m_unStartLow(0), m_nMCTimeouts(0), m_unDefaultPort(0),
-      m_Processing(std::thread::id()), m_bClearLater(false), m_bShutdownLater(false), m_pSendPacket(new UDP_PACKET),
-      m_bSending(false), m_bStopSending(false), m_unSequence(0), m_unMessageId(0), m_unProcessedSequence(0), m_unProcessedId(0),
-      m_nAcceptedSenders(0)
+      m_pProcessing(new CProcessing), m_pSendPacket(new UDP_PACKET), m_bSending(false), m_bStopSending(false), m_unSequence(0),
+      m_unMessageId(0), m_unProcessedSequence(0), m_unProcessedId(0), m_nAcceptedSenders(0)
 {
     ResetRemoteAddresses();
     for (int nCache = 0; nCache < enCaches; ++nCache)
@@ -179,9 +205,9 @@ void CClientMsgHandler::StopPPCSender()
 
 void CClientMsgHandler::Shutdown()
 {
-    if (IsProcessing())
+    if (m_pProcessing->IsHere())
     {
-        m_bShutdownLater = true; // the receive thread may be waiting for the cache
+        m_pProcessing->bShutdownLater = true; // the receive thread may be waiting for the cache
         return;
     }
     StopPPCSender();
@@ -272,7 +298,7 @@ int CClientMsgHandler::ProcessMCUpdate(const CMCUpdateMsg&)
 
 int CClientMsgHandler::UpdateBMA()
 {
-    if (IsProcessing())
+    if (m_pProcessing->IsHere())
     {
         CUtility::Debug("CClientMsgHandler::UpdateBMA - called within ProcessMCUpdate, ignoring");
         return enUpdateNone;
@@ -300,11 +326,11 @@ int CClientMsgHandler::UpdateBMA()
 // What ProcessMCUpdate asked for and its cache's mutex was in the way of.
 void CClientMsgHandler::DoWhatWasPutOff()
 {
-    if (std::exchange(m_bClearLater, false))
+    if (std::exchange(m_pProcessing->bClearLater, false))
     {
         ClearReceiveErrors();
     }
-    if (std::exchange(m_bShutdownLater, false))
+    if (std::exchange(m_pProcessing->bShutdownLater, false))
     {
         Shutdown();
     }
@@ -350,9 +376,9 @@ bool CClientMsgHandler::AcceptSender(const char* szAddress)
 
 void CClientMsgHandler::ClearReceiveErrors()
 {
-    if (IsProcessing())
+    if (m_pProcessing->IsHere())
     {
-        m_bClearLater = true;
+        m_pProcessing->bClearLater = true;
         return;
     }
     for (int nCache = 0; nCache < enCaches; ++nCache)
@@ -584,18 +610,6 @@ void CClientMsgHandler::SendPacket(int nSize, bool& bLastSend, int& nSent)
     }
 }
 
-class CClientMsgHandler::CProcessing
-{
-public:
-    explicit CProcessing(std::atomic<std::thread::id>& thread) : m_Thread(thread) { m_Thread = std::this_thread::get_id(); }
-    ~CProcessing() { m_Thread = std::thread::id(); }
-    CProcessing(const CProcessing&) = delete;
-    CProcessing& operator=(const CProcessing&) = delete;
-
-private:
-    std::atomic<std::thread::id>& m_Thread;
-};
-
 // One cache's turn in UpdateBMA: the result so far goes in, the result with this cache comes out.
 int CClientMsgHandler::ApplyCache(int nCache, int nResult, bool& bApplied)
 {
@@ -621,7 +635,7 @@ int CClientMsgHandler::ApplyCache(int nCache, int nResult, bool& bApplied)
     m_unProcessedSequence = m_aCaches[nCache].unSequence;
     m_unProcessedId = m_aCaches[nCache].unMessageId;
     const CMCUpdateMsg* const pUpdate = &m_aCaches[nCache].update;
-    const CProcessing processing(m_Processing);
+    const CProcessing::CHold hold(*m_pProcessing);
     int nProcessed = nResult;
     const bool bDone = RySocketIO::Completes([&] { nProcessed = ProcessMCUpdate(*pUpdate); });
     m_Counters.Count(bDone ? enCountApplied : enCountThrown);

@@ -12,7 +12,6 @@
 #include <atomic>
 #include <cstdint>
 #include <memory>
-#include <thread>
 
 // How often one kind of update comes. The receive thread records, the application's thread reads; neither waits for the other.
 class CUpdateTiming
@@ -192,7 +191,6 @@ private:
     bool DecodeMessage(CMCUpdateMsg& update, const unsigned char* pData, long lLength, const char*& szRefusal);
     void RememberSender(const RySocketIO::CIPString& sender);
     int ApplyCache(int nCache, int nResult, bool& bApplied);
-    bool IsProcessing() const { return m_Processing.load() == std::this_thread::get_id(); }
     void DoWhatWasPutOff();
     bool SendQueue();
     int PackRecords(int& nSize, bool& bDrained);
@@ -210,10 +208,8 @@ private:
     std::atomic<std::int32_t> m_nStartHigh; // microseconds, 0 until InitialiseClient
     std::atomic<std::uint32_t> m_unStartLow;
     int m_nMCTimeouts;
-    unsigned int m_unDefaultPort;              // for remote addresses without one
-    std::atomic<std::thread::id> m_Processing; // the thread in ProcessMCUpdate
-    bool m_bClearLater;                        // of that thread, as is the next
-    bool m_bShutdownLater;
+    unsigned int m_unDefaultPort; // for remote addresses without one
+    const std::unique_ptr<CProcessing> m_pProcessing;
     std::unique_ptr<CPPCSender> m_pPPCSender;
     std::unique_ptr<UDP_PACKET> m_pSendPacket; // of the thread that is in SendAll
     std::atomic<bool> m_bSending;
