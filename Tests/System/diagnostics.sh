@@ -89,6 +89,9 @@ for file in "$work/empty" "$work/none" "$work"; do
 done
 expect 1 "no schema to listen with" "$@" diagnostics listen --validate --schema "$work/none"
 contains "no schema to validate against can be read at $work/none; --schema names another"
+mkfifo "$work/nobody"
+expect 1 "a schema from a pipe into which nobody writes" timeout 10 "$@" diagnostics validate "$work/good.xml" --schema "$work/nobody"
+contains "can't be read as XML"
 expect 0 "a schema in a pipe" "$@" diagnostics validate "$work/good.xml" --schema <(cat "$schema")
 printf '<?xml version="1.0"?><VORN version="1.0"><DEV name="A&#x9b;31m&#10;FAKE" id="1"/></VORN>' >"$work/forged.xml"
 expect 1 "a forged line" "$@" diagnostics show "$work/forged.xml"

@@ -221,7 +221,10 @@ xmlDoc* Parse(const char* pBuffer, int nSize, CErrors& errors)
 class CInputFile
 {
 public:
-    explicit CInputFile(const char* szFile) : m_nFile(szFile != nullptr ? open(szFile, O_RDONLY | O_CLOEXEC | O_NONBLOCK) : -1) {}
+    explicit CInputFile(const char* szFile) : m_nFile(szFile != nullptr ? open(szFile, O_RDONLY | O_CLOEXEC | O_NONBLOCK) : -1)
+    {
+        fcntl(m_nFile, F_SETFL, 0); // no waiting for who might write into a pipe, but for what is being written
+    }
     ~CInputFile()
     {
         if (IsOpen())
