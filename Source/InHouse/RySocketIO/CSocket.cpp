@@ -113,15 +113,6 @@ private:
     }
 
     bool Configure(unsigned int unPort, const char* szLocalAddress, const char* szInterfaceAddress);
-    template <class Function>
-    static void Call(Function function)
-    {
-        if (!Completes(function))
-        {
-            CUtility::Debug("CSocket - an override threw");
-        }
-    }
-
     void Run();
     bool ReceiveOne();
     void Deliver(long lLength, const sockaddr_in& sender);
@@ -242,7 +233,7 @@ unsigned int CSocket::CReceiver::LocalPort() const
 void CSocket::CReceiver::Run()
 {
     const CStopEvent& stop = m_Thread.StopEvent();
-    Call([this] { m_Owner.OnConnected(); });
+    CallOverride("CSocket", [this] { m_Owner.OnConnected(); });
     pollfd aEntries[] = {{m_nSocket, POLLIN, 0}, {stop.Descriptor(), POLLIN, 0}};
     int nFailures = 0; // in a row
     while (!stop.IsSet())
@@ -255,7 +246,7 @@ void CSocket::CReceiver::Run()
             stop.Wait(c_ErrorPause);
         }
     }
-    Call([this] { m_Owner.OnTerminated(); });
+    CallOverride("CSocket", [this] { m_Owner.OnTerminated(); });
 }
 
 // False when the system refused in a way that may repeat at once.
@@ -293,7 +284,7 @@ void CSocket::CReceiver::Deliver(long lLength, const sockaddr_in& sender)
 {
     if (!m_bUseSenderInfo)
     {
-        Call([=] { m_Owner.OnReceivedData(m_acDatagram, lLength); });
+        CallOverride("CSocket", [=] { m_Owner.OnReceivedData(m_acDatagram, lLength); });
         return;
     }
     if (sender.sin_addr.s_addr != m_LastSender.s_addr)
@@ -303,7 +294,7 @@ void CSocket::CReceiver::Deliver(long lLength, const sockaddr_in& sender)
         m_LastSender = sender.sin_addr;
         m_LastSenderText = CIPString(acText);
     }
-    Call([=] { m_Owner.OnReceivedData(m_acDatagram, lLength, m_LastSenderText); });
+    CallOverride("CSocket", [=] { m_Owner.OnReceivedData(m_acDatagram, lLength, m_LastSenderText); });
 }
 
 void CSocket::CReceiver::CountKernelDrops(msghdr& message)

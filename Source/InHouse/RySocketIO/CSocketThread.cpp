@@ -1,6 +1,5 @@
 #include "RySocketIO/CSocketThread.h"
 
-#include "RySocketIO/CUtility.h"
 #include "RySocketIO/ClientCall.h"
 #include "RySocketIO/StoppableThread.h"
 
@@ -43,24 +42,15 @@ private:
 
     void Run(int nIterations)
     {
-        Call([this] { m_Owner.ThreadStarted(); });
+        CallOverride("CSocketThread", [this] { m_Owner.ThreadStarted(); });
         for (int nDone = 0; nIterations < 0 || nDone < nIterations; ++nDone)
         {
             const tClock::time_point next = tClock::now() + m_Delay;
-            Call([this] { m_Owner.Do(); });
+            CallOverride("CSocketThread", [this] { m_Owner.Do(); });
             if (WaitUntil(next))
             {
                 return;
             }
-        }
-    }
-
-    template <class Function>
-    static void Call(Function function)
-    {
-        if (!Completes(function))
-        {
-            CUtility::Debug("CSocketThread - an override threw");
         }
     }
 

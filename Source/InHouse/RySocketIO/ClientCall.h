@@ -1,6 +1,8 @@
 // Calls into code that a client wrote. Private to the library.
 #pragma once
 
+#include "RySocketIO/CUtility.h"
+
 #include <exception>
 
 namespace RySocketIO
@@ -22,6 +24,16 @@ bool Completes(Call call)
             throw; // no exception of C++: the thread's end
         }
         return false;
+    }
+}
+
+// The same where nothing depends on it: what was thrown is a line in the log.
+template <class Call>
+void CallOverride(const char* szClass, Call call)
+{
+    if (!Completes(call))
+    {
+        CUtility::Debug("%s - an override threw", szClass);
     }
 }
 

@@ -44,7 +44,10 @@ public:
                 const CPresence presence(*this);
                 function();
             });
-        m_bRunning = m_bRunning && m_Thread.joinable();
+        if (!m_Thread.joinable())
+        {
+            m_bRunning = false; // else the thread itself says when it is over, perhaps by now
+        }
         return m_Thread.joinable();
     }
 
