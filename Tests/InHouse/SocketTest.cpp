@@ -416,20 +416,6 @@ TEST(SocketThread, MayStartAgainWhenItEndedByItself)
     EXPECT_EQ((tTexts{"started", "do", "started", "do"}), thread.m_Events.WaitFor(4));
 }
 
-TEST(SocketThread, ThatEndsAtOnceIsNotTakenForRunning)
-{
-    CSocketThread thread;
-    for (int nRound = 0; nRound < 1000; ++nRound)
-    {
-        ASSERT_TRUE(thread.Start(0)) << nRound;
-        for (int nTry = 0; nTry < 10000 && thread.IsRunning(); ++nTry)
-        {
-            std::this_thread::sleep_for(std::chrono::microseconds(100));
-        }
-        ASSERT_FALSE(thread.IsRunning()) << nRound;
-    }
-}
-
 TEST(SocketThread, LeavesSignalsToTheApplication)
 {
     CNotingThread thread;
