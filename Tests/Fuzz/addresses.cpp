@@ -131,7 +131,7 @@ bool Accepts(Work work)
         work();
         return true;
     }
-    catch (const CLI::ValidationError& error)
+    catch (const stWrongUse& error)
     {
         Check(std::strlen(error.what()) > 0, "a text is refused without a word");
         return false;

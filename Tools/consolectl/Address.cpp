@@ -14,7 +14,7 @@ namespace
 
 [[noreturn]] void Refuse(const std::string& strWhat)
 {
-    throw CLI::ValidationError("address", strWhat);
+    throw stWrongUse("address", strWhat);
 }
 
 std::vector<std::string> Split(const std::string& strText, char cSeparator)

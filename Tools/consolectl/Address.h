@@ -37,7 +37,7 @@ struct stPattern
     stRange params;
 };
 
-// These throw CLI::ValidationError with one line that says which part is wrong and what is right.
+// These throw stWrongUse with one line that says which part is wrong and what is right.
 stAddress ParseAddress(const std::string& strText);
 stChange ParseChange(const std::string& strText); // "MicInput/3/Fader/0=0.75"
 stPattern ParsePattern(const std::string& strText);

@@ -1,5 +1,9 @@
 #include "Client.h"
 
+#include "Common.h"
+
+#include <CLI/CLI.hpp>
+
 #include <array>
 #include <set>
 

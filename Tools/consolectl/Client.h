@@ -2,7 +2,7 @@
 #pragma once
 
 #include "Address.h"
-#include "Common.h"
+#include "Options.h"
 
 #include "LogicalControls.h"
 

@@ -1,10 +1,8 @@
-// What the subcommands share: exit status, options that several take, and text for people.
+// What the subcommands share: exit status, time, and text for people.
 #pragma once
 
-#include <CLI/CLI.hpp>
-
 #include <chrono>
-#include <cstdarg>
+#include <stdexcept>
 #include <string>
 
 enum enExitStatus : int
@@ -15,31 +13,11 @@ enum enExitStatus : int
     enExitTimedOut = 27
 };
 
-// Where something is multicast: at first, where the MC's updates are.
-struct stMulticastLink
+// What was typed is wrong: one line that says which part, and what is right. main prints it and ends with enExitWrongUse.
+struct stWrongUse : std::runtime_error
 {
-    std::string strGroup = "225.0.0.46";
-    unsigned int unPort = 7060;
-    std::string strInterface; // empty: the system's choice
+    stWrongUse(const std::string& strPart, const std::string& strWhat) : std::runtime_error(strPart + ": " + strWhat) {}
 };
-
-// Where clients send their changes.
-constexpr char c_szPPCGroup[] = "225.0.0.45";
-constexpr unsigned int c_unPPCPort = 7050;
-
-// --group and --port of what szWhat names, --interface, and all three for the MC's updates.
-void AddGroupOptions(CLI::App& command, stMulticastLink& link, const std::string& strWhat);
-void AddInterfaceOption(CLI::App& command, stMulticastLink& link);
-void AddLinkOptions(CLI::App& command, stMulticastLink& link);
-
-// A number within these limits: not a number is outside them.
-CLI::Validator Between(double dLow, double dHigh);
-
-// "225.0.0.46:7060, interface 127.0.0.1".
-std::string LinkText(const stMulticastLink& link);
-
-// Says once what was chosen.
-std::string Describe(const stMulticastLink& link, int nReceiveBuffer);
 
 // From when Ctrl-C is asked for, StopRequested tells whether it came.
 void CatchStopSignals();

@@ -1,8 +1,11 @@
 // consolectl diagnostics: reports of devices' health, sent, listened to, validated and shown.
 #include "Common.h"
+#include "Options.h"
 #include "Report.h"
 #include "ReportListener.h"
 #include "Subcommands.h"
+
+#include <CLI/CLI.hpp>
 
 #include <cerrno>
 #include <cstdio>

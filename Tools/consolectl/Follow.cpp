@@ -1,7 +1,10 @@
 // consolectl follow: a client that is kept in step.
 #include "Client.h"
+#include "Common.h"
 #include "ImageFile.h"
 #include "Subcommands.h"
+
+#include <CLI/CLI.hpp>
 
 #include <cstdio>
 #include <memory>
@@ -220,7 +223,7 @@ int CFollow::Run()
         const stChange change = ParseChange(strChange);
         if (filter._FilterPacket(change.address.enType, change.address.enPathType, change.address.nParam))
         {
-            throw CLI::ValidationError("--set", AddressText(change.address) + " is on the list of parameters that are never sent");
+            throw stWrongUse("--set", AddressText(change.address) + " is on the list of parameters that are never sent");
         }
         m_Changes.push_back({change});
     }

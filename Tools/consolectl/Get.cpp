@@ -1,6 +1,9 @@
 // consolectl get: reads parameters of the MC.
 #include "Client.h"
+#include "Common.h"
 #include "Subcommands.h"
+
+#include <CLI/CLI.hpp>
 
 #include <memory>
 

@@ -3,10 +3,13 @@
 #include "Common.h"
 #include "ImageFile.h"
 #include "MovingImage.h"
+#include "Options.h"
 #include "PPCReceiver.h"
 #include "Report.h"
 #include "Subcommands.h"
 #include "UpdateLink.h"
+
+#include <CLI/CLI.hpp>
 
 #include <algorithm>
 #include <memory>

@@ -54,12 +54,12 @@ stReportedValue ParseReportedValue(const std::string& strText)
     stReportedValue value = {};
     if (unEqual == std::string::npos || !ParseNumber(strNumber, value.nNumber))
     {
-        throw CLI::ValidationError(strText, "is not a PARAMETER=VALUE, whose parameter is a number or a name such as enUpTime");
+        throw stWrongUse(strText, "is not a PARAMETER=VALUE, whose parameter is a number or a name such as enUpTime");
     }
     const std::string strError = CheckReportText(strText);
     if (!strError.empty())
     {
-        throw CLI::ValidationError(strText, strError);
+        throw stWrongUse(strText, strError);
     }
     const std::string strValues = strText.substr(unEqual + 1);
     const std::size_t unComma = strValues.find(',');

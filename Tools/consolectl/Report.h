@@ -15,7 +15,7 @@ struct stReportedValue
     std::string strSecond = "0";
 };
 
-// "enUpTime=1234", "0=1234" or "0=1234,7". Throws CLI::ValidationError with one line that says what is wrong.
+// "enUpTime=1234", "0=1234" or "0=1234,7". Throws stWrongUse with one line that says what is wrong.
 stReportedValue ParseReportedValue(const std::string& strText);
 
 // Empty, or which characters a text of a report must not hold.

@@ -1,5 +1,6 @@
 #include "ReportListener.h"
 
+#include "Common.h"
 #include "Mailbox.h"
 #include "Report.h"
 

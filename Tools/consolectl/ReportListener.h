@@ -1,7 +1,7 @@
 // Takes diagnostics reports off the network and shows them.
 #pragma once
 
-#include "Common.h"
+#include "Options.h"
 
 #include "LogicalControls.h"
 

@@ -1,6 +1,9 @@
 // consolectl set: changes parameters at the MC.
 #include "Client.h"
+#include "Common.h"
 #include "Subcommands.h"
+
+#include <CLI/CLI.hpp>
 
 #include <memory>
 
@@ -19,18 +22,18 @@ std::vector<stChange> ParseChanges(const stOptions& options)
     std::vector<stChange> changes;
     if (options.changes.empty())
     {
-        throw CLI::ValidationError("set", "ADDRESS VALUE is required");
+        throw stWrongUse("set", "ADDRESS VALUE is required");
     }
     if (options.changes.size() % 2 != 0)
     {
-        throw CLI::ValidationError("set", "\"" + options.changes.back() + "\" has no value: ADDRESS VALUE go in pairs");
+        throw stWrongUse("set", "\"" + options.changes.back() + "\" has no value: ADDRESS VALUE go in pairs");
     }
     for (std::size_t unPair = 0; unPair < options.changes.size(); unPair += 2)
     {
         const stPattern pattern = ParsePattern(options.changes[unPair]);
         if (pattern.types.nFirst != pattern.types.nLast)
         {
-            throw CLI::ValidationError("set", "\"" + options.changes[unPair] + "\" names several types: one value fits only one");
+            throw stWrongUse("set", "\"" + options.changes[unPair] + "\" names several types: one value fits only one");
         }
         const stValue value = ParseValue(static_cast<tagenPPCMessageType>(pattern.types.nFirst), options.changes[unPair + 1]);
         ForEachParameter(pattern, [&](const stAddress& address) { changes.push_back({address, value}); });
@@ -49,7 +52,7 @@ int Set(const stOptions& options)
         unTypes |= 1u << address.enType;
         if (options.client.bDirect && sender._FilterPacket(address.enType, address.enPathType, address.nParam))
         {
-            throw CLI::ValidationError("--direct", AddressText(address) + " is on the list of parameters that are never sent so");
+            throw stWrongUse("--direct", AddressText(address) + " is on the list of parameters that are never sent so");
         }
     }
     const auto pClient = std::make_unique<CClient>(options.client);

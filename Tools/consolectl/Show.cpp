@@ -1,7 +1,10 @@
 // consolectl show: keeps shows in a file, and brings them back.
 #include "Client.h"
+#include "Common.h"
 #include "ShowFile.h"
 #include "Subcommands.h"
+
+#include <CLI/CLI.hpp>
 
 #include <memory>
 

@@ -1,7 +1,10 @@
 // Each adds one subcommand; running it leaves the exit status in nStatus.
 #pragma once
 
-#include <CLI/CLI.hpp>
+namespace CLI
+{
+class App;
+}
 
 void AddMc(CLI::App& app, int& nStatus);
 void AddFollow(CLI::App& app, int& nStatus);

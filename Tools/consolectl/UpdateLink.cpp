@@ -1,5 +1,7 @@
 #include "UpdateLink.h"
 
+#include <CLI/CLI.hpp>
+
 #include <algorithm>
 #include <cmath>
 

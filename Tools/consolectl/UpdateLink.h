@@ -3,6 +3,7 @@
 
 #include "BadNetwork.h"
 #include "Common.h"
+#include "Options.h"
 
 #include "LogicalControls.h"
 

@@ -4,6 +4,8 @@
 #include "ImageFile.h"
 #include "Subcommands.h"
 
+#include <CLI/CLI.hpp>
+
 #include <memory>
 
 namespace

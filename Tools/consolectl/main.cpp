@@ -2,11 +2,19 @@
 #include "Common.h"
 #include "Subcommands.h"
 
+#include <CLI/CLI.hpp>
+
 #include <cstdio>
 #include <exception>
 
 namespace
 {
+
+int RefuseUse(const std::exception& error)
+{
+    Fail(std::string(error.what()) + " (see consolectl --help)");
+    return enExitWrongUse;
+}
 
 int Run(int nArguments, char** ppArguments)
 {
@@ -36,8 +44,11 @@ int Run(int nArguments, char** ppArguments)
     }
     catch (const CLI::ParseError& error)
     {
-        Fail(std::string(error.what()) + " (see consolectl --help)");
-        return enExitWrongUse;
+        return RefuseUse(error);
+    }
+    catch (const stWrongUse& error)
+    {
+        return RefuseUse(error);
     }
     if (std::fflush(stdout) != 0 || std::ferror(stdout) != 0)
     {

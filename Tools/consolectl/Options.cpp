@@ -1,0 +1,74 @@
+#include "Options.h"
+
+#include "Common.h"
+
+#include <CLI/CLI.hpp>
+
+#include <arpa/inet.h>
+#include <netinet/in.h>
+
+namespace
+{
+
+bool IsAddress(const std::string& strText, in_addr& address)
+{
+    return inet_pton(AF_INET, strText.c_str(), &address) == 1;
+}
+
+std::string CheckGroup(const std::string& strText)
+{
+    in_addr address = {};
+    const bool bGroup = IsAddress(strText, address) && IN_MULTICAST(ntohl(address.s_addr));
+    return bGroup ? std::string() : strText + " is not a multicast group (224.0.0.0 to 239.255.255.255)";
+}
+
+std::string CheckInterface(const std::string& strText)
+{
+    in_addr address = {};
+    return IsAddress(strText, address) ? std::string() : strText + " is not an IPv4 address of an interface";
+}
+
+} // namespace
+
+void AddGroupOptions(CLI::App& command, stMulticastLink& link, const std::string& strWhat)
+{
+    command.add_option("--group", link.strGroup, "Multicast group of " + strWhat)
+        ->check(CLI::Validator(CheckGroup, "GROUP"))
+        ->capture_default_str();
+    command.add_option("--port", link.unPort, "UDP port of " + strWhat)->check(CLI::Range(1, 65535))->capture_default_str();
+}
+
+void AddInterfaceOption(CLI::App& command, stMulticastLink& link)
+{
+    command.add_option("--interface", link.strInterface, "IPv4 address of the network interface; default: the system's choice")
+        ->check(CLI::Validator(CheckInterface, "ADDRESS"));
+}
+
+void AddLinkOptions(CLI::App& command, stMulticastLink& link)
+{
+    AddGroupOptions(command, link, "the MC's updates");
+    AddInterfaceOption(command, link);
+}
+
+CLI::Validator Between(double dLow, double dHigh)
+{
+    return CLI::Validator(
+        [dLow, dHigh](std::string& strText)
+        {
+            double dValue = 0;
+            const bool bInside = CLI::detail::lexical_cast(strText, dValue) && dValue >= dLow && dValue <= dHigh;
+            return bInside ? std::string() : Format("Value %s not in range %g to %g", strText.c_str(), dLow, dHigh);
+        },
+        Format("NUMBER in [%g - %g]", dLow, dHigh));
+}
+
+std::string LinkText(const stMulticastLink& link)
+{
+    return Format("%s:%u, interface %s", link.strGroup.c_str(), link.unPort,
+                  link.strInterface.empty() ? "as the system routes multicast" : link.strInterface.c_str());
+}
+
+std::string Describe(const stMulticastLink& link, int nReceiveBuffer)
+{
+    return Format("updates on %s, receive buffer %s bytes", LinkText(link).c_str(), Grouped(nReceiveBuffer).c_str());
+}

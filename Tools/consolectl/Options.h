@@ -1,0 +1,36 @@
+// The options that several subcommands take.
+#pragma once
+
+#include <string>
+
+namespace CLI
+{
+class App;
+class Validator;
+} // namespace CLI
+
+// Where something is multicast: at first, where the MC's updates are.
+struct stMulticastLink
+{
+    std::string strGroup = "225.0.0.46";
+    unsigned int unPort = 7060;
+    std::string strInterface; // empty: the system's choice
+};
+
+// Where clients send their changes.
+constexpr char c_szPPCGroup[] = "225.0.0.45";
+constexpr unsigned int c_unPPCPort = 7050;
+
+// --group and --port of what szWhat names, --interface, and all three for the MC's updates.
+void AddGroupOptions(CLI::App& command, stMulticastLink& link, const std::string& strWhat);
+void AddInterfaceOption(CLI::App& command, stMulticastLink& link);
+void AddLinkOptions(CLI::App& command, stMulticastLink& link);
+
+// A number within these limits: not a number is outside them.
+CLI::Validator Between(double dLow, double dHigh);
+
+// "225.0.0.46:7060, interface 127.0.0.1".
+std::string LinkText(const stMulticastLink& link);
+
+// Says once what was chosen.
+std::string Describe(const stMulticastLink& link, int nReceiveBuffer);
