@@ -27,7 +27,7 @@ constexpr int c_nReceiveBuffer = 4 << 20;
 constexpr std::size_t c_unMaxDatagram = 65536; // more than UDP can carry
 constexpr timespec c_ErrorPause = {0, 10 * 1000 * 1000};
 constexpr int c_nFailuresAtOnce = 2; // before the pause
-constexpr std::chrono::seconds c_LongestSend(1);
+constexpr std::chrono::milliseconds c_LongestSend(100);
 constexpr std::chrono::milliseconds c_SendPause(5); // when the system says that there is room and yet has none
 constexpr int c_nLongestPoll = CStopEvent::c_LongestWait.tv_nsec / 1000000;
 
@@ -239,6 +239,7 @@ void CSocket::CReceiver::Run()
     while (!stop.IsSet())
     {
         const int nReady = poll(aEntries, 2, c_nLongestPoll);
+        m_unErrors += nReady < 0 && errno != EINTR ? 1 : 0;
         const bool bFailed = nReady < 0 || (nReady > 0 && aEntries[0].revents != 0 && !ReceiveOne());
         nFailures = bFailed ? nFailures + 1 : 0;
         if (nFailures > c_nFailuresAtOnce)

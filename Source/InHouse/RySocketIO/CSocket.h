@@ -16,7 +16,7 @@ struct stSocketStatistics
     std::uint32_t unBytes;
     std::uint32_t unTruncated;   // too long to be taken whole, dropped
     std::uint32_t unKernelDrops; // lost in the kernel because the receive buffer was full; 0 where the kernel doesn't tell
-    std::uint32_t unErrors;      // failed calls to receive
+    std::uint32_t unErrors;      // failed calls to wait or to receive
     std::int32_t nReceiveBuffer; // bytes that the system granted
 };
 
@@ -48,7 +48,7 @@ public:
     // Joins a multicast group.
     bool AddToGroup(const char* szGroup);
 
-    // True when the whole datagram was handed to the system, for which it waits for up to a second when there is no room.
+    // True when the whole datagram was handed to the system, for which it waits for up to 100 ms when there is no room.
     bool Send(const char* szAddress, unsigned int unPort, const char* pData, long lLength);
 
     // Chooses which OnReceivedData is called: with the sender's address, or, as at the start, without.
