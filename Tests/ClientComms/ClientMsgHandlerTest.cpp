@@ -772,7 +772,8 @@ TEST_F(ClientMsgHandler, WithoutItsLocksItTakesNothingAndAnswers)
     CIPString sender("unset");
     EXPECT_FALSE(pUnlockable->GetLastSender(sender));
     EXPECT_STREQ("unset", sender.Text());
-    EXPECT_EQ(0u, pUnlockable->GetStatistics().aunCount[enCountUpdates]);
+    EXPECT_EQ(1u, pUnlockable->GetStatistics().aunCount[enCountUpdates]);
+    EXPECT_EQ(1u, pUnlockable->GetStatistics().aunCount[enDecodeErrorLock]);
     EXPECT_EQ(1u, pUnlockable->GetStatistics().aunCount[enRejectedLock]);
 }
 

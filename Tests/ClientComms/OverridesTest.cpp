@@ -251,11 +251,38 @@ TEST(Overrides, MayEndTheirThread)
     pHandler->Deliver(Update());
     std::thread([&] { pHandler->UpdateBMA(); }).join();
     pHandler->m_Process = nullptr;
+    EXPECT_EQ(1u, pHandler->GetStatistics().aunCount[enCountThrown]);
     EXPECT_NE(0, pHandler->UpdateBMA());
     EXPECT_EQ(1, pHandler->m_nApplied);
     pHandler->Deliver(Update());
     EXPECT_EQ(0, pHandler->UpdateBMA());
     EXPECT_EQ(2, pHandler->m_nApplied);
+    EXPECT_EQ(1u, pHandler->GetStatistics().aunCount[enCountApplied]);
+}
+
+// Both caches are full, so that the next update would go where the override looks at one.
+TEST(Overrides, MayReceiveWhichIsRefusedThen)
+{
+    const auto pHandler = Handler();
+    tBytes update = Support::UpdateHeader(1, 0);
+    pHandler->m_Process = [&](COverriding& handler)
+    {
+        handler.Deliver(Update());
+        handler.ReceivedMCData(update.data(), static_cast<long>(update.size()));
+    };
+    pHandler->Deliver(Update());
+    pHandler->Deliver(Update());
+    EXPECT_EQ(0, pHandler->UpdateBMA());
+    pHandler->m_Process = nullptr;
+    const stReceiveStatistics statistics = pHandler->GetStatistics();
+    EXPECT_EQ(4u, statistics.aunCount[enCountDatagrams]);
+    EXPECT_EQ(2u, statistics.aunCount[enRejectedLock]);
+    EXPECT_EQ(4u, statistics.aunCount[enCountUpdates]);
+    EXPECT_EQ(2u, statistics.aunCount[enDecodeErrorLock]);
+    EXPECT_EQ(2u, statistics.aunCount[enCountApplied]);
+    pHandler->Deliver(Update());
+    EXPECT_EQ(0, pHandler->UpdateBMA());
+    EXPECT_EQ(3, pHandler->m_nApplied);
 }
 
 TEST(Overrides, ALogThatEndsItsThreadKeepsNoQueueInHand)

@@ -194,6 +194,7 @@ int CFollow::Finish()
     if (m_Options.bStatistics)
     {
         PrintStatistics(m_Follower);
+        Line("  %10u updates left alone for newer ones", m_Follower.GetUpdatesOvertaken());
     }
     const std::string strError = m_Options.strSave.empty() ? std::string() : SaveImage(m_Image, m_Options.strSave);
     if (!strError.empty())

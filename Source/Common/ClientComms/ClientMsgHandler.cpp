@@ -241,9 +241,14 @@ void CClientMsgHandler::OnReceivedData(char* pData, long lLength, const RySocket
     m_Counters.CountSender(sender, static_cast<std::uint32_t>(std::max(lLength, 0L)));
     if (!IsAccepted(sender))
     {
-        CountDatagram(lLength);
-        Reject(enRejectedSender);
+        RejectUnread(lLength, enRejectedSender);
         CUtility::Debug("CClientMsgHandler::OnReceivedData - sender %s is not accepted, ignoring", sender.Text());
+        return;
+    }
+    if (m_pProcessing->IsHere())
+    {
+        RejectUnread(lLength, enRejectedLock);
+        CUtility::Debug("CClientMsgHandler::OnReceivedData - called within ProcessMCUpdate, ignoring");
         return;
     }
     const int nCache = m_nCurrentCache;
@@ -255,8 +260,7 @@ void CClientMsgHandler::OnReceivedData(char* pData, long lLength, const RySocket
         const CLockGuard<CMutex> guard(m_aCaches[nCache].mutex);
         if (!guard.IsHeld())
         {
-            CountDatagram(lLength);
-            Reject(enRejectedLock);
+            RejectUnread(lLength, enRejectedLock);
             return;
         }
         unsigned char* pBuffer = m_aCaches[nCache].pBuffer.get();
@@ -288,6 +292,12 @@ void CClientMsgHandler::OnReceivedData(char* pData, long lLength, const RySocket
         m_Counters.Count(enCountForeign);
         CUtility::Debug("CClientMsgHandler::OnReceivedData - received incorrect packet type (should be bma update), ignoring");
     }
+}
+
+void CClientMsgHandler::RejectUnread(long lLength, enReceiveCounter enReason)
+{
+    CountDatagram(lLength);
+    Reject(enReason);
 }
 
 int CClientMsgHandler::ProcessMCUpdate(const CMCUpdateMsg&)
@@ -338,12 +348,19 @@ void CClientMsgHandler::DoWhatWasPutOff()
 
 void CClientMsgHandler::ReceivedMCData(unsigned char* pData, long lLength)
 {
+    if (m_pProcessing->IsHere())
+    {
+        CountUnlocked();
+        CUtility::Debug("CClientMsgHandler::ReceivedMCData - called within ProcessMCUpdate, ignoring");
+        return;
+    }
     const int nCache = m_nCurrentCache;
     const char* szRefusal = nullptr;
     {
         const CLockGuard<CMutex> guard(m_aCaches[nCache].mutex);
         if (!guard.IsHeld())
         {
+            CountUnlocked();
             return;
         }
         // A decoded update points into the cache's own buffer, whoever's bytes these are.
@@ -361,6 +378,12 @@ void CClientMsgHandler::ReceivedMCData(unsigned char* pData, long lLength)
         szRefusal = DecodeUpdate(nCache, pData, lLength);
     }
     CMCUpdateMsg::PrintRefusal(szRefusal);
+}
+
+void CClientMsgHandler::CountUnlocked()
+{
+    m_Counters.Count(enCountUpdates);
+    m_Counters.Count(enDecodeErrorLock);
 }
 
 bool CClientMsgHandler::AcceptSender(const char* szAddress)
@@ -607,8 +630,27 @@ void CClientMsgHandler::SendPacket(int nSize, bool& bLastSend, int& nSent)
         bLastSend = Send(address.acAddress, unPort, reinterpret_cast<const char*>(m_pSendPacket.get()), nDatagram);
         CUtility::Debug("CClientMsgHandler::SendAll - send packet %d", bLastSend);
         nSent += bLastSend ? 1 : 0;
+        if (m_bStopSending && !bLastSend)
+        {
+            break; // who waits for the end does not wait for each address in turn
+        }
     }
 }
+
+// Counts at the end of a block, however that is left.
+class CClientMsgHandler::CCount
+{
+public:
+    CCount(CReceiveCounters& counters, enReceiveCounter enFirst) : enCounter(enFirst), m_Counters(counters) {}
+    ~CCount() { m_Counters.Count(enCounter); }
+    CCount(const CCount&) = delete;
+    CCount& operator=(const CCount&) = delete;
+
+    enReceiveCounter enCounter;
+
+private:
+    CReceiveCounters& m_Counters;
+};
 
 // One cache's turn in UpdateBMA: the result so far goes in, the result with this cache comes out.
 int CClientMsgHandler::ApplyCache(int nCache, int nResult, bool& bApplied)
@@ -636,9 +678,10 @@ int CClientMsgHandler::ApplyCache(int nCache, int nResult, bool& bApplied)
     m_unProcessedId = m_aCaches[nCache].unMessageId;
     const CMCUpdateMsg* const pUpdate = &m_aCaches[nCache].update;
     const CProcessing::CHold hold(*m_pProcessing);
+    CCount count(m_Counters, enCountThrown);
     int nProcessed = nResult;
     const bool bDone = RySocketIO::Completes([&] { nProcessed = ProcessMCUpdate(*pUpdate); });
-    m_Counters.Count(bDone ? enCountApplied : enCountThrown);
+    count.enCounter = bDone ? enCountApplied : enCountThrown;
     if (!bDone)
     {
         CUtility::Debug("CClientMsgHandler::UpdateBMA - ProcessMCUpdate threw, cache %d", nCache);

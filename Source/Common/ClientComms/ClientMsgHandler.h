@@ -107,7 +107,7 @@ public:
 
     using CMsgHandlerBase::OnReceivedData;
 
-    // Receive thread: one datagram, with the address it came from.
+    // Receive thread: one datagram, with the address it came from. Within ProcessMCUpdate it is rejected.
     void OnReceivedData(char* pData, long lLength, const RySocketIO::CIPString& sender) override;
 
     // Sends what is queued, and what is added meanwhile: as many whole records in each datagram as fit, each datagram to every
@@ -135,7 +135,7 @@ public:
     // ReceivedMCData.
     std::uint32_t GetUpdateId() const { return m_unProcessedId; }
 
-    // Receive thread: decodes one complete update message into the current cache.
+    // Receive thread: decodes one complete update message into the current cache. Within ProcessMCUpdate it only counts it.
     void ReceivedMCData(unsigned char* pData, long lLength);
 
     // From now on datagrams of this sender, and of others accepted before, are the only ones that are looked at; all others are
@@ -165,6 +165,7 @@ private:
         enMaxAcceptedSenders = 8
     };
 
+    class CCount;
     class CLoan;
     class CProcessing;
 
@@ -186,6 +187,8 @@ private:
     };
 
     bool IsAccepted(const RySocketIO::CIPString& sender) const;
+    void RejectUnread(long lLength, enReceiveCounter enReason);
+    void CountUnlocked();
     const char* DecodeUpdate(int nCache, const unsigned char* pData, long lLength)
         LOGICALCONTROLS_REQUIRES(m_aCaches[nCache].mutex);
     bool DecodeMessage(CMCUpdateMsg& update, const unsigned char* pData, long lLength, const char*& szRefusal);

@@ -164,7 +164,7 @@ void CUpdateOrder::SetNewest(std::uint32_t unSequence, std::uint32_t unId, tTime
 }
 
 CImageFollower::CImageFollower(CBMAContainer& image)
-    : CClientMsgHandler(false), m_Image(image), m_unTypesReceived(0), m_unUpdatesApplied(0)
+    : CClientMsgHandler(false), m_Image(image), m_unTypesReceived(0), m_unUpdatesApplied(0), m_unUpdatesOvertaken(0)
 {
 }
 
@@ -177,15 +177,17 @@ int CImageFollower::ProcessMCUpdate(const CMCUpdateMsg& update)
 {
     const CUpdateOrder::tTime now = std::chrono::steady_clock::now();
     unsigned int unWanted = 0;
+    bool bOvertaken = false;
     const stCarriedArrays carried = CarriedArrays(update.GetUpdateType());
     for (int nType = carried.nFirst; nType <= carried.nLast; ++nType)
     {
         const unsigned char* pArray = nullptr;
         int nLength = 0;
-        const bool bNewer = m_aOrder[nType].IsNewer(GetUpdateSequence(), GetUpdateId(), now);
-        if (bNewer && update.GetArray(static_cast<tagenPPCMessageType>(nType), pArray, nLength))
+        if (update.GetArray(static_cast<tagenPPCMessageType>(nType), pArray, nLength))
         {
-            unWanted |= 1u << nType;
+            const bool bNewer = m_aOrder[nType].IsNewer(GetUpdateSequence(), GetUpdateId(), now);
+            unWanted |= bNewer ? 1u << nType : 0;
+            bOvertaken = bOvertaken || !bNewer;
         }
     }
     const unsigned int unWritten = ApplyMCUpdate(update, m_Image, unWanted);
@@ -197,6 +199,6 @@ int CImageFollower::ProcessMCUpdate(const CMCUpdateMsg& update)
         }
     }
     m_unTypesReceived |= unWritten;
-    ++m_unUpdatesApplied;
+    ++(bOvertaken && unWanted == 0 ? m_unUpdatesOvertaken : m_unUpdatesApplied);
     return unWritten == unWanted ? enApplied : enBlockLeftOut;
 }

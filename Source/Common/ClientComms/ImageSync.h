@@ -81,12 +81,15 @@ public:
     // The message types that any update has written so far, bit t for type t; c_unWholeImage when all have come.
     unsigned int GetTypesReceived() const { return m_unTypesReceived; }
 
-    // How many updates have been applied, modulo 2^32.
+    // How many updates have been applied, modulo 2^32, and how many were left alone because newer ones of all their blocks had been
+    // applied before. The handler's statistics count both as applied: it has handed them over.
     std::uint32_t GetUpdatesApplied() const { return m_unUpdatesApplied; }
+    std::uint32_t GetUpdatesOvertaken() const { return m_unUpdatesOvertaken; }
 
 private:
     CBMAContainer& m_Image;
     unsigned int m_unTypesReceived;
     std::uint32_t m_unUpdatesApplied;
+    std::uint32_t m_unUpdatesOvertaken;
     CUpdateOrder m_aOrder[c_nMessageTypes]; // of the updates that each block came with
 };
