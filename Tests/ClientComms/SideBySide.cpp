@@ -255,7 +255,7 @@ void CSideBySide::Explain(const stNumberedUpdate& update, std::uint32_t unFirstD
             return;
         }
     }
-    const bool bEvicted = m_Model.WasEvicted(c_unFirstId + update.unNumber);
+    const bool bEvicted = m_Model.FirstEvictedOf(c_unFirstId + update.unNumber) != 0;
     EXPECT_TRUE(bEvicted || !m_Fates[update.unNumber].empty()) << "update " << update.unNumber;
     ++(m_Fates[update.unNumber].empty() ? m_Figures.unEvicted : m_Figures.unOtherFate);
 }

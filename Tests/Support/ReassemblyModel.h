@@ -7,7 +7,7 @@
 #include <algorithm>
 #include <cstdint>
 #include <deque>
-#include <set>
+#include <map>
 #include <vector>
 
 namespace Support
@@ -72,10 +72,14 @@ public:
         return result;
     }
 
-    // Fragments overwritten before a message of their id was whole, and their ids.
+    // Fragments overwritten before a message of their id was whole; and the number of the first that this id lost so, or 0.
     std::uint32_t GetEvicted() const { return m_unEvicted; }
-    bool WasEvicted(std::uint32_t unId) const { return m_EvictedIds.count(unId) != 0; }
-    void ForgetEvictedIds() { m_EvictedIds.clear(); }
+    std::uint32_t FirstEvictedOf(std::uint32_t unId) const
+    {
+        const auto pFirst = m_FirstEvicted.find(unId);
+        return pFirst != m_FirstEvicted.end() ? pFirst->second : 0;
+    }
+    void ForgetEvictedIds() { m_FirstEvicted.clear(); }
 
 private:
     struct stFragment
@@ -130,14 +134,14 @@ private:
         if (m_Newest.back().bUnfinished)
         {
             ++m_unEvicted;
-            m_EvictedIds.insert(m_Newest.back().unId);
+            m_FirstEvicted.emplace(m_Newest.back().unId, m_Newest.back().unNumber);
         }
         m_Newest.pop_back();
     }
 
     std::deque<stFragment> m_Newest; // the newest first
     std::uint32_t m_unEvicted = 0;
-    std::set<std::uint32_t> m_EvictedIds;
+    std::map<std::uint32_t, std::uint32_t> m_FirstEvicted; // numbers by id
 };
 
 } // namespace Support

@@ -169,6 +169,7 @@ void CSeed::CheckApplied(const stCompletion& completion, const stSeen& applied)
     if (!applied.bNewest)
     {
         ++m_Figures[bLate ? "updates left alone, as one that was sent later was applied" : "updates left alone for a newer one"];
+        m_LeftAlone.insert(unNumber);
         return;
     }
     m_Whole.insert(unNumber);
@@ -232,10 +233,41 @@ std::string CSeed::ReasonOf(std::uint32_t unDatagram, const std::set<std::uint32
                                                  : "no reason";
 }
 
+// Why an update was not applied of which every fragment arrived as it was sent.
+std::string CSeed::ReasonAfterArrival(std::uint32_t unUpdate) const
+{
+    if (m_LeftAlone.count(m_Updates[unUpdate].unNumber) != 0)
+    {
+        return "a newer one before it";
+    }
+    std::string strReason = "no reason";
+    for (const stCompletion& completion : m_Completions)
+    {
+        const auto isOwn = [&](const stWired* pWired) { return m_UpdateOfDatagram.at(pWired->unDatagram) == unUpdate; };
+        const auto& fragments = completion.fragments;
+        if (std::none_of(fragments.begin(), fragments.end(), isOwn))
+        {
+            continue;
+        }
+        const auto pDamaged =
+            std::find_if(fragments.begin(), fragments.end(), [&](const stWired* pWired) { return IsDamaged(*pWired); });
+        if (pDamaged != fragments.end())
+        {
+            strReason = "a damaged copy in the place of number " + std::to_string(pDamaged - fragments.begin() + 1);
+        }
+        else if (completion.bDecodes && !completion.bApplied && std::all_of(fragments.begin(), fragments.end(), isOwn))
+        {
+            return "the next one in its cache, or an error there";
+        }
+    }
+    const std::uint32_t unEvicted = m_Model.FirstEvictedOf(c_unFirstId + m_Updates[unUpdate].unNumber);
+    return unEvicted != 0 ? "a fragment that was pushed out of the ring, number " + std::to_string(unEvicted) : strReason;
+}
+
 // Each update that was not applied: for want of a fragment, or pushed out of the ring, or because of what it came to.
 void CSeed::Explain()
 {
-    std::set<std::uint32_t> lostInKernel, completed;
+    std::set<std::uint32_t> lostInKernel;
     for (const stWired& wired : m_Wire.m_Lost)
     {
         lostInKernel.insert(wired.unDatagram);
@@ -245,13 +277,6 @@ void CSeed::Explain()
         if (!IsDamaged(wired))
         {
             m_Intact.insert(wired.unDatagram);
-        }
-    }
-    for (const stCompletion& completion : m_Completions)
-    {
-        for (const stWired* pWired : completion.fragments)
-        {
-            completed.insert(m_UpdateOfDatagram.at(pWired->unDatagram));
         }
     }
     std::uint32_t unDatagram = 0;
@@ -270,12 +295,7 @@ void CSeed::Explain()
             ++m_Figures["updates sent and applied, whole"];
             continue;
         }
-        if (strReason.empty())
-        {
-            strReason = completed.count(un) != 0 ? "what it came to: superseded, older, refused or damaged"
-                        : m_Model.WasEvicted(c_unFirstId + m_Updates[un].unNumber) ? "being pushed out of the ring"
-                                                                                   : "no reason";
-        }
+        strReason = strReason.empty() ? ReasonAfterArrival(un) : strReason;
         Expect(strReason.find("no reason") != 0, "seed %u: update %u was not applied for no reason", m_unSeed,
                m_Updates[un].unNumber);
         ++m_Figures["updates not applied for " + strReason];

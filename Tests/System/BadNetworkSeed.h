@@ -53,6 +53,7 @@ private:
     void Balance(const stReceiveStatistics& statistics, const RySocketIO::stSocketStatistics& socket);
     void Explain();
     std::string ReasonOf(std::uint32_t unDatagram, const std::set<std::uint32_t>& lostInKernel) const;
+    std::string ReasonAfterArrival(std::uint32_t unUpdate) const;
     bool Has(const Support::stWired& wired, enFault enWhat) const;
     bool IsDamaged(const Support::stWired& wired) const { return Has(wired, enFaultTruncated) || Has(wired, enFaultCorrupted); }
 
@@ -67,6 +68,7 @@ private:
     Support::CReassemblyModel m_Model;
     std::vector<stCompletion> m_Completions;
     Support::COrderCheck m_Order;
-    std::set<std::uint32_t> m_Intact; // datagrams of which an undamaged copy arrived
-    std::set<std::uint32_t> m_Whole;  // numbers applied
+    std::set<std::uint32_t> m_Intact;    // datagrams of which an undamaged copy arrived
+    std::set<std::uint32_t> m_Whole;     // numbers applied
+    std::set<std::uint32_t> m_LeftAlone; // numbers handed over after a newer one
 };

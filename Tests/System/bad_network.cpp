@@ -30,6 +30,7 @@ public:
 private:
     void ChangeImage();
     void SendUpdate(MCUpdateType enType, CBadNetwork& network);
+    void Put(const std::vector<stArrival>& arrivals);
     bool InStep() const;
 
     const std::uint32_t m_unSeed;
@@ -73,15 +74,20 @@ void CFollowed::SendUpdate(MCUpdateType enType, CBadNetwork& network)
     {
         const long lLength = MakeFragment(enDatagramMCUpdate, m_unId, message.data(), lSize, nFragment, *m_pPacket);
         network.Send(0, m_pPacket.get(), static_cast<std::size_t>(lLength));
-        for (const stArrival& arrival : network.Receive(0))
-        {
-            m_Wire.Put(m_Sender, {arrival.unDatagram, arrival.bDuplicate, arrival.bytes});
-        }
+        Put(network.Receive(0));
     }
     m_Wire.AwaitAll();
     if (m_pFollower->UpdateBMA() == CClientMsgHandler::enUpdateDecodeError)
     {
         m_pFollower->ClearReceiveErrors();
+    }
+}
+
+void CFollowed::Put(const std::vector<stArrival>& arrivals)
+{
+    for (const stArrival& arrival : arrivals)
+    {
+        m_Wire.Put(m_Sender, {arrival.unDatagram, arrival.bDuplicate, arrival.bytes});
     }
 }
 
@@ -131,6 +137,7 @@ void CFollowed::Run(CFigures& figures)
         }
         m_Wire.AwaitAll();
     }
+    Put(bad.Flush()); // what it had held back comes into the good times
     CBadNetwork good{stFaults()};
     int nRounds = 0;
     for (bool bInStep = false; !bInStep && nRounds < 4; ++nRounds)
