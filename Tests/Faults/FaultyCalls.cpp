@@ -17,6 +17,7 @@
 #include <atomic>
 #include <cerrno>
 #include <chrono>
+#include <cstdarg>
 #include <cstdint>
 #include <cstring>
 #include <system_error>
@@ -37,7 +38,8 @@
     CALL(int, sem_wait, enSemaphoreWait, (sem_t * a), (a))                                                                         \
     CALL(int, sem_post, enSemaphorePost, (sem_t * a), (a))                                                                         \
     CALL(int, mprotect, enProtect, (void* a, std::size_t b, int c), (a, b, c))                                                     \
-    CALL(long, sysconf, enSystemValue, (int a), (a))
+    CALL(long, sysconf, enSystemValue, (int a), (a))                                                                               \
+    CALL(int, nanosleep, enSleep, (const timespec* a, timespec* b), (a, b))
 
 // Those that return their error.
 #define CODE_CALLS(CALL)                                                                                                           \
@@ -49,7 +51,8 @@
     CALL(pthread_rwlockattr_init, enReadersAttributeInit, (pthread_rwlockattr_t * a), (a))                                         \
     CALL(pthread_rwlock_rdlock, enReadersRead, (pthread_rwlock_t * a), (a))                                                        \
     CALL(pthread_rwlock_wrlock, enReadersWrite, (pthread_rwlock_t * a), (a))                                                       \
-    CALL(pthread_rwlock_unlock, enReadersUnlock, (pthread_rwlock_t * a), (a))
+    CALL(pthread_rwlock_unlock, enReadersUnlock, (pthread_rwlock_t * a), (a))                                                      \
+    CALL(pthread_once, enOnce, (pthread_once_t * a, void (*b)()), (a, b))
 
 namespace
 {
@@ -263,6 +266,24 @@ extern "C"
     const char* __wrap_inet_ntop(int nFamily, const void* pAddress, char* acText, socklen_t unSize)
     {
         return Strikes(Faults::enPrintAddress) ? nullptr : __real_inet_ntop(nFamily, pAddress, acText, unSize);
+    }
+
+    int __real_open(const char*, int, ...);
+    int __real_fcntl(int, int, ...);
+
+    // The library opens to read, which takes no mode, and gives fcntl an int.
+    int __wrap_open(const char* szFile, int nFlags, ...)
+    {
+        return Strikes(Faults::enOpen) ? -1 : __real_open(szFile, nFlags);
+    }
+
+    int __wrap_fcntl(int nDescriptor, int nCommand, ...)
+    {
+        va_list arguments;
+        va_start(arguments, nCommand);
+        const int nArgument = va_arg(arguments, int);
+        va_end(arguments);
+        return Strikes(Faults::enDescriptorControl) ? -1 : __real_fcntl(nDescriptor, nCommand, nArgument);
     }
 
     // Never reaches the system.

@@ -48,6 +48,10 @@ enum enCalls : int
     enProtect,
     enSystemValue,
     enKill,
+    enOpen,
+    enDescriptorControl,
+    enSleep,
+    enOnce,
     enCallCount
 };
 

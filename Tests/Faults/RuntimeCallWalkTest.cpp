@@ -10,10 +10,12 @@
 #include "Runtime/Locks.h"
 #include "Runtime/Memory.h"
 #include "RySocketIO/CUtility.h"
+#include "RySocketIO/StopEvent.h"
 #include "Support/Bytes.h"
 
 #include <gtest/gtest.h>
 
+#include <fcntl.h>
 #include <netdb.h>
 #include <netinet/in.h>
 #include <unistd.h>
@@ -288,6 +290,54 @@ TEST(RuntimeCallWalk, AFileThatIsNoSchemaIsARefusalWithItsName)
     }
     EXPECT_FALSE(reader.validate(nullptr));
     EXPECT_EQ(nDescriptors, OpenDescriptors());
+}
+
+TEST(RuntimeCallWalk, ASchemaThatCanNotBeOpenedIsARefusalAndTheNextValidationWorks)
+{
+    std::string strReport = "<VORN version=\"1.0\"><DEV name=\"x\" id=\"3\"><p i=\"7\" v=\"v\" e=\"e\"/></DEV></VORN>";
+    diagnostics_xml_reader reader;
+    ASSERT_TRUE(reader.parseAndPopulateMap(&strReport[0], static_cast<int>(strReport.size())));
+    WithEach(enOpen,
+             {EACCES, EBUSY, EFAULT, EINTR, EINVAL, EISDIR, ELOOP, EMFILE, ENAMETOOLONG, ENFILE, ENODEV, ENOENT, ENOMEM, ENOTDIR,
+              ENXIO, EOVERFLOW, EPERM, ETXTBSY, EWOULDBLOCK},
+             [&](int nTimes)
+             {
+                 EXPECT_FALSE(reader.validate(SCHEMA_FILE));
+                 EXPECT_EQ(std::string(SCHEMA_FILE) + " can't be read as XML", reader.GetError());
+                 EXPECT_EQ(nTimes == 1, reader.validate(SCHEMA_FILE));
+             });
+    WithEach(enDescriptorControl, {EBADF, EINVAL, EPERM}, [&](int) { EXPECT_TRUE(reader.validate(SCHEMA_FILE)); });
+    WithEach(enClose, c_CloseErrors, [&](int) { EXPECT_TRUE(reader.validate(SCHEMA_FILE)); });
+    WithEach(enOnce, {EINVAL}, [](int) { diagnostics_xml_reader(); });
+}
+
+TEST(RuntimeCallWalk, ASocketThatCanNotBeKeptOffTheStandardStreamsIsNotOpened)
+{
+    const int nKept = dup(STDIN_FILENO);
+    close(STDIN_FILENO);
+    const auto pHandler = std::make_unique<CClientMsgHandler>(false);
+    for (const int nError : {EBADF, EINVAL, EMFILE})
+    {
+        {
+            const CFault fault(enDescriptorControl, nError);
+            EXPECT_FALSE(pHandler->InitialiseClient(0, "127.0.0.1", nullptr, nullptr));
+            EXPECT_EQ(1, CFault::Struck());
+        }
+        EXPECT_EQ(-1, fcntl(STDIN_FILENO, F_GETFD)) << "what could not be moved is closed";
+    }
+    EXPECT_TRUE(pHandler->InitialiseClient(0, "127.0.0.1", nullptr, nullptr));
+    EXPECT_EQ(-1, fcntl(STDIN_FILENO, F_GETFD));
+    dup2(nKept, STDIN_FILENO);
+    close(nKept);
+}
+
+TEST(RuntimeCallWalk, AWaitEndsWhateverThePauseAfterItsErrorAnswers)
+{
+    RySocketIO::CStopEvent stop;
+    ASSERT_TRUE(stop.Reset());
+    WithEach(enSleep, {EFAULT, EINTR, EINVAL}, [&](int) { EXPECT_FALSE(stop.Wait({0, -1})); }); // no time that ppoll takes
+    stop.Set();
+    EXPECT_TRUE(stop.Wait({0, 0}));
 }
 
 TEST(RuntimeCallWalk, AProtectionThatFailsIsOneLine)

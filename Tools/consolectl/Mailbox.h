@@ -3,6 +3,7 @@
 
 #include "LogicalControls.h"
 
+#include <atomic>
 #include <cstddef>
 #include <vector>
 
@@ -39,16 +40,12 @@ public:
         return items;
     }
 
-    std::size_t GetLost()
-    {
-        const CLockGuard<CCritSec> guard(m_Lock);
-        return m_unLost;
-    }
+    std::size_t GetLost() const { return m_unLost; }
 
 private:
     const std::size_t m_unRoom;
     CCritSec m_Lock;
     std::vector<T> m_Items LOGICALCONTROLS_GUARDED_BY(m_Lock);
     std::size_t m_unUsed LOGICALCONTROLS_GUARDED_BY(m_Lock);
-    std::size_t m_unLost LOGICALCONTROLS_GUARDED_BY(m_Lock);
+    std::atomic<std::size_t> m_unLost;
 };
