@@ -9,6 +9,7 @@
 #include <algorithm>
 #include <deque>
 #include <map>
+#include <utility>
 
 namespace Fuzz
 {
@@ -44,7 +45,7 @@ struct stOutcome
 class CRingModel
 {
 public:
-    stOutcome Take(const tBytes& datagram, int nCapacity)
+    stOutcome Take(const tBytes& datagram, int nCapacity, int nSender)
     {
         stOutcome outcome;
         if (datagram.size() < c_unHeader)
@@ -61,10 +62,11 @@ public:
             return outcome;
         }
         std::map<std::uint32_t, const tBytes*> parts = {{unNumber, &datagram}};
-        for (const tBytes& stored : m_Stored)
+        for (const auto& [stored, nFrom] : m_Stored)
         {
             const std::uint32_t unStored = LoadBig(&stored[8]);
-            if (LoadBig(&stored[4]) == LoadBig(&datagram[4]) && unStored <= unTotal)
+            const bool bSame = LoadSigned(&stored[0]) == nType && LoadBig(&stored[12]) == unTotal && nFrom == nSender;
+            if (LoadBig(&stored[4]) == LoadBig(&datagram[4]) && unStored <= unTotal && (bSame || !m_bStrict))
             {
                 parts.emplace(unStored, &stored);
             }
@@ -74,7 +76,7 @@ public:
             if (datagram.size() <= c_unSlot)
             {
                 outcome.bStored = true;
-                m_Stored.push_front(datagram);
+                m_Stored.emplace_front(datagram, nSender);
                 m_Stored.resize(std::min(m_Stored.size(), c_unRing));
             }
             return outcome;
@@ -97,12 +99,15 @@ public:
     std::size_t Foreign() const
     {
         std::size_t unStrangers = 0;
-        while (unStrangers < m_Stored.size() && m_Stored[unStrangers] == Stranger())
+        while (unStrangers < m_Stored.size() && m_Stored[unStrangers].first == Stranger())
         {
             ++unStrangers;
         }
         return c_unRing - unStrangers;
     }
+
+    // Whether type, total and sender have to be those of the datagram that completes a message.
+    void SetStrict(bool bStrict) { m_bStrict = bStrict; }
 
     // A fragment of a message that never becomes whole.
     static const tBytes& Stranger()
@@ -112,7 +117,8 @@ public:
     }
 
 private:
-    std::deque<tBytes> m_Stored;
+    std::deque<std::pair<tBytes, int>> m_Stored; // with their senders
+    bool m_bStrict = false;
 };
 
 // What ProcessMCUpdate was shown.
@@ -157,23 +163,28 @@ public:
         ++m_unDatagrams;
         m_unStored += outcome.bStored ? 1 : 0;
         m_unCompleting += outcome.nResult >= 0 ? 1 : 0;
-        m_unUpdates += outcome.nResult == 0 ? 1 : 0;
         if (outcome.nResult != 0)
         {
             return;
         }
-        stCache& cache = m_aCaches[m_nCurrent];
-        m_nCurrent = 1 - m_nCurrent;
-        const stUpdateModel update = WalkUpdate(outcome.message);
-        cache.bPending = update.bValid && !cache.bError;
-        cache.bError = !cache.bPending;
-        cache.bytes = outcome.message;
-        cache.bNew = cache.bNew || cache.bPending; // an error leaves the flag of what it has overwritten
-        if (cache.bNew)
+        Decode(outcome.message);
+        if (m_aCaches[m_nCurrent].bNew)
         {
             m_bSenderChanged = m_bSenderChanged || nSender != m_nSender;
             m_nSender = nSender;
         }
+        m_nCurrent = 1 - m_nCurrent;
+    }
+
+    void Decode(const tBytes& message)
+    {
+        ++m_unUpdates;
+        stCache& cache = m_aCaches[m_nCurrent];
+        const stUpdateModel update = WalkUpdate(message);
+        cache.bPending = update.bValid && !cache.bError;
+        cache.bError = !cache.bPending;
+        cache.bytes = message;
+        cache.bNew = cache.bNew || cache.bPending; // an error leaves the flag of what it has overwritten
         if (cache.bPending)
         {
             cache.unOrder = ++m_unOrder;

@@ -18,6 +18,7 @@ constexpr int c_nClientCapacity = 1048576;
 constexpr int c_nMostOperations = 160;
 constexpr int c_nMostLarge = 12;
 constexpr unsigned char c_ucUntouched = 0xa5;
+constexpr int c_nNobody = -1; // the base handler is not told who sent a datagram
 const char* const caSenders[] = {"10.0.0.1", "10.0.0.2", "192.168.100.200"};
 
 // Both handlers and their models. They outlive an input: three megabytes are not cleared for each. What an input could leave
@@ -36,7 +37,8 @@ public:
     {
         g_nNow = c_nStart;
         m_nCapacity = c_nClientCapacity;
-        Flush(m_Ring.Foreign(), 0);
+        SetStrict(false);
+        Flush(std::max(m_BaseRing.Foreign(), m_ClientRing.Foreign()), 0);
         ClearErrors();
         tBytes surface = {0, 0, 0, 1, 0, 0, 0, 0, 0, 0, 0, 0, 1, 0, 0, 0, 0};
         for (int nUpdate = m_ClientModel.Current() == 0 ? 2 : 1; nUpdate > 0; --nUpdate)
@@ -53,15 +55,9 @@ public:
     {
         const CExact exact(datagram);
         const long lLength = static_cast<long>(datagram.size());
-        const stOutcome whole = m_Ring.Take(datagram, c_nClientCapacity);
-        stOutcome base = whole;
-        if (base.message.size() > static_cast<std::size_t>(std::max(m_nCapacity, 0))) // a negative capacity is none
-        {
-            base = stOutcome();
-        }
-        FeedBase(exact, lLength, base);
+        FeedBase(exact, lLength, m_BaseRing.Take(datagram, m_nCapacity, c_nNobody));
         m_pClient->OnReceivedData(exact.Text(), lLength, caSenders[nSender]);
-        m_ClientModel.Take(whole, nSender);
+        m_ClientModel.Take(m_ClientRing.Take(datagram, c_nClientCapacity, nSender), nSender);
     }
 
     bool Operate(CInput& input);
@@ -92,6 +88,21 @@ private:
         std::memset(m_Buffer.data(), c_ucUntouched, unSize);
     }
 
+    void SetStrict(bool bStrict)
+    {
+        m_pBase->SetStrictMatching(bStrict);
+        m_pClient->SetStrictMatching(bStrict);
+        m_BaseRing.SetStrict(bStrict);
+        m_ClientRing.SetStrict(bStrict);
+    }
+
+    // An update that came by another way.
+    void Decode(tBytes message)
+    {
+        m_pClient->ReceivedMCData(message.empty() ? nullptr : message.data(), static_cast<long>(message.size()));
+        m_ClientModel.Decode(message);
+    }
+
     void ClearErrors()
     {
         m_pClient->ClearReceiveErrors();
@@ -99,6 +110,7 @@ private:
     }
 
     tBytes Payload(CInput& input);
+    tBytes Update(CInput& input);
     void Fragment(CInput& input, int nSender);
     void Again(CInput& input, int nSender);
     void Message(CInput& input, int nSender);
@@ -112,7 +124,8 @@ private:
     std::unique_ptr<CClient> m_pClient;
     tBytes m_Buffer;
     tBytes m_Untouched;
-    CRingModel m_Ring;
+    CRingModel m_BaseRing;
+    CRingModel m_ClientRing;
     CClientModel m_ClientModel;
     int m_nCapacity = c_nClientCapacity;
     std::vector<tBytes> m_History;
@@ -177,8 +190,7 @@ void CBench::Again(CInput& input, int nSender)
     Send(datagram, nSender);
 }
 
-// An update, cut into fragments that arrive in any order.
-void CBench::Message(CInput& input, int nSender)
+tBytes CBench::Update(CInput& input)
 {
     tBytes message;
     AppendBig(message, input.Byte() % 16 == 15 ? 2 : 1);
@@ -193,6 +205,13 @@ void CBench::Message(CInput& input, int nSender)
         AppendBig(message, static_cast<std::uint32_t>(array.size()) + (input.Byte() == 255 ? 1 : 0));
         Append(message, array);
     }
+    return message;
+}
+
+// An update, cut into fragments that arrive in any order.
+void CBench::Message(CInput& input, int nSender)
+{
+    const tBytes message = Update(input);
     const std::uint32_t unId = Id(input);
     const std::size_t unTotal = 1 + input.Below(5);
     const std::size_t unStep = (message.size() + unTotal - 1) / unTotal;
@@ -249,6 +268,12 @@ bool CBench::Operate(CInput& input)
     case 9:
     case 10:
         Message(input, nSender);
+        break;
+    case 14:
+        Decode(nSender == 2 ? input.Bytes(input.Byte()) : Update(input));
+        break;
+    case 15:
+        SetStrict(nSender != 0);
         break;
     default:
         Fragment(input, nSender);

@@ -27,7 +27,7 @@ if [ $# -eq 1 ]; then
 fi
 # Large blocks that are kept from reuse for long cost more than they find.
 export ASAN_OPTIONS="quarantine_size_mb=16:${ASAN_OPTIONS:-}"
-share=$(( $1 * 2 / ($# - 1) ))
+share=$(( $1 / ($# / 2) )) # in pairs, or alone at the end
 [ "$share" -gt 0 ] || share=1
 shift
 
