@@ -391,6 +391,7 @@ TEST_F(ClientMsgHandler, DataMayBeDecodedDirectlyAndLeavesTheCacheWhereItIs)
     m_pHandler->ReceivedMCData(update.data(), static_cast<long>(update.size()));
     EXPECT_EQ(tLines{c_szCalled}, m_Log.Take());
     EXPECT_EQ(Hex("77"), Round(100));
+    EXPECT_EQ(0u, m_pHandler->GetUpdateId()) << "no message has come";
     m_Log.Take();
     m_pHandler->ReceivedMCData(nullptr, 100);
     EXPECT_EQ((tLines{c_szCalled, ParseError(103, 0)}), m_Log.Take());
