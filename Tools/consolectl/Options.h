@@ -21,7 +21,7 @@ struct stMulticastLink
 constexpr char c_szPPCGroup[] = "225.0.0.45";
 constexpr unsigned int c_unPPCPort = 7050;
 
-// --group and --port of what szWhat names, --interface, and all three for the MC's updates.
+// --group and --port of what strWhat names, --interface, and all three for the MC's updates.
 void AddGroupOptions(CLI::App& command, stMulticastLink& link, const std::string& strWhat);
 void AddInterfaceOption(CLI::App& command, stMulticastLink& link);
 void AddLinkOptions(CLI::App& command, stMulticastLink& link);
