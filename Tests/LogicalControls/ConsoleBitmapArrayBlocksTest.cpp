@@ -1,5 +1,6 @@
 #include "LogicalControls/ConsoleBitmapArray.h"
 
+#include "LogicalControls/BlockPosition.h"
 #include "Support/Bytes.h"
 #include "Support/SystemCalls.h"
 
@@ -893,6 +894,12 @@ TEST_F(BlockTransfer, ABlockThatIsNotThereHasTheCheckWordZero)
     TakeMemory(*static_cast<CParameterArray<int, enSwitch, true>*>(m_Image.GetCParamArray(enSwitch)));
     m_Image.UpdateXors();
     EXPECT_EQ(0u, m_Image.GetXorVal(enSwitch));
+}
+
+TEST(BlockPosition, BitsThatAreNotThereTakeNothingAndReadAsZero)
+{
+    WriteBit(nullptr, 5, true);
+    EXPECT_EQ(0, ReadBit(nullptr, 5));
 }
 
 // The switch that lets an export go past the safe flags is not there either.
