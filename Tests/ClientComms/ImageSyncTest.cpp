@@ -3,6 +3,7 @@
 #include "Support/Bytes.h"
 #include "Support/DebugLog.h"
 #include "Support/SystemCalls.h"
+#include "Support/TakeMemory.h"
 
 #include <gtest/gtest.h>
 
@@ -238,6 +239,15 @@ TEST(BuildMCUpdate, RefusesATypeAboveThirty)
     const auto pMessage = std::make_unique<CMCUpdateMsg>();
     EXPECT_FALSE(BuildMCUpdate(*pImage, static_cast<MCUpdateType>(31), *pMessage));
     EXPECT_FALSE(BuildMCUpdate(*pImage, static_cast<MCUpdateType>(INT_MAX), *pMessage));
+}
+
+TEST(BuildMCUpdate, RefusesAnImageThatLacksABlock)
+{
+    const auto pImage = std::make_unique<CBMAContainer>();
+    const auto pMessage = std::make_unique<CMCUpdateMsg>();
+    Support::TakeMemory(*static_cast<CParameterArray<int, enSwitch, true>*>(pImage->GetCParamArray(enSwitch)));
+    EXPECT_FALSE(BuildMCUpdate(*pImage, enMCUpdateSurface, *pMessage));
+    EXPECT_TRUE(BuildMCUpdate(*pImage, enMCUpdateRotary, *pMessage));
 }
 
 TEST(BuildMCUpdate, EmptiesTheMessageFirst)

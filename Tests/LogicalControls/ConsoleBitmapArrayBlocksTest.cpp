@@ -2,7 +2,7 @@
 
 #include "LogicalControls/BlockPosition.h"
 #include "Support/Bytes.h"
-#include "Support/SystemCalls.h"
+#include "Support/TakeMemory.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -21,6 +21,7 @@
 namespace
 {
 
+using Support::TakeMemory;
 using Support::tBytes;
 using testing::ElementsAre;
 using testing::IsEmpty;
@@ -414,16 +415,6 @@ protected:
         EXPECT_EQ(-1, Difference(expected, Held(*pOther, nScope)));
     }
 };
-
-// A bit array that found no memory, in the place of one that did.
-template <class A>
-void TakeMemory(A& array)
-{
-    array.~A();
-    const Support::CFailingCall noMemory(Support::CFailingCall::enMalloc);
-    new (&array) A;
-    EXPECT_EQ(nullptr, array.GetMemoryPointer());
-}
 
 // The flags of an image are its own: an explicit instantiation may name them all the same.
 typedef stParameterFlags (CBMAContainer::*tScopeFlags)[4];
