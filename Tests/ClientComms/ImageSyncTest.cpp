@@ -670,6 +670,25 @@ TEST(ImageFollower, AnswersTwoWhenABlockDoesNotFitAndZeroWhenNothingIsCarried)
     ReceiveMessage(*pFollower, 2, UpdateHeader(2, 0));
     EXPECT_EQ(pFollower->UpdateBMA(), 0);
     EXPECT_EQ(pFollower->GetTypesReceived(), 0x08u);
+    EXPECT_EQ(pFollower->GetUpdatesApplied(), 2u);
+    EXPECT_EQ(pFollower->GetUpdatesOvertaken(), 0u);
+}
+
+TEST(ImageFollower, TakesAnOlderBlockWhereTheNewerOneDidNotFit)
+{
+    const tImage pSource = RandomImage(15);
+    const tImage pImage = RandomImage(16);
+    const auto pFollower = std::make_unique<CImageFollower>(*pImage);
+    tBytes update = UpdateHeader(4, 0);
+    AppendArray(update, tBytes(17337));
+    AppendArray(update, tBytes(59424));
+    ReceiveMessage(*pFollower, 2, update);
+    EXPECT_EQ(pFollower->UpdateBMA(), CImageFollower::enBlockLeftOut);
+    ReceiveMessage(*pFollower, 1, Update(*pSource, enMCUpdateSwitchesIntegers4)); // its integers are overtaken
+    EXPECT_EQ(pFollower->UpdateBMA(), 0);
+    EXPECT_EQ(EqualBlocks(*pSource, *pImage), 0x04u);
+    EXPECT_EQ(pFollower->GetUpdatesApplied(), 2u);
+    EXPECT_EQ(pFollower->GetUpdatesOvertaken(), 0u);
 }
 
 TEST(ImageFollower, ABadUpdateChangesNothingAndGoodOnesComeThroughOnceCleared)
