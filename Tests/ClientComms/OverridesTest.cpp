@@ -272,7 +272,13 @@ TEST(Overrides, MayReceiveWhichIsRefusedThen)
     };
     pHandler->Deliver(Update());
     pHandler->Deliver(Update());
+    Support::CDebugLog log;
     EXPECT_EQ(0, pHandler->UpdateBMA());
+    const std::vector<std::string> lines = log.Take();
+    EXPECT_EQ(
+        2, std::count(lines.begin(), lines.end(), "CClientMsgHandler::OnReceivedData - called within ProcessMCUpdate, ignoring"));
+    EXPECT_EQ(
+        2, std::count(lines.begin(), lines.end(), "CClientMsgHandler::ReceivedMCData - called within ProcessMCUpdate, ignoring"));
     pHandler->m_Process = nullptr;
     const stReceiveStatistics statistics = pHandler->GetStatistics();
     EXPECT_EQ(4u, statistics.aunCount[enCountDatagrams]);
