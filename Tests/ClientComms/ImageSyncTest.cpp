@@ -99,6 +99,15 @@ tBytes UpdateWithLength(int nType, long lLength)
     return update;
 }
 
+// Switches and integers, zeros all, of which the switches are a byte short.
+tBytes UpdateWithoutTheLastSwitches()
+{
+    tBytes update = UpdateHeader(4, 0);
+    AppendArray(update, tBytes(17337));
+    AppendArray(update, tBytes(59424));
+    return update;
+}
+
 tBytes Record(int nType, int nPathType, int nPath, int nParam, const tBytes& value, std::uint32_t unMarker = 1)
 {
     tBytes bytes;
@@ -659,10 +668,7 @@ TEST(ImageFollower, AnswersTwoWhenABlockDoesNotFitAndZeroWhenNothingIsCarried)
 {
     const tImage pImage = RandomImage(12);
     const auto pFollower = std::make_unique<CImageFollower>(*pImage);
-    tBytes update = UpdateHeader(4, 0);
-    AppendArray(update, tBytes(17337));
-    AppendArray(update, tBytes(59424));
-    ReceiveMessage(*pFollower, 1, update);
+    ReceiveMessage(*pFollower, 1, UpdateWithoutTheLastSwitches());
     EXPECT_EQ(pFollower->UpdateBMA(), CImageFollower::enBlockLeftOut);
     EXPECT_EQ(CImageFollower::enBlockLeftOut, 2);
     EXPECT_EQ(pFollower->GetTypesReceived(), 0x08u);
@@ -679,10 +685,7 @@ TEST(ImageFollower, TakesAnOlderBlockWhereTheNewerOneDidNotFit)
     const tImage pSource = RandomImage(15);
     const tImage pImage = RandomImage(16);
     const auto pFollower = std::make_unique<CImageFollower>(*pImage);
-    tBytes update = UpdateHeader(4, 0);
-    AppendArray(update, tBytes(17337));
-    AppendArray(update, tBytes(59424));
-    ReceiveMessage(*pFollower, 2, update);
+    ReceiveMessage(*pFollower, 2, UpdateWithoutTheLastSwitches());
     EXPECT_EQ(pFollower->UpdateBMA(), CImageFollower::enBlockLeftOut);
     ReceiveMessage(*pFollower, 1, Update(*pSource, enMCUpdateSwitchesIntegers4)); // its integers are overtaken
     EXPECT_EQ(pFollower->UpdateBMA(), 0);
