@@ -263,16 +263,17 @@ void CClientMsgHandler::OnReceivedData(char* pData, long lLength, const RySocket
             RejectUnread(lLength, enRejectedLock);
             return;
         }
-        unsigned char* pBuffer = m_aCaches[nCache].pBuffer.get();
-        const CPoisonedAfter readable(pBuffer, enReceiveBufferSize);
-        int nSize = enReceiveBufferSize;
-        nResult = Reassemble(pData, lLength, &pBuffer, nSize, enDatagramMCUpdate, sender);
+        unsigned char* const pBuffer = m_aCaches[nCache].pBuffer.get();
+        Unpoison(pBuffer, enReceiveBufferSize);
+        stJoining joining = {pBuffer, enReceiveBufferSize, enDatagramMCUpdate, nCache, nullptr, 0};
+        nResult = Reassemble(pData, lLength, joining, sender);
         if (nResult == enDatagramMCUpdate)
         {
-            m_unMessageId = reinterpret_cast<const UDP_PACKET*>(pData)->header.unMessageId;
-            szRefusal = DecodeUpdate(nCache, pBuffer, nSize);
+            m_unMessageId = joining.unMessageId;
+            szRefusal = DecodeUpdate(nCache, joining.pMessage, joining.nSize);
             bNewUpdate = m_aucNewUpdate[nCache] != 0;
         }
+        Poison(pBuffer, enReceiveBufferSize);
     }
     CMCUpdateMsg::PrintRefusal(szRefusal);
     if (nResult == enDatagramMCUpdate)
@@ -293,6 +294,14 @@ void CClientMsgHandler::OnReceivedData(char* pData, long lLength, const RySocket
         CUtility::Debug("CClientMsgHandler::OnReceivedData - received incorrect packet type (should be bma update), ignoring");
     }
 }
+
+#ifdef RYSOCKETIO_RECEIVE_ROOM
+char* CClientMsgHandler::ReceiveRoom(long& lSize)
+{
+    lSize = c_nMaxDatagram;
+    return DatagramRoom();
+}
+#endif
 
 void CClientMsgHandler::RejectUnread(long lLength, enReceiveCounter enReason)
 {
@@ -364,8 +373,8 @@ void CClientMsgHandler::ReceivedMCData(unsigned char* pData, long lLength)
             return;
         }
         // A decoded update points into the cache's own buffer, whoever's bytes these are.
-        unsigned char* pBuffer = m_aCaches[nCache].pBuffer.get();
-        const CPoisonedAfter readable(pBuffer, enReceiveBufferSize);
+        unsigned char* const pBuffer = m_aCaches[nCache].pBuffer.get();
+        Unpoison(pBuffer, enReceiveBufferSize);
         if (pData != nullptr && lLength > 0 && lLength <= enReceiveBufferSize)
         {
             std::memmove(pBuffer, pData, static_cast<std::size_t>(lLength));
@@ -376,6 +385,8 @@ void CClientMsgHandler::ReceivedMCData(unsigned char* pData, long lLength)
             lLength = 0;
         }
         szRefusal = DecodeUpdate(nCache, pData, lLength);
+        ReleaseView(nCache);
+        Poison(pBuffer, enReceiveBufferSize);
     }
     CMCUpdateMsg::PrintRefusal(szRefusal);
 }
@@ -455,6 +466,9 @@ const char* CClientMsgHandler::DecodeUpdate(int nCache, const unsigned char* pDa
 {
     CUtility::Debug("CClientMsgHandler::ReceivedMCData - called");
     CMCUpdateMsg& update = m_aCaches[nCache].update;
+    m_aCaches[nCache].pMessage = pData;
+    m_aCaches[nCache].unMessage = pData != nullptr ? static_cast<std::size_t>(std::max(lLength, 0L)) : 0;
+    const CPoisonedAfter readable(m_aCaches[nCache].pMessage, m_aCaches[nCache].unMessage);
     m_Counters.Count(enCountUpdates);
     m_Counters.Count(enCountSuperseded, m_aCaches[nCache].bWaits ? 1 : 0);
     m_aCaches[nCache].bWaits = false; // overwritten, whatever comes of this one
@@ -670,7 +684,7 @@ int CClientMsgHandler::ApplyCache(int nCache, int nResult, bool& bApplied)
     {
         return m_aucError[nCache] != 0 ? int(enUpdateDecodeError) : nResult; // went bad just now
     }
-    const CPoisonedAfter readable(m_aCaches[nCache].pBuffer.get(), enReceiveBufferSize);
+    const CPoisonedAfter readable(m_aCaches[nCache].pMessage, m_aCaches[nCache].unMessage);
     bApplied = true;
     m_aCaches[nCache].bWaits = false;
     m_aucNewUpdate[nCache] = 0;

@@ -73,7 +73,7 @@ private:
 // UpdateBMA applies the first cache before the second, whichever is newer: GetUpdateSequence tells.
 //
 // An update that fails to decode makes its cache unusable, and UpdateBMA answers 5, until ClearReceiveErrors. No exception
-// leaves. About 9 MB large in all: make it with new.
+// leaves. About 9 MB large in all, most of it only touched as updates come: make it with new.
 class LOGICALCONTROLS_EXPORT CClientMsgHandler : public CMsgHandlerBase, public RySocketIO::CSocket
 {
 public:
@@ -107,8 +107,15 @@ public:
 
     using CMsgHandlerBase::OnReceivedData;
 
-    // Receive thread: one datagram, with the address it came from. Within ProcessMCUpdate it is rejected.
+    // Receive thread: one datagram, with the address it came from. Within ProcessMCUpdate it is rejected. The bytes of one that was
+    // received into ReceiveRoom are the handler's from then on: who overrides this looks at them before.
     void OnReceivedData(char* pData, long lLength, const RySocketIO::CIPString& sender) override;
+
+#ifdef RYSOCKETIO_RECEIVE_ROOM
+    // Receive thread: where the socket is to put the next datagram, so that it need not be moved. With a socket library that does
+    // not ask, each is copied once.
+    char* ReceiveRoom(long& lSize) override;
+#endif
 
     // Sends what is queued, and what is added meanwhile: as many whole records in each datagram as fit, each datagram to every
     // remote address. The result is that of the last send: false, too, when there was nothing to send. A message with an error
@@ -129,11 +136,17 @@ public:
     virtual int UpdateBMA();
 
     // Within ProcessMCUpdate: the number of the update, counted from 1 in the order of arrival, modulo 2^32.
-    std::uint32_t GetUpdateSequence() const { return m_unProcessedSequence; }
+    std::uint32_t GetUpdateSequence() const
+    {
+        return m_unProcessedSequence;
+    }
 
     // Within ProcessMCUpdate: the id of the message that the update came in, or of the last one before it when it came through
     // ReceivedMCData.
-    std::uint32_t GetUpdateId() const { return m_unProcessedId; }
+    std::uint32_t GetUpdateId() const
+    {
+        return m_unProcessedId;
+    }
 
     // Receive thread: decodes one complete update message into the current cache. Within ProcessMCUpdate it only counts it.
     void ReceivedMCData(unsigned char* pData, long lLength);
@@ -173,7 +186,7 @@ private:
     {
         stUpdateData()
             : nIndex(0), mutex(CMutex::enNormal), bWaits(false), unSequence(0), unMessageId(0),
-              pBuffer(new unsigned char[enReceiveBufferSize])
+              pBuffer(new unsigned char[enReceiveBufferSize]), pMessage(nullptr), unMessage(0)
         {
         }
 
@@ -183,7 +196,9 @@ private:
         bool bWaits LOGICALCONTROLS_GUARDED_BY(mutex);               // a good update is here that was not applied yet
         std::uint32_t unSequence LOGICALCONTROLS_GUARDED_BY(mutex);  // of that update
         std::uint32_t unMessageId LOGICALCONTROLS_GUARDED_BY(mutex); // of that update
-        const std::unique_ptr<unsigned char[]> pBuffer LOGICALCONTROLS_GUARDED_BY(mutex);
+        const std::unique_ptr<unsigned char[]> pBuffer LOGICALCONTROLS_GUARDED_BY(mutex); // for what is not whole where it lies
+        const unsigned char* pMessage LOGICALCONTROLS_GUARDED_BY(mutex);                  // the update's bytes
+        std::size_t unMessage LOGICALCONTROLS_GUARDED_BY(mutex);
     };
 
     bool IsAccepted(const RySocketIO::CIPString& sender) const;

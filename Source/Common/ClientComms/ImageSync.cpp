@@ -1,9 +1,8 @@
 #include "ClientComms/ImageSync.h"
 
+#include "LogicalControls/BlockKernels.h"
 #include "Messages/PPCPacket.h"
 #include "RySocketIO/CUtility.h"
-
-#include <boost/endian/conversion.hpp>
 
 #include <cstdint>
 #include <cstring>
@@ -22,19 +21,13 @@ bool IsWordBlock(tagenPPCMessageType enType)
 // Copies a block between the machine's order and the wire's; the way back is the same.
 void CopyBlock(tagenPPCMessageType enType, void* pDestination, const void* pSource, std::size_t unBytes)
 {
-    if (!IsWordBlock(enType))
+    if (IsWordBlock(enType))
+    {
+        BlockKernels().SwapWords(static_cast<unsigned char*>(pDestination), static_cast<const unsigned char*>(pSource), unBytes);
+    }
+    else
     {
         std::memcpy(pDestination, pSource, unBytes);
-        return;
-    }
-    unsigned char* pTo = static_cast<unsigned char*>(pDestination);
-    const unsigned char* pFrom = static_cast<const unsigned char*>(pSource);
-    for (std::size_t unOffset = 0; unOffset + 4 <= unBytes; unOffset += 4)
-    {
-        std::uint32_t unWord;
-        std::memcpy(&unWord, pFrom + unOffset, sizeof unWord);
-        boost::endian::native_to_big_inplace(unWord);
-        std::memcpy(pTo + unOffset, &unWord, sizeof unWord);
     }
 }
 

@@ -1,5 +1,7 @@
 #include "ClientComms/MsgHandlerBase.h"
 
+#include "ClientComms/FragmentRing.h"
+#include "Runtime/Poison.h"
 #include "RySocketIO/CUtility.h"
 
 #include <algorithm>
@@ -29,12 +31,8 @@ bool IsHeaderValid(const UDP_PACKET_HEADER& header)
 } // namespace
 
 CMsgHandlerBase::CMsgHandlerBase()
-    : m_aRemoteAddresses(), m_nRemoteAddresses(0), m_aRing(), m_nReceivedPackets(0), m_abUnfinished(), m_bStrictMatching(false)
+    : m_aRemoteAddresses(), m_nRemoteAddresses(0), m_pRing(new CFragmentRing), m_bStrictMatching(false)
 {
-    for (UDP_PACKET& slot : m_aRing)
-    {
-        slot.header.nType = enFreeSlot;
-    }
 }
 
 CMsgHandlerBase::~CMsgHandlerBase() = default;
@@ -69,35 +67,36 @@ void CMsgHandlerBase::ResetRemoteAddresses()
 
 int CMsgHandlerBase::ValidatePacketSequence(const char* pData, long lLength, unsigned char** ppBuffer, int& nBufferSize)
 {
-    return Reassemble(pData, lLength, ppBuffer, nBufferSize, enAnyType, RySocketIO::CIPString());
+    stJoining joining = {ppBuffer != nullptr ? *ppBuffer : nullptr, nBufferSize, enAnyType, enIntoBuffer, nullptr, 0};
+    const int nResult = Reassemble(pData, lLength, joining, RySocketIO::CIPString());
+    nBufferSize = joining.nSize;
+    return nResult;
 }
 
-int CMsgHandlerBase::Reassemble(const char* pData, long lLength, unsigned char** ppBuffer, int& nBufferSize, int nWantedType,
-                                const RySocketIO::CIPString& sender)
+int CMsgHandlerBase::Reassemble(const char* pData, long lLength, stJoining& joining, const RySocketIO::CIPString& sender)
 {
     CUtility::Debug("CMsgHandlerBase::ValidatePacketSequence - validating (lLength = %d) (m_nReceivedPackets = %d)",
-                    static_cast<int>(lLength), m_nReceivedPackets);
+                    static_cast<int>(lLength), m_pRing->NextIndex());
     CountDatagram(lLength);
-    if (lLength < c_nDatagramHeader || pData == nullptr || ppBuffer == nullptr || *ppBuffer == nullptr)
+    if (lLength < c_nDatagramHeader || pData == nullptr || joining.pBuffer == nullptr)
     {
         return Reject(enRejectedTooShort);
     }
-    // The overlay has no alignment; only the lLength bytes that are there are looked at.
-    const UDP_PACKET* pPacket = reinterpret_cast<const UDP_PACKET*>(pData);
-    const UDP_PACKET_HEADER& header = pPacket->header;
+    stKeptFragment inHand = m_pRing->Arrived(pData, sender);
+    const UDP_PACKET_HEADER& header = inHand.header;
     if (!IsHeaderValid(header))
     {
         LogInvalidHeader(header);
         return Reject(enRejectedHeader);
     }
     m_Counters.CountType(header.nType);
-    const std::uint32_t unCapacity = static_cast<std::uint32_t>(std::max(nBufferSize, 0));
+    const std::uint32_t unCapacity = static_cast<std::uint32_t>(std::max(joining.nSize, 0));
     const bool bSingle = header.unTotal == 1;
     if (bSingle && header.unPayloadLength > unCapacity)
     {
         CUtility::Debug("[CMsgHandlerBase::ValidatePacketSequence] supplied buffer is too small to hold the rx packet; packet "
                         "(%d) bytes, buffer (%d) bytes.",
-                        static_cast<int>(header.unPayloadLength), nBufferSize);
+                        static_cast<int>(header.unPayloadLength), joining.nSize);
         return Reject(enRejectedBuffer);
     }
     if (header.unPayloadLength > static_cast<unsigned long>(lLength - c_nDatagramHeader))
@@ -108,26 +107,44 @@ int CMsgHandlerBase::Reassemble(const char* pData, long lLength, unsigned char**
 
     const int nTotal = static_cast<int>(header.unTotal);
     const stOrigin origin = {header.nType, header.unTotal, sender};
-    const UDP_PACKET* apTable[c_nMaxFragments] = {};
-    apTable[header.unPacketNumber - 1] = pPacket;
-    if (!bSingle && !Locate(apTable, header.unMessageId, nTotal, m_bStrictMatching ? &origin : nullptr))
+    stKeptFragment* apTable[c_nMaxFragments] = {};
+    apTable[header.unPacketNumber - 1] = &inHand;
+    const auto itself = [](stKeptFragment& fragment) { return &fragment; };
+    if (!bSingle && !m_pRing->Locate(apTable, header.unMessageId, nTotal, m_bStrictMatching ? &origin : nullptr, itself))
     {
         if (lLength > c_nMaxDatagram)
         {
             LogInvalidHeader(header); // larger than a slot of the ring
             return Reject(enRejectedTooLarge);
         }
-        StoreFragment(pData, lLength, sender);
+        m_Counters.Count(enCountStored);
+        m_Counters.Count(enCountEvicted, m_pRing->Store(inHand).bUnfinished ? 1 : 0);
         return enNoMessage;
     }
-    const bool bCopy = nWantedType == enAnyType || header.nType == nWantedType;
-    if (!JoinFragments(apTable, nTotal, *ppBuffer, nBufferSize, bCopy))
+    if (!Join(apTable, nTotal, inHand, joining))
     {
         CUtility::Debug("[CMsgHandlerBase::ValidatePacketSequence] fragmented message was too big to fit in the supplied buffer.");
         return Reject(enRejectedBuffer);
     }
-    CountCompleting(apTable, header.unMessageId, origin);
+    m_pRing->BeginAfresh();
+    m_Counters.Count(enCountCompleting);
+    if (!bSingle)
+    {
+        const auto isOther = [&](const stKeptFragment* pFragment) { return !pFragment->IsOf(origin); };
+        m_Counters.Count(enCountMixed, std::any_of(apTable, apTable + nTotal, isOther) ? 1 : 0);
+        m_pRing->Finish(header.unMessageId);
+    }
     return header.nType;
+}
+
+char* CMsgHandlerBase::DatagramRoom()
+{
+    return m_pRing->Room();
+}
+
+void CMsgHandlerBase::ReleaseView(int nView)
+{
+    m_pRing->Keep(nView, nullptr, 0);
 }
 
 void CMsgHandlerBase::SetStrictMatching(bool bStrict)
@@ -142,33 +159,23 @@ stReceiveStatistics CMsgHandlerBase::GetStatistics() const
 
 bool CMsgHandlerBase::LocatePacketsOfMessage(const UDP_PACKET** ppTable, long lMessageId, int nTotal)
 {
-    return ppTable != nullptr && nTotal >= 1 && nTotal <= c_nMaxFragments &&
-           Locate(ppTable, static_cast<std::uint32_t>(lMessageId), nTotal, nullptr);
-}
-
-bool CMsgHandlerBase::IsOf(int nSlot, const stOrigin& origin) const
-{
-    const UDP_PACKET_HEADER& header = m_aRing[nSlot].header;
-    return header.nType == origin.nType && header.unTotal == origin.unTotal && m_aSenders[nSlot] == origin.sender;
-}
-
-// With an origin, fragments of that origin alone.
-bool CMsgHandlerBase::Locate(const UDP_PACKET** ppTable, std::uint32_t unMessageId, int nTotal, const stOrigin* pOrigin) const
-{
-    const auto missing = [&] { return std::count(ppTable, ppTable + nTotal, nullptr); };
-    for (int nAge = 1; nAge <= enRingSize && missing() != 0; ++nAge)
+    if (ppTable == nullptr || nTotal < 1 || nTotal > c_nMaxFragments)
     {
-        const int nSlot = (m_nReceivedPackets - nAge + enRingSize) % enRingSize;
-        const UDP_PACKET& slot = m_aRing[nSlot];
-        const std::uint32_t unNumber = slot.header.unPacketNumber;
-        const bool bMatches = slot.header.unMessageId == unMessageId && unNumber <= static_cast<std::uint32_t>(nTotal) &&
-                              (pOrigin == nullptr || IsOf(nSlot, *pOrigin));
-        if (slot.header.nType != enFreeSlot && bMatches && ppTable[unNumber - 1] == nullptr)
-        {
-            ppTable[unNumber - 1] = &slot;
-        }
+        return false;
     }
-    return missing() == 0;
+    if (m_pLocated == nullptr)
+    {
+        m_pLocated.reset(new (std::nothrow) UDP_PACKET[c_nMaxFragments]);
+    }
+    const auto show = [this](const stKeptFragment& fragment)
+    {
+        UDP_PACKET* const pPacket = m_pLocated.get() + (fragment.header.unPacketNumber - 1);
+        pPacket->header = fragment.header;
+        Unpoison(fragment.pPayload, fragment.header.unPayloadLength);
+        std::memcpy(pPacket->acPayload, fragment.pPayload, fragment.header.unPayloadLength);
+        return pPacket;
+    };
+    return m_pLocated != nullptr && m_pRing->Locate(ppTable, static_cast<std::uint32_t>(lMessageId), nTotal, nullptr, show);
 }
 
 bool CMsgHandlerBase::QueuePPC(tagenPPCMessageType enType, tagenVirtualPathType enPathType, int nPath, int nParam, float fValue)
@@ -250,26 +257,42 @@ bool CMsgHandlerBase::Enqueue(std::unique_ptr<CRawPPCMsg[]> pMessage)
     return false;
 }
 
-// Joins a complete table, or writes nothing when the buffer is too small for all of it.
-bool CMsgHandlerBase::JoinFragments(const UDP_PACKET* const* ppTable, int nTotal, unsigned char* pBuffer, int& nBufferSize,
-                                    bool bCopy)
+// Joins a complete table where it lies, or in the buffer; or does nothing when the buffer is too small for it.
+bool CMsgHandlerBase::Join(stKeptFragment* const* ppTable, int nTotal, stKeptFragment& inHand, stJoining& joining)
 {
     std::int64_t nLength = 0;
     for (int nEntry = 0; nEntry < nTotal; ++nEntry)
     {
         nLength += ppTable[nEntry]->header.unPayloadLength;
     }
-    if (nLength > std::max(nBufferSize, 0))
+    if (nLength > std::max(joining.nSize, 0))
     {
         return false;
     }
-    for (int nEntry = 0; bCopy && nEntry < nTotal; ++nEntry)
+    joining.nSize = static_cast<int>(nLength);
+    joining.unMessageId = inHand.header.unMessageId;
+    if (joining.nWantedType != enAnyType && joining.nWantedType != inHand.header.nType)
     {
-        const std::size_t unPayload = ppTable[nEntry]->header.unPayloadLength;
-        std::memmove(pBuffer, ppTable[nEntry]->acPayload, unPayload);
-        pBuffer += unPayload;
+        return true;
     }
-    nBufferSize = static_cast<int>(nLength);
+    joining.pMessage = joining.nView != enIntoBuffer ? m_pRing->InPlace(ppTable, nTotal, inHand) : nullptr;
+    const bool bInPlace = joining.pMessage != nullptr;
+    if (joining.nView != enIntoBuffer)
+    {
+        m_pRing->Keep(joining.nView, ppTable, bInPlace ? nTotal : 0);
+    }
+    if (!bInPlace)
+    {
+        joining.pMessage = joining.pBuffer;
+        unsigned char* pTo = joining.pBuffer;
+        for (int nEntry = 0; nEntry < nTotal; ++nEntry)
+        {
+            const std::size_t unPayload = ppTable[nEntry]->header.unPayloadLength;
+            Unpoison(ppTable[nEntry]->pPayload, unPayload);
+            std::memmove(pTo, ppTable[nEntry]->pPayload, unPayload);
+            pTo += unPayload;
+        }
+    }
     return true;
 }
 
@@ -283,31 +306,4 @@ int CMsgHandlerBase::Reject(enReceiveCounter enReason)
 {
     m_Counters.Count(enReason);
     return enNoMessage;
-}
-
-void CMsgHandlerBase::StoreFragment(const char* pData, long lLength, const RySocketIO::CIPString& sender)
-{
-    m_Counters.Count(enCountStored);
-    m_Counters.Count(enCountEvicted, m_abUnfinished[m_nReceivedPackets] ? 1 : 0);
-    std::memcpy(&m_aRing[m_nReceivedPackets], pData, static_cast<std::size_t>(lLength));
-    m_aSenders[m_nReceivedPackets] = sender;
-    m_abUnfinished[m_nReceivedPackets] = true;
-    m_nReceivedPackets = (m_nReceivedPackets + 1) % enRingSize;
-}
-
-void CMsgHandlerBase::CountCompleting(const UDP_PACKET* const* ppTable, std::uint32_t unMessageId, const stOrigin& origin)
-{
-    m_Counters.Count(enCountCompleting);
-    if (origin.unTotal == 1)
-    {
-        return;
-    }
-    bool bMixed = false;
-    for (int nSlot = 0; nSlot < enRingSize; ++nSlot)
-    {
-        const bool bJoined = std::find(ppTable, ppTable + origin.unTotal, &m_aRing[nSlot]) != ppTable + origin.unTotal;
-        bMixed = bMixed || (bJoined && !IsOf(nSlot, origin));
-        m_abUnfinished[nSlot] = m_abUnfinished[nSlot] && m_aRing[nSlot].header.unMessageId != unMessageId;
-    }
-    m_Counters.Count(enCountMixed, bMixed ? 1 : 0);
 }

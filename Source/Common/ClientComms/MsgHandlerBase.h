@@ -11,12 +11,15 @@
 #include <cstdint>
 #include <memory>
 
+class CFragmentRing;
+struct stKeptFragment;
+
 // The base of the client's message handler. It joins the fragments of a message: a ring keeps the last 50 that came, and the
 // one that completes a message is joined with those from the ring, in number order whatever the order of arrival. Fragments are
 // matched by message id alone. They stay in the ring until newer ones overwrite them, so a repeated last fragment completes its
 // message again.
 //
-// Over 3 MB large: make it with new. Reassembly belongs to the one thread that receives datagrams; the PPC buffer may be used
+// Reassembly belongs to the one thread that receives datagrams; the PPC buffer may be used
 // from any thread; the remote addresses are set before anything is sent.
 class LOGICALCONTROLS_EXPORT CMsgHandlerBase
 {
@@ -54,8 +57,8 @@ public:
     // What came so far, and what became of it. Any thread.
     stReceiveStatistics GetStatistics() const;
 
-    // Fills the empty ones among the first nTotal entries of the table from the ring, newest first. True when all are filled;
-    // false at once for a total outside 1 to 5.
+    // Fills the empty ones among the first nTotal entries of the table with copies from the ring, newest first; they last until the
+    // next call. True when all are filled; false at once for a total outside 1 to 5.
     bool LocatePacketsOfMessage(const UDP_PACKET** ppTable, long lMessageId, int nTotal);
 
     // Any thread: queues a change to be sent to every remote address. The value is a float for rotaries and faders, a string for
@@ -82,10 +85,32 @@ protected:
         int nSecond;
     };
 
-    // As ValidatePacketSequence, of a sender; a complete message of another type than nWantedType is checked and reported, but not
-    // copied.
-    int Reassemble(const char* pData, long lLength, unsigned char** ppBuffer, int& nBufferSize, int nWantedType,
-                   const RySocketIO::CIPString& sender);
+    // A message that was joined, and where to: into pBuffer, which has nSize bytes, or wherever it lies whole, until a message is
+    // joined for the same view again.
+    struct stJoining
+    {
+        unsigned char* pBuffer;
+        int nSize;       // afterwards the message's
+        int nWantedType; // a complete message of another type is checked and reported, but not joined
+        int nView;       // enIntoBuffer: no other place than pBuffer will do
+        const unsigned char* pMessage;
+        std::uint32_t unMessageId;
+    };
+
+    enum : int
+    {
+        enAnyType = -1,
+        enIntoBuffer = -1
+    };
+
+    // As ValidatePacketSequence, of a sender. What lies in the room for the next datagram has its header's bytes changed.
+    int Reassemble(const char* pData, long lLength, stJoining& joining, const RySocketIO::CIPString& sender);
+
+    // Where the next datagram is to be received, so that it need not be moved: c_nMaxDatagram bytes.
+    char* DatagramRoom();
+
+    // What the view had been given is not looked at any more.
+    void ReleaseView(int nView);
     void CountDatagram(long lLength);
     int Reject(enReceiveCounter enReason);
 
@@ -96,33 +121,12 @@ protected:
     CReceiveCounters m_Counters;
 
 private:
-    enum : int
-    {
-        enAnyType = -1,
-        enFreeSlot = -1
-    };
-
-    // What all fragments of a message share beside its id.
-    struct stOrigin
-    {
-        std::int32_t nType;
-        std::uint32_t unTotal;
-        const RySocketIO::CIPString& sender;
-    };
-
     template <typename T>
     bool QueueRecord(const stPPCAddress& address, const T& value);
     bool Enqueue(std::unique_ptr<CRawPPCMsg[]> pMessage);
+    LOGICALCONTROLS_INTERNAL bool Join(stKeptFragment* const* ppTable, int nTotal, stKeptFragment& inHand, stJoining& joining);
 
-    bool IsOf(int nSlot, const stOrigin& origin) const;
-    bool Locate(const UDP_PACKET** ppTable, std::uint32_t unMessageId, int nTotal, const stOrigin* pOrigin) const;
-    bool JoinFragments(const UDP_PACKET* const* ppTable, int nTotal, unsigned char* pBuffer, int& nBufferSize, bool bCopy);
-    void StoreFragment(const char* pData, long lLength, const RySocketIO::CIPString& sender);
-    void CountCompleting(const UDP_PACKET* const* ppTable, std::uint32_t unMessageId, const stOrigin& origin);
-
-    UDP_PACKET m_aRing[enRingSize];
-    RySocketIO::CIPString m_aSenders[enRingSize]; // of the fragments in the ring
-    int m_nReceivedPackets;                       // where the next fragment goes
-    bool m_abUnfinished[enRingSize];              // no message with this fragment has been whole
+    const std::unique_ptr<CFragmentRing> m_pRing;
+    std::unique_ptr<UDP_PACKET[]> m_pLocated; // what LocatePacketsOfMessage shows
     bool m_bStrictMatching;
 };

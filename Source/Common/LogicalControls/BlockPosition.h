@@ -2,7 +2,7 @@
 #pragma once
 
 #include "LogicalControls/ConsoleBitmapArray.h"
-#include "LogicalControls/ParameterArray.h"
+#include "LogicalControls/ParameterElements.h"
 
 #include <cstdint>
 
@@ -73,23 +73,6 @@ inline std::int64_t IndexAt(const CBMAContainer::stBlockRef& cursor, int nParam)
 {
     const std::int64_t nIndex = cursor.nBaseIndex + nParam;
     return cursor.pMemory != nullptr && nIndex >= 0 && nIndex < canParameterCounts[cursor.nMessageType] ? nIndex : -1;
-}
-
-// A block of bits that could not be had is null: it takes nothing and reads as 0.
-inline void WriteBit(void* pMemory, std::int64_t nIndex, bool bValue)
-{
-    if (pMemory == nullptr)
-    {
-        return;
-    }
-    const unsigned int unMask = 1u << (nIndex & 7);
-    unsigned char& ucByte = static_cast<unsigned char*>(pMemory)[nIndex >> 3];
-    ucByte = static_cast<unsigned char>(bValue ? ucByte | unMask : ucByte & ~unMask);
-}
-
-inline int ReadBit(const void* pMemory, std::int64_t nIndex)
-{
-    return pMemory != nullptr ? static_cast<const unsigned char*>(pMemory)[nIndex >> 3] >> (nIndex & 7) & 1 : 0;
 }
 
 // Calls visit with each run of records of one path, the cursor placed on it: one look-up a run.

@@ -26,9 +26,110 @@ namespace
 constexpr int c_nMicInputs = 144;
 constexpr int c_nMicInputPatch = 16; // the integer that holds a mic input's patching
 
+// Calls visit with the arrays of a message type, one of each family, when its values are of type T.
+template <class T, class Visitor, class... Families>
+void VisitArraysOf(tagenPPCMessageType enType, Visitor visit, Families&... families)
+{
+    if constexpr (std::is_same_v<T, float>)
+    {
+        enType == enRotary ? visit(families.rotaries...) : enType == enFader ? visit(families.faders...) : void();
+    }
+    else if constexpr (std::is_same_v<T, int>)
+    {
+        enType == enSwitch    ? visit(families.switches...)
+        : enType == enInteger ? visit(families.integers...)
+        : enType == enOther   ? visit(families.others...)
+                              : void();
+    }
+    else if constexpr (std::is_same_v<T, RyGConsoleString>)
+    {
+        enType == enString ? visit(families.strings...) : void();
+    }
+    else
+    {
+        enType == enMeter ? visit(families.meters...) : void();
+    }
+}
+
 } // namespace
 
 const int CBMAContainer::m_anScopeMasks[4] = {enStoreScope, enRecallScope, enGlobalScope, enSafeScope};
+
+// What most calls are, and then nothing else is called: a value for a parameter of the console, and no sender.
+template <class T>
+inline bool CBMAContainer::SetAtOnce(tagenPPCMessageType enType, tagenVirtualPathType enPathType, int nPath, int nParam,
+                                     const T& value, bool bLite, bool bSendOnly)
+{
+    bool bSet = false;
+    const auto set = [&](auto& values, auto& flags)
+    {
+        const int nIndex = IndexIn(values, enPathType, nPath, nParam);
+        if (nIndex >= 0 && values.Block() != nullptr)
+        {
+            StoreElement(values.Block(), nIndex, value, CompressionOf(values));
+            WriteBit(flags.Block(), nIndex, false);
+            bSet = true;
+        }
+    };
+    if (m_bWriteEnable && !m_bUseSimpleSender && !bLite && !bSendOnly)
+    {
+        VisitArraysOf<T>(enType, set, m_Values, m_aScopeFlags[enGlobalScope]);
+    }
+    return bSet;
+}
+
+template <class T>
+[[gnu::noinline]] void CBMAContainer::SetAndSend(tagenPPCMessageType enType, tagenVirtualPathType enPathType, int nPath, int nParam,
+                                                 T value, bool bLite, bool bSendOnly)
+{
+    // A write that the value array refuses must not touch the flag either.
+    const auto set = [&](auto& values, auto& flags)
+    {
+        if (bLite ? values.SetPPCLite(enPathType, nPath, nParam, value) : values.SetPPC(enPathType, nPath, nParam, value))
+        {
+            flags.SetPPC(enPathType, nPath, nParam, 0);
+        }
+    };
+    // Meters are stored whatever bSendOnly says, and never sent: that is meant.
+    constexpr bool c_bMeter = std::is_same_v<T, unsigned char>;
+    if (m_bWriteEnable && (!bSendOnly || c_bMeter))
+    {
+        VisitArraysOf<T>(enType, set, m_Values, m_aScopeFlags[enGlobalScope]);
+    }
+    if constexpr (!c_bMeter)
+    {
+        const auto send = [&](auto&)
+        {
+            // An integer goes out without the flag whatever bSendOnly says: that is meant.
+            m_pSimpleSender->SendPPCMessage<T>(enType, enPathType, nPath, nParam, value, bSendOnly && enType != enInteger);
+        };
+        if (m_bWriteEnable && m_bUseSimpleSender && m_pSimpleSender != nullptr)
+        {
+            VisitArraysOf<T>(enType, send, m_Values);
+        }
+    }
+}
+
+template <class Values, class T>
+inline void CBMAContainer::Load(const Values& values, tagenVirtualPathType enPathType, int nPath, int nParam, T& value)
+{
+    const int nIndex = IndexIn(values, enPathType, nPath, nParam);
+    if (nIndex >= 0 && values.Block() != nullptr)
+    {
+        LoadElement(values.Block(), nIndex, value, CompressionOf(values));
+    }
+    else
+    {
+        values.GetPPC(enPathType, nPath, nParam, value);
+    }
+}
+
+template <class T>
+inline void CBMAContainer::Get(tagenPPCMessageType enType, tagenVirtualPathType enPathType, int nPath, int nParam, T& value) const
+{
+    const auto get = [&](const auto& values) { Load(values, enPathType, nPath, nParam, value); };
+    VisitArraysOf<T>(enType, get, m_Values);
+}
 
 CBMAContainer::CBMAContainer() : m_bWriteEnable(true), m_bUseSimpleSender(false) {}
 
@@ -63,67 +164,36 @@ CBMAContainer::~CBMAContainer()
 void CBMAContainer::SetPPC(tagenPPCMessageType enType, tagenVirtualPathType enPathType, int nPath, int nParam, float fValue,
                            bool bLite, bool bSendOnly)
 {
-    if (!m_bWriteEnable || (enType != enRotary && enType != enFader))
+    if (!SetAtOnce(enType, enPathType, nPath, nParam, fValue, bLite, bSendOnly))
     {
-        return;
+        SetAndSend(enType, enPathType, nPath, nParam, fValue, bLite, bSendOnly);
     }
-    stParameterFlags& global = m_aScopeFlags[enGlobalScope];
-    if (!bSendOnly && enType == enRotary)
-    {
-        Store(m_Values.rotaries, global.rotaries, enPathType, nPath, nParam, fValue, bLite);
-    }
-    else if (!bSendOnly)
-    {
-        Store(m_Values.faders, global.faders, enPathType, nPath, nParam, fValue, bLite);
-    }
-    Send(enType, enPathType, nPath, nParam, fValue, bSendOnly);
 }
 
 void CBMAContainer::SetPPC(tagenPPCMessageType enType, tagenVirtualPathType enPathType, int nPath, int nParam, int nValue,
                            bool bLite, bool bSendOnly)
 {
-    if (!m_bWriteEnable || (enType != enSwitch && enType != enInteger && enType != enOther))
+    if (!SetAtOnce(enType, enPathType, nPath, nParam, nValue, bLite, bSendOnly))
     {
-        return;
+        SetAndSend(enType, enPathType, nPath, nParam, nValue, bLite, bSendOnly);
     }
-    stParameterFlags& global = m_aScopeFlags[enGlobalScope];
-    if (!bSendOnly && enType == enSwitch)
-    {
-        Store(m_Values.switches, global.switches, enPathType, nPath, nParam, nValue, bLite);
-    }
-    else if (!bSendOnly && enType == enInteger)
-    {
-        Store(m_Values.integers, global.integers, enPathType, nPath, nParam, nValue, bLite);
-    }
-    else if (!bSendOnly)
-    {
-        Store(m_Values.others, global.others, enPathType, nPath, nParam, nValue, bLite);
-    }
-    // An integer goes out without the flag whatever bSendOnly says: that is meant.
-    Send(enType, enPathType, nPath, nParam, nValue, bSendOnly && enType != enInteger);
 }
 
 void CBMAContainer::SetPPC(tagenPPCMessageType enType, tagenVirtualPathType enPathType, int nPath, int nParam,
                            RyGConsoleString& strValue, bool bLite, bool bSendOnly)
 {
-    if (!m_bWriteEnable || enType != enString)
+    if (!SetAtOnce(enType, enPathType, nPath, nParam, strValue, bLite, bSendOnly))
     {
-        return;
+        SetAndSend(enType, enPathType, nPath, nParam, strValue, bLite, bSendOnly);
     }
-    if (!bSendOnly)
-    {
-        Store(m_Values.strings, m_aScopeFlags[enGlobalScope].strings, enPathType, nPath, nParam, strValue, bLite);
-    }
-    Send(enType, enPathType, nPath, nParam, strValue, bSendOnly);
 }
 
-// Meters are stored whatever bSendOnly says, and never sent: that is meant.
 void CBMAContainer::SetPPC(tagenPPCMessageType enType, tagenVirtualPathType enPathType, int nPath, int nParam,
-                           unsigned char ucValue, bool bLite, bool)
+                           unsigned char ucValue, bool bLite, bool bSendOnly)
 {
-    if (m_bWriteEnable && enType == enMeter)
+    if (!SetAtOnce(enType, enPathType, nPath, nParam, ucValue, bLite, bSendOnly))
     {
-        Store(m_Values.meters, m_aScopeFlags[enGlobalScope].meters, enPathType, nPath, nParam, ucValue, bLite);
+        SetAndSend(enType, enPathType, nPath, nParam, ucValue, bLite, bSendOnly);
     }
 }
 
@@ -134,48 +204,24 @@ void CBMAContainer::SetPPC(tagenPPCMessageType, tagenVirtualPathType, int, int, 
 
 void CBMAContainer::GetPPC(tagenPPCMessageType enType, tagenVirtualPathType enPathType, int nPath, int nParam, float& fValue) const
 {
-    if (enType == enRotary)
-    {
-        m_Values.rotaries.GetPPC(enPathType, nPath, nParam, fValue);
-    }
-    else if (enType == enFader)
-    {
-        m_Values.faders.GetPPC(enPathType, nPath, nParam, fValue);
-    }
+    Get(enType, enPathType, nPath, nParam, fValue);
 }
 
 void CBMAContainer::GetPPC(tagenPPCMessageType enType, tagenVirtualPathType enPathType, int nPath, int nParam, int& nValue) const
 {
-    if (enType == enSwitch)
-    {
-        m_Values.switches.GetPPC(enPathType, nPath, nParam, nValue);
-    }
-    else if (enType == enInteger)
-    {
-        m_Values.integers.GetPPC(enPathType, nPath, nParam, nValue);
-    }
-    else if (enType == enOther)
-    {
-        m_Values.others.GetPPC(enPathType, nPath, nParam, nValue);
-    }
+    Get(enType, enPathType, nPath, nParam, nValue);
 }
 
 void CBMAContainer::GetPPC(tagenPPCMessageType enType, tagenVirtualPathType enPathType, int nPath, int nParam,
                            RyGConsoleString& strValue) const
 {
-    if (enType == enString)
-    {
-        m_Values.strings.GetPPC(enPathType, nPath, nParam, strValue);
-    }
+    Get(enType, enPathType, nPath, nParam, strValue);
 }
 
 void CBMAContainer::GetPPC(tagenPPCMessageType enType, tagenVirtualPathType enPathType, int nPath, int nParam,
                            unsigned char& ucValue) const
 {
-    if (enType == enMeter)
-    {
-        m_Values.meters.GetPPC(enPathType, nPath, nParam, ucValue);
-    }
+    Get(enType, enPathType, nPath, nParam, ucValue);
 }
 
 void CBMAContainer::GetPPC(tagenPPCMessageType, tagenVirtualPathType, int, int, double&) const
@@ -208,11 +254,11 @@ void CBMAContainer::GetPPCSI(tagenPPCMessageType enType, tagenVirtualPathType en
 {
     if (enType == enFader)
     {
-        m_FaderSI.GetPPC(enPathType, nPath, nParam, fValue);
+        Load(m_FaderSI, enPathType, nPath, nParam, fValue);
     }
     else if (enType == enRotary)
     {
-        m_RotarySI.GetPPC(enPathType, nPath, nParam, fValue);
+        Load(m_RotarySI, enPathType, nPath, nParam, fValue);
     }
 }
 
@@ -358,33 +404,5 @@ void CBMAContainer::DeInitSimplePPCSenderComms()
     {
         m_pSimpleSender->DeInitComms();
         m_pSimpleSender.reset();
-    }
-}
-
-// A write that the value array refuses must not touch the flag either.
-template <class Values, class Flags, class Value>
-void CBMAContainer::Store(Values& values, Flags& flags, tagenVirtualPathType enPathType, int nPath, int nParam, const Value& value,
-                          bool bLite)
-{
-    if (bLite)
-    {
-        if (values.SetPPCLite(enPathType, nPath, nParam, value))
-        {
-            flags.SetPPCLite(enPathType, nPath, nParam, 0);
-        }
-    }
-    else if (values.SetPPC(enPathType, nPath, nParam, value))
-    {
-        flags.SetPPC(enPathType, nPath, nParam, 0);
-    }
-}
-
-template <class Value>
-void CBMAContainer::Send(tagenPPCMessageType enType, tagenVirtualPathType enPathType, int nPath, int nParam, const Value& value,
-                         bool bFlag)
-{
-    if (m_bUseSimpleSender && m_pSimpleSender != nullptr)
-    {
-        m_pSimpleSender->SendPPCMessage<Value>(enType, enPathType, nPath, nParam, value, bFlag);
     }
 }

@@ -226,11 +226,16 @@ private:
         enCursorCount
     };
 
-    template <class Values, class Flags, class Value>
-    void Store(Values& values, Flags& flags, tagenVirtualPathType enPathType, int nPath, int nParam, const Value& value,
-               bool bLite);
-    template <class Value>
-    void Send(tagenPPCMessageType enType, tagenVirtualPathType enPathType, int nPath, int nParam, const Value& value, bool bFlag);
+    template <class T>
+    bool SetAtOnce(tagenPPCMessageType enType, tagenVirtualPathType enPathType, int nPath, int nParam, const T& value, bool bLite,
+                   bool bSendOnly);
+    template <class T>
+    LOGICALCONTROLS_INTERNAL void SetAndSend(tagenPPCMessageType enType, tagenVirtualPathType enPathType, int nPath, int nParam,
+                                             T value, bool bLite, bool bSendOnly);
+    template <class T>
+    void Get(tagenPPCMessageType enType, tagenVirtualPathType enPathType, int nPath, int nParam, T& value) const;
+    template <class Values, class T>
+    static void Load(const Values& values, tagenVirtualPathType enPathType, int nPath, int nParam, T& value);
     void SetScopeFlag(enScopes enScope, tagenPPCMessageType enType, tagenVirtualPathType enPathType, int nPath, int nParam,
                       int nValue);
     void GetScopeFlag(enScopes enScope, tagenPPCMessageType enType, tagenVirtualPathType enPathType, int nPath, int nParam,

@@ -8,32 +8,21 @@
 namespace
 {
 
-// A value array's element to and from a record's value: the bytes that the type has, and no others.
-template <typename T, tagenPPCMessageType N>
-void LoadValue(const CParameterArray<T, N, false>& values, std::int64_t nIndex, uPPCValue& value)
+// An element to and from a record's value: the bytes that the type has, and no others.
+template <typename T, tagenPPCMessageType N, bool compressed>
+void LoadValue(const CParameterArray<T, N, compressed>& values, std::int64_t nIndex, uPPCValue& value)
 {
-    const unsigned char* pBlock = static_cast<const unsigned char*>(values.GetMemoryPointer());
-    std::memcpy(value.acBytes, pBlock + static_cast<std::size_t>(nIndex) * sizeof(T), sizeof(T));
+    T loaded;
+    LoadElement(values.GetMemoryPointer(), nIndex, loaded, Int2Type<compressed>());
+    std::memcpy(value.acBytes, &loaded, sizeof loaded);
 }
 
-template <tagenPPCMessageType N>
-void LoadValue(const CParameterArray<int, N, true>& bits, std::int64_t nIndex, uPPCValue& value)
+template <typename T, tagenPPCMessageType N, bool compressed>
+void StoreValue(CParameterArray<T, N, compressed>& values, std::int64_t nIndex, const uPPCValue& value)
 {
-    const int nBit = ReadBit(bits.GetMemoryPointer(), nIndex);
-    std::memcpy(value.acBytes, &nBit, sizeof nBit);
-}
-
-template <typename T, tagenPPCMessageType N>
-void StoreValue(CParameterArray<T, N, false>& values, std::int64_t nIndex, const uPPCValue& value)
-{
-    unsigned char* pBlock = static_cast<unsigned char*>(values.GetMemoryPointer());
-    std::memcpy(pBlock + static_cast<std::size_t>(nIndex) * sizeof(T), value.acBytes, sizeof(T));
-}
-
-template <tagenPPCMessageType N>
-void StoreValue(CParameterArray<int, N, true>& bits, std::int64_t nIndex, const uPPCValue& value)
-{
-    WriteBit(bits.GetMemoryPointer(), nIndex, value.nValue != 0);
+    T stored;
+    std::memcpy(&stored, value.acBytes, sizeof stored);
+    StoreElement(values.GetMemoryPointer(), nIndex, stored, Int2Type<compressed>());
 }
 
 } // namespace

@@ -1,6 +1,8 @@
 #include "LogicalControls/ParameterArray.h"
 
+#include "LogicalControls/BlockKernels.h"
 #include "LogicalControls/MaskedMove.h"
+#include "LogicalControls/ParameterElements.h"
 #include "Runtime/Memory.h"
 
 #include <cstdio>
@@ -11,6 +13,7 @@ namespace
 
 // Check words, dumps and masks are read a little past a block's end: that much of the slack that GBMalloc adds is zeroed.
 constexpr long c_lZeroedSlack = 32;
+static_assert(c_lZeroedSlack >= long(c_unMaskReach), "a mask's slack is zeroed as far as it is read");
 
 unsigned char* AllocateZeroed(long lBytes)
 {
@@ -20,11 +23,6 @@ unsigned char* AllocateZeroed(long lBytes)
         std::memset(pBlock, 0, static_cast<std::size_t>(lBytes + c_lZeroedSlack));
     }
     return static_cast<unsigned char*>(pBlock);
-}
-
-bool IsPathType(tagenVirtualPathType enPathType)
-{
-    return enPathType >= 0 && enPathType < c_nPathTypes;
 }
 
 } // namespace
@@ -110,20 +108,13 @@ void CParameterArray<T, N, compressed>::InitialiseCompressedMemory()
 template <typename T, tagenPPCMessageType N, bool compressed>
 bool CParameterArray<T, N, compressed>::SetPPC(tagenVirtualPathType enPathType, int nPath, int nParam, T value)
 {
-    if constexpr (compressed)
+    const int nIndex = ParameterIndex<N>(enPathType, nPath, nParam);
+    if (nIndex < 0 || (compressed && Block() == nullptr))
     {
-        return SetBit(FlatIndex(enPathType, nPath, nParam), value != 0);
+        return SetLoosely(enPathType, nPath, nParam, value);
     }
-    else
-    {
-        const std::int64_t nIndex = FlatIndex(enPathType, nPath, nParam);
-        if (!Accept("SetPPC", enPathType, nPath, nParam, nIndex >= 0))
-        {
-            return false;
-        }
-        m_pTyped[nIndex] = value;
-        return true;
-    }
+    StoreElement(Block(), nIndex, value, Int2Type<compressed>());
+    return true;
 }
 
 template <typename T, tagenPPCMessageType N, bool compressed>
@@ -143,25 +134,13 @@ bool CParameterArray<T, N, compressed>::SetPPCLite(tagenVirtualPathType enPathTy
 template <typename T, tagenPPCMessageType N, bool compressed>
 bool CParameterArray<T, N, compressed>::GetPPC(tagenVirtualPathType enPathType, int nPath, int nParam, T& value) const
 {
-    const std::int64_t nIndex = FlatIndex(enPathType, nPath, nParam);
-    if constexpr (compressed)
+    const int nIndex = ParameterIndex<N>(enPathType, nPath, nParam);
+    if (nIndex < 0 || (compressed && Block() == nullptr))
     {
-        if (nIndex < 0 || m_pBits == nullptr)
-        {
-            return false;
-        }
-        value = (m_pBits[nIndex >> 3] >> (nIndex & 7)) & 1;
-        return true;
+        return GetLoosely(enPathType, nPath, nParam, value);
     }
-    else
-    {
-        if (!Accept("GetPPC", enPathType, nPath, nParam, nIndex >= 0))
-        {
-            return false;
-        }
-        value = m_pTyped[nIndex];
-        return true;
-    }
+    LoadElement(Block(), nIndex, value, Int2Type<compressed>());
+    return true;
 }
 
 template <typename T, tagenPPCMessageType N, bool compressed>
@@ -199,13 +178,13 @@ void CParameterArray<T, N, compressed>::GetPPCBitBase(tagenVirtualPathType enPat
 template <typename T, tagenPPCMessageType N, bool compressed>
 void* CParameterArray<T, N, compressed>::GetMemoryPointer()
 {
-    return compressed ? m_pBits : m_pValues;
+    return Block();
 }
 
 template <typename T, tagenPPCMessageType N, bool compressed>
 const void* CParameterArray<T, N, compressed>::GetMemoryPointer() const
 {
-    return compressed ? m_pBits : m_pValues;
+    return Block();
 }
 
 template <typename T, tagenPPCMessageType N, bool compressed>
@@ -223,22 +202,27 @@ void CParameterArray<T, N, compressed>::SetXorVal(unsigned long unXorVal)
 template <typename T, tagenPPCMessageType N, bool compressed>
 void CParameterArray<T, N, compressed>::Import(const CParameterArray& source, const tMask& maskA, const tMask& maskB)
 {
-    const unsigned char* pMaskA = static_cast<const unsigned char*>(maskA.GetMemoryPointer());
-    const unsigned char* pMaskB = static_cast<const unsigned char*>(maskB.GetMemoryPointer());
-    if (&source == this || pMaskA == nullptr || pMaskB == nullptr)
+    const unsigned char* const pMaskA = static_cast<const unsigned char*>(maskA.GetMemoryPointer());
+    const unsigned char* const pMaskB = static_cast<const unsigned char*>(maskB.GetMemoryPointer());
+    if (&source == this || Block() == nullptr || source.Block() == nullptr || pMaskA == nullptr || pMaskB == nullptr)
     {
         return;
     }
     if constexpr (compressed)
     {
-        if (m_pBits != nullptr && source.m_pBits != nullptr)
-        {
-            MergeMaskedBits(m_pBits, source.m_pBits, pMaskA, pMaskB, (m_nElements + 7) / 8);
-        }
+        BlockKernels().MergeBits(Block(), source.Block(), pMaskA, pMaskB, (m_nElements + 7) / 8);
+    }
+    else if constexpr (sizeof(T) == 4)
+    {
+        BlockKernels().MoveWords(Block(), source.Block(), pMaskA, pMaskB, m_nElements);
+    }
+    else if constexpr (sizeof(T) == sizeof(RyGConsoleString))
+    {
+        BlockKernels().MoveStrings(Block(), source.Block(), pMaskA, pMaskB, m_nElements);
     }
     else
     {
-        MoveMaskedElements<sizeof(T)>(m_pValues, source.m_pValues, pMaskA, pMaskB, m_nElements);
+        MoveMaskedElements<sizeof(T)>(Block(), source.Block(), pMaskA, pMaskB, m_nElements);
     }
 }
 
@@ -317,16 +301,30 @@ bool CParameterArray<T, N, compressed>::Accept(const char* szOperation, tagenVir
     return false;
 }
 
+// Addresses that name no parameter: some are a neighbour's all the same.
 template <typename T, tagenPPCMessageType N, bool compressed>
-bool CParameterArray<T, N, compressed>::SetBit(std::int64_t nIndex, bool bValue)
+bool CParameterArray<T, N, compressed>::SetLoosely(tagenVirtualPathType enPathType, int nPath, int nParam, const T& value)
 {
-    if (nIndex < 0 || m_pBits == nullptr)
+    const std::int64_t nIndex = FlatIndex(enPathType, nPath, nParam);
+    const bool bThere = nIndex >= 0 && Block() != nullptr;
+    if (!(compressed ? bThere : Accept("SetPPC", enPathType, nPath, nParam, bThere)))
     {
         return false;
     }
-    const unsigned char ucMask = static_cast<unsigned char>(1 << (nIndex & 7));
-    unsigned char& ucByte = m_pBits[nIndex >> 3];
-    ucByte = static_cast<unsigned char>(bValue ? ucByte | ucMask : ucByte & ~ucMask);
+    StoreElement(Block(), nIndex, value, Int2Type<compressed>());
+    return true;
+}
+
+template <typename T, tagenPPCMessageType N, bool compressed>
+bool CParameterArray<T, N, compressed>::GetLoosely(tagenVirtualPathType enPathType, int nPath, int nParam, T& value) const
+{
+    const std::int64_t nIndex = FlatIndex(enPathType, nPath, nParam);
+    const bool bThere = nIndex >= 0 && Block() != nullptr;
+    if (!(compressed ? bThere : Accept("GetPPC", enPathType, nPath, nParam, bThere)))
+    {
+        return false;
+    }
+    LoadElement(Block(), nIndex, value, Int2Type<compressed>());
     return true;
 }
 

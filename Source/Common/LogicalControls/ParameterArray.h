@@ -84,11 +84,16 @@ public:
     bool RangeCheck(tagenVirtualPathType enPathType, int nPath, int nParam) const;
 
 private:
-    friend class CBMAContainer; // publishes the check word
+    friend class CBMAContainer; // publishes the check word, and reaches elements by their numbers
 
-    std::int64_t FlatIndex(tagenVirtualPathType enPathType, int nPath, int nParam) const;
-    bool Accept(const char* szOperation, tagenVirtualPathType enPathType, int nPath, int nParam, bool bInside) const;
-    bool SetBit(std::int64_t nIndex, bool bValue);
+    LOGICALCONTROLS_INTERNAL std::int64_t FlatIndex(tagenVirtualPathType enPathType, int nPath, int nParam) const;
+    LOGICALCONTROLS_INTERNAL bool Accept(const char* szOperation, tagenVirtualPathType enPathType, int nPath, int nParam,
+                                         bool bInside) const;
+    LOGICALCONTROLS_INTERNAL bool SetLoosely(tagenVirtualPathType enPathType, int nPath, int nParam, const T& value);
+    LOGICALCONTROLS_INTERNAL bool GetLoosely(tagenVirtualPathType enPathType, int nPath, int nParam, T& value) const;
+
+    // The block, however it is held.
+    LOGICALCONTROLS_INTERNAL unsigned char* Block() const { return compressed ? m_pBits : m_pValues; }
 
     CMaxPathParameterArray m_Limits;
     int m_anMaxParams[c_nPathTypes]; // of message type N

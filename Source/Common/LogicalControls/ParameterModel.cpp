@@ -1,45 +1,20 @@
 #include "LogicalControls/ParameterModel.h"
 
+#include "LogicalControls/ParameterLayout.h"
+
 #include <algorithm>
 #include <iterator>
 
 namespace
 {
 
-struct stGroup
-{
-    const char* szName;
-    int nPaths;
-    int anParams[c_nMessageTypes];
-};
-
-constexpr stGroup caGroups[] = {
-#define LC_PARAMETER_GROUP(group, paths, strings, rotaries, switches, integers, faders, others, meters)                            \
-    {#group, paths, {strings, rotaries, switches, integers, faders, others, meters}},
-#include "LogicalControls/ParameterGroups.def"
-#undef LC_PARAMETER_GROUP
-};
-
-static_assert(sizeof(caGroups) / sizeof(caGroups[0]) == c_nPathTypes, "a row a path type");
-static_assert(enAuk == c_nPathTypes - 1, "the enumerators follow the rows");
-
-constexpr int ParameterCount(int nType)
-{
-    int nCount = 0;
-    for (const stGroup& group : caGroups)
-    {
-        nCount += group.nPaths * group.anParams[nType];
-    }
-    return nCount;
-}
-
-static_assert(ParameterCount(enString) == 3151, "strings of the console");
-static_assert(ParameterCount(enRotary) == 65300, "rotaries of the console");
-static_assert(ParameterCount(enSwitch) == 138696, "switches of the console");
-static_assert(ParameterCount(enInteger) == 14856, "integers of the console");
-static_assert(ParameterCount(enFader) == 2765, "faders of the console");
-static_assert(ParameterCount(enOther) == 673, "others of the console");
-static_assert(ParameterCount(enMeter) == 15898, "meters of the console");
+static_assert(c_Layout<enString>.nElements == 3151, "strings of the console");
+static_assert(c_Layout<enRotary>.nElements == 65300, "rotaries of the console");
+static_assert(c_Layout<enSwitch>.nElements == 138696, "switches of the console");
+static_assert(c_Layout<enInteger>.nElements == 14856, "integers of the console");
+static_assert(c_Layout<enFader>.nElements == 2765, "faders of the console");
+static_assert(c_Layout<enOther>.nElements == 673, "others of the console");
+static_assert(c_Layout<enMeter>.nElements == 15898, "meters of the console");
 static_assert(3151 + 65300 + 138696 + 14856 + 2765 + 673 + 15898 == c_nParameters, "all parameters of the console");
 
 // A row a common type, a column a path type. The path types from LineIOModule on have none.
@@ -51,16 +26,6 @@ constexpr int canCommonParams[][c_nPathTypes] = {
 };
 
 static_assert(sizeof(canCommonParams) / sizeof(canCommonParams[0]) == c_nCommonParamTypes, "a row a common type");
-
-bool IsPathType(int nPathType)
-{
-    return nPathType >= 0 && nPathType < c_nPathTypes;
-}
-
-bool IsMessageType(int nType)
-{
-    return nType >= 0 && nType < c_nMessageTypes;
-}
 
 } // namespace
 
@@ -86,8 +51,8 @@ const char* const caParameterGroupNames[c_nPathTypes] = {
 const char* const caMessageTypeNames[c_nMessageTypes] = {"String", "Rotary", "Switch", "Integer", "Fader", "Other", "Meter"};
 
 const int canParameterCounts[c_nMessageTypes] = {
-    ParameterCount(enString), ParameterCount(enRotary), ParameterCount(enSwitch), ParameterCount(enInteger),
-    ParameterCount(enFader),  ParameterCount(enOther),  ParameterCount(enMeter),
+    c_Layout<enString>.nElements, c_Layout<enRotary>.nElements, c_Layout<enSwitch>.nElements, c_Layout<enInteger>.nElements,
+    c_Layout<enFader>.nElements,  c_Layout<enOther>.nElements,  c_Layout<enMeter>.nElements,
 };
 
 #define LC_COMMON_PARAM_TYPE(row, type, ...) canCommonParams[row],

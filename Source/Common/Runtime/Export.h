@@ -2,3 +2,6 @@
 #pragma once
 
 #define LOGICALCONTROLS_EXPORT __attribute__((visibility("default")))
+
+// A member of an exported class that only the library calls, and so without a detour.
+#define LOGICALCONTROLS_INTERNAL __attribute__((visibility("hidden")))

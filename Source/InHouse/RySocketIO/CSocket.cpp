@@ -115,7 +115,7 @@ private:
     bool Configure(unsigned int unPort, const char* szLocalAddress, const char* szInterfaceAddress);
     void Run();
     bool ReceiveOne();
-    void Deliver(long lLength, const sockaddr_in& sender);
+    void Deliver(char* pData, long lLength, const sockaddr_in& sender);
     void CountKernelDrops(msghdr& message);
 
     CSocket& m_Owner;
@@ -253,14 +253,19 @@ void CSocket::CReceiver::Run()
 // False when the system refused in a way that may repeat at once.
 bool CSocket::CReceiver::ReceiveOne()
 {
+    // What is longer than the room goes on in the own memory, at the place that it has in a whole datagram.
+    long lRoom = 0;
+    char* pRoom = nullptr;
+    CallOverride("CSocket", [&] { pRoom = m_Owner.ReceiveRoom(lRoom); });
+    const std::size_t unRoom = pRoom != nullptr ? static_cast<std::size_t>(std::clamp(lRoom, 0L, long(sizeof m_acDatagram))) : 0;
     sockaddr_in sender = {};
-    iovec vector = {m_acDatagram, sizeof m_acDatagram};
+    iovec aVectors[] = {{pRoom, unRoom}, {m_acDatagram + unRoom, sizeof m_acDatagram - unRoom}};
     alignas(cmsghdr) char acControl[CMSG_SPACE(sizeof(std::uint32_t))];
     msghdr message = {};
     message.msg_name = &sender;
     message.msg_namelen = sizeof sender;
-    message.msg_iov = &vector;
-    message.msg_iovlen = 1;
+    message.msg_iov = aVectors;
+    message.msg_iovlen = 2;
     message.msg_control = acControl;
     message.msg_controllen = sizeof acControl;
     const ssize_t nLength = recvmsg(m_nSocket, &message, 0);
@@ -277,15 +282,20 @@ bool CSocket::CReceiver::ReceiveOne()
     }
     ++m_unDatagrams;
     m_unBytes += static_cast<std::uint32_t>(nLength);
-    Deliver(nLength, sender);
+    const bool bInRoom = static_cast<std::size_t>(nLength) <= unRoom;
+    if (!bInRoom && unRoom > 0)
+    {
+        std::memcpy(m_acDatagram, pRoom, unRoom);
+    }
+    Deliver(bInRoom ? pRoom : m_acDatagram, nLength, sender);
     return true;
 }
 
-void CSocket::CReceiver::Deliver(long lLength, const sockaddr_in& sender)
+void CSocket::CReceiver::Deliver(char* pData, long lLength, const sockaddr_in& sender)
 {
     if (!m_bUseSenderInfo)
     {
-        CallOverride("CSocket", [=] { m_Owner.OnReceivedData(m_acDatagram, lLength); });
+        CallOverride("CSocket", [=] { m_Owner.OnReceivedData(pData, lLength); });
         return;
     }
     if (sender.sin_addr.s_addr != m_LastSender.s_addr)
@@ -295,7 +305,7 @@ void CSocket::CReceiver::Deliver(long lLength, const sockaddr_in& sender)
         m_LastSender = sender.sin_addr;
         m_LastSenderText = CIPString(acText);
     }
-    CallOverride("CSocket", [=] { m_Owner.OnReceivedData(m_acDatagram, lLength, m_LastSenderText); });
+    CallOverride("CSocket", [=] { m_Owner.OnReceivedData(pData, lLength, m_LastSenderText); });
 }
 
 void CSocket::CReceiver::CountKernelDrops(msghdr& message)
@@ -353,6 +363,11 @@ int CSocket::GetReceiveBufferSize() const
 stSocketStatistics CSocket::GetSocketStatistics() const
 {
     return m_pReceiver->Statistics();
+}
+
+char* CSocket::ReceiveRoom(long&)
+{
+    return nullptr;
 }
 
 void CSocket::OnReceivedData(char*, long) {}

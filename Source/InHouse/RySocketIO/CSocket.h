@@ -6,6 +6,9 @@
 #include <cstdint>
 #include <memory>
 
+// This library's sockets ask where to put what they receive.
+#define RYSOCKETIO_RECEIVE_ROOM
+
 namespace RySocketIO
 {
 
@@ -63,6 +66,10 @@ public:
 
     // Any thread. The kernel's losses are known when the next datagram comes.
     stSocketStatistics GetSocketStatistics() const;
+
+    // Called on the receive thread before it waits for a datagram: where that is to be put, and how long it may be; null, as here,
+    // for memory of the socket's own, which a longer one goes to as well. The answer holds until the next call.
+    virtual char* ReceiveRoom(long& lSize);
 
     // Called on the receive thread. The data is valid for the length of the call. What an override throws is logged and ends with
     // that call.

@@ -1,0 +1,244 @@
+// Runs the cases and prints the table.
+//   bench [--quick] [--benchmark_filter=REGEX] [any other option of Google Benchmark]
+#include "Bench.h"
+
+#include <benchmark/benchmark.h>
+
+#include <algorithm>
+#include <chrono>
+#include <cmath>
+#include <cstdio>
+#include <cstring>
+#include <map>
+
+namespace
+{
+
+typedef std::chrono::steady_clock tClock;
+typedef std::function<stRound(double)> tRounds;
+
+// How long each side of a round lasts at least, in seconds, and how many rounds make a case.
+struct stEffort
+{
+    double dSide;
+    int nRounds;
+    double dShare; // of a measured case's full round
+};
+
+constexpr stEffort c_FullEffort = {0.004, 61, 1.0};
+constexpr stEffort c_QuickEffort = {0.0008, 15, 0.1};
+
+stEffort g_Effort = c_FullEffort;
+
+struct stEntry
+{
+    stCase entry;
+    std::function<tRounds()> make;
+};
+
+std::map<std::string, stEntry>& Entries()
+{
+    static std::map<std::string, stEntry> s_Entries;
+    return s_Entries;
+}
+
+double SecondsOf(const std::function<void()>& work, int nRepeats)
+{
+    const tClock::time_point start = tClock::now();
+    for (int nRepeat = 0; nRepeat < nRepeats; ++nRepeat)
+    {
+        work();
+    }
+    return std::chrono::duration<double>(tClock::now() - start).count();
+}
+
+int RepeatsFor(const std::function<void()>& work)
+{
+    for (int nRepeats = 1;; nRepeats *= 2)
+    {
+        const double dSeconds = SecondsOf(work, nRepeats);
+        if (dSeconds >= g_Effort.dSide / 4)
+        {
+            return std::max(1, static_cast<int>(std::ceil(nRepeats * g_Effort.dSide / dSeconds)));
+        }
+    }
+}
+
+// The sides take turns, and which of them begins alternates.
+tRounds InTurns(const stSides& sides)
+{
+    const int nOurs = RepeatsFor(sides.ours);
+    const int nLimit = RepeatsFor(sides.limit);
+    bool bOursFirst = false;
+    return [=](double) mutable
+    {
+        bOursFirst = !bOursFirst;
+        stRound round = {};
+        for (const bool bOurs : {bOursFirst, !bOursFirst})
+        {
+            double& dTime = bOurs ? round.dOurs : round.dLimit;
+            dTime = SecondsOf(bOurs ? sides.ours : sides.limit, bOurs ? nOurs : nLimit);
+            dTime /= double(sides.nOperations) * (bOurs ? nOurs : nLimit);
+        }
+        return round;
+    };
+}
+
+double RatioOf(enRatios enRatio, const stRound& round)
+{
+    return enRatio == enCost ? round.dOurs / round.dLimit : round.dLimit / round.dOurs;
+}
+
+void Run(benchmark::State& state, const stEntry& entry)
+{
+    try
+    {
+        const tRounds rounds = entry.make();
+        std::vector<double> ours;
+        std::vector<double> limits;
+        std::vector<double> ratios;
+        for (auto _ : state)
+        {
+            const stRound round = rounds(g_Effort.dShare);
+            state.SetIterationTime(round.dOurs);
+            ours.push_back(round.dOurs);
+            limits.push_back(round.dLimit);
+            ratios.push_back(RatioOf(entry.entry.enRatio, round));
+        }
+        state.counters["ours"] = Median(ours);
+        state.counters["limit"] = Median(limits);
+        state.counters["ratio"] = Median(ratios);
+    }
+    catch (const std::string& strReason)
+    {
+        state.SkipWithError(strReason.c_str());
+    }
+}
+
+std::string Time(double dSeconds)
+{
+    static const struct
+    {
+        double dUnit;
+        const char* szUnit;
+    } s_aUnits[] = {{1e-9, "ns"}, {1e-6, "us"}, {1e-3, "ms"}, {1, "s"}};
+    const auto* pUnit = s_aUnits;
+    while (pUnit != std::end(s_aUnits) - 1 && dSeconds >= 1000 * pUnit->dUnit)
+    {
+        ++pUnit;
+    }
+    char acText[32];
+    std::snprintf(acText, sizeof acText, "%.3g %s", dSeconds / pUnit->dUnit, pUnit->szUnit);
+    return acText;
+}
+
+std::string Goal(double dGoal)
+{
+    char acText[32];
+    std::snprintf(acText, sizeof acText, "%.4g", dGoal);
+    return dGoal != 0 ? acText : "-";
+}
+
+class CTable : public benchmark::BenchmarkReporter
+{
+public:
+    bool ReportContext(const Context&) override
+    {
+        std::printf("%-46s %-40s %8s %8s %7s %6s %8s  met\n", "what", "limit", "ours", "limit", "ratio", "good", "extreme");
+        return true;
+    }
+
+    void ReportRuns(const std::vector<Run>& runs) override
+    {
+        for (const Run& run : runs)
+        {
+            Print(Entries().at(run.run_name.function_name).entry, run);
+        }
+    }
+
+    void Finalize() override
+    {
+        std::printf("\nours, limit: medians, an operation; ratio: the median of the rounds' ratios, a gain with an x. Extreme met: "
+                    "%d of %d, "
+                    "good missed: %d, skipped: %d.\n",
+                    m_nExtreme, m_nGoals, m_nMissed, m_nSkipped);
+    }
+
+private:
+    void Print(const stCase& entry, const Run& run)
+    {
+        if (run.error_occurred)
+        {
+            std::printf("%-46s skipped: %s\n", entry.strName.c_str(), run.error_message.c_str());
+            ++m_nSkipped;
+            return;
+        }
+        const double dRatio = run.counters.at("ratio");
+        const auto meets = [&](double dGoal)
+        { return dGoal != 0 && (entry.enRatio == enCost ? dRatio <= dGoal : dRatio >= dGoal); };
+        const bool bGoal = entry.dGood != 0 || entry.dExtreme != 0;
+        const char* const szMet = !bGoal ? "" : meets(entry.dExtreme) ? "extreme" : meets(entry.dGood) ? "good" : "MISSED";
+        std::printf("%-46s %-40s %8s %8s %6.3g%s %6s %8s  %s\n", entry.strName.c_str(), entry.szLimit,
+                    Time(run.counters.at("ours")).c_str(), Time(run.counters.at("limit")).c_str(), dRatio,
+                    entry.enRatio == enGain ? "x" : " ", Goal(entry.dGood).c_str(), Goal(entry.dExtreme).c_str(), szMet);
+        std::fflush(stdout);
+        m_nGoals += bGoal ? 1 : 0;
+        m_nExtreme += bGoal && meets(entry.dExtreme) ? 1 : 0;
+        m_nMissed += bGoal && entry.dGood != 0 && !meets(entry.dExtreme) && !meets(entry.dGood) ? 1 : 0;
+    }
+
+    int m_nGoals = 0;
+    int m_nExtreme = 0;
+    int m_nMissed = 0;
+    int m_nSkipped = 0;
+};
+
+} // namespace
+
+double Quantile(std::vector<double> numbers, double dShare)
+{
+    const auto middle = numbers.begin() + static_cast<std::ptrdiff_t>(dShare * static_cast<double>(numbers.size() - 1));
+    std::nth_element(numbers.begin(), middle, numbers.end());
+    return *middle;
+}
+
+double Median(std::vector<double> numbers)
+{
+    return Quantile(std::move(numbers), 0.5);
+}
+
+void AddMeasuredCase(const stCase& entry, std::function<tRounds()> make)
+{
+    const stEntry& added = Entries()[entry.strName] = {entry, std::move(make)};
+    benchmark::RegisterBenchmark(entry.strName.c_str(), [&added](benchmark::State& state) { Run(state, added); })
+        ->UseManualTime()
+        ->Iterations(g_Effort.nRounds);
+}
+
+void AddCase(const stCase& entry, std::function<stSides()> make)
+{
+    AddMeasuredCase(entry, [make = std::move(make)] { return InTurns(make()); });
+}
+
+int main(int nArguments, char** ppArguments)
+{
+    char** const ppEnd = std::remove_if(ppArguments + 1, ppArguments + nArguments,
+                                        [](const char* szArgument)
+                                        {
+                                            const bool bQuick = std::strcmp(szArgument, "--quick") == 0;
+                                            g_Effort = bQuick ? c_QuickEffort : g_Effort;
+                                            return bQuick;
+                                        });
+    nArguments = static_cast<int>(ppEnd - ppArguments);
+    benchmark::Initialize(&nArguments, ppArguments);
+    if (benchmark::ReportUnrecognizedArguments(nArguments, ppArguments))
+    {
+        return 2;
+    }
+    AddMemoryCases();
+    AddParameterCases();
+    CTable table;
+    benchmark::RunSpecifiedBenchmarks(&table);
+    benchmark::Shutdown();
+    return 0;
+}

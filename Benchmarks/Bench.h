@@ -1,0 +1,52 @@
+// A case of the benchmarks: our operation beside the limit that it chases, measured in turns.
+#pragma once
+
+#include <functional>
+#include <string>
+#include <vector>
+
+// How the two times make a ratio. A cost is ours / limit, and better when it is less; a gain is limit / ours, and better when it
+// is more.
+enum enRatios : int
+{
+    enCost,
+    enGain
+};
+
+// One line of the table. A goal of 0 is none. The name is that of the benchmark as well, so that a filter finds it.
+struct stCase
+{
+    std::string strName;
+    const char* szLimit;
+    enRatios enRatio;
+    double dGood;
+    double dExtreme;
+};
+
+// What is measured: each call does nOperations of the kind that the case is about, on data that the two share or that is alike.
+struct stSides
+{
+    std::function<void()> ours;
+    std::function<void()> limit;
+    int nOperations;
+};
+
+// Both sides of one round, in seconds an operation, measured by the case itself.
+struct stRound
+{
+    double dOurs;
+    double dLimit;
+};
+
+// Cases are made when they run, and what they hold is freed when they have run. A measured case's argument is how much of a full
+// round it is to do: 1, and less in a quick run. What it throws as a std::string is why it was skipped.
+void AddCase(const stCase& entry, std::function<stSides()> make);
+void AddMeasuredCase(const stCase& entry, std::function<std::function<stRound(double)>()> make);
+
+// The middle one of some numbers; those at a share of them, as 0.99.
+double Median(std::vector<double> numbers);
+double Quantile(std::vector<double> numbers, double dShare);
+
+// Each file of cases adds its own.
+void AddMemoryCases();
+void AddParameterCases();
