@@ -237,6 +237,7 @@ int main(int nArguments, char** ppArguments)
     }
     AddMemoryCases();
     AddParameterCases();
+    AddUpdateCases();
     CTable table;
     benchmark::RunSpecifiedBenchmarks(&table);
     benchmark::Shutdown();

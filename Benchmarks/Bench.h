@@ -50,3 +50,4 @@ double Quantile(std::vector<double> numbers, double dShare);
 // Each file of cases adds its own.
 void AddMemoryCases();
 void AddParameterCases();
+void AddUpdateCases();

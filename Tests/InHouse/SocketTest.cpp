@@ -126,6 +126,67 @@ TEST(Socket, AsksForFourMebibytes)
     EXPECT_EQ(socket.GetReceiveBufferSize(), socket.GetSocketStatistics().nReceiveBuffer);
 }
 
+// Says where it wants its datagrams, and where they came.
+class CRoomySocket : public CNotingSocket
+{
+public:
+    CRoomySocket(bool bRoom, long lRoom) : m_bRoom(bRoom), m_lRoom(lRoom), m_acRoom() {}
+    ~CRoomySocket() override { StopReceiving(); }
+
+    char* ReceiveRoom(long& lSize) override
+    {
+        lSize = m_lRoom;
+        if (m_lRoom == LONG_MIN)
+        {
+            throw std::string("no room");
+        }
+        return m_bRoom ? m_acRoom : nullptr;
+    }
+
+    using CNotingSocket::OnReceivedData;
+    void OnReceivedData(char* pData, long lLength) override
+    {
+        const char* const szWhere = pData == m_acRoom ? "room|" : pData != nullptr ? "own|" : "nowhere|";
+        m_Received.Note(szWhere + std::string(pData, static_cast<std::size_t>(lLength)));
+    }
+
+private:
+    const bool m_bRoom;
+    const long m_lRoom;
+    char m_acRoom[8];
+};
+
+TEST(Socket, ReceivesIntoTheRoomThatItIsGivenAndWhatIsLongerIntoItsOwn)
+{
+    CRoomySocket socket(true, 8);
+    ASSERT_TRUE(socket.Open());
+    const std::string strLong(65507, 'x');
+    for (const std::string& strText :
+         {std::string("short"), std::string("eight by"), std::string("nine byte"), strLong, std::string()})
+    {
+        ASSERT_TRUE(SendText(socket, socket, strText));
+    }
+    EXPECT_EQ((tTexts{"room|short", "room|eight by", "own|nine byte", "own|" + strLong, "room|"}), socket.m_Received.WaitFor(5));
+    EXPECT_EQ(0u, socket.GetSocketStatistics().unTruncated);
+}
+
+TEST(Socket, ReceivesIntoItsOwnMemoryWhenItIsGivenNone)
+{
+    const struct
+    {
+        bool bRoom;
+        long lRoom;
+    } cases[] = {{false, 8}, {false, LONG_MAX}, {true, 0}, {true, -1}, {true, LONG_MIN}};
+    for (const auto& c : cases)
+    {
+        CRoomySocket socket(c.bRoom, c.lRoom);
+        ASSERT_TRUE(socket.Open());
+        ASSERT_TRUE(SendText(socket, socket, "text"));
+        ASSERT_TRUE(SendText(socket, socket, ""));
+        EXPECT_EQ((tTexts{"own|text", "own|"}), socket.m_Received.WaitFor(2)) << c.bRoom << " " << c.lRoom;
+    }
+}
+
 TEST(Socket, AnUnopenedOneHasNothingAndCanDoNothing)
 {
     CNotingSocket socket;

@@ -106,7 +106,12 @@ private:
     void GoOnBehind(const stKeptFragment& fragment);
     void PutBack();
 
-    const std::unique_ptr<unsigned char[]> m_pSlots;
+    struct stFree
+    {
+        void operator()(unsigned char* pSlots) const;
+    };
+
+    const std::unique_ptr<unsigned char[], stFree> m_pSlots;
     unsigned char m_aucUsers[enSlots];
     stKeptFragment m_aKept[enKept];
     int m_nNext; // where in m_aKept the next one goes

@@ -59,15 +59,15 @@ typedef std::uint32_t tWideWord __attribute__((vector_size(64)));
 // The words up to a line of the cache go one by one, so that no wide store lies across two lines.
 [[gnu::always_inline]] inline void SwapWords(unsigned char* pTo, const unsigned char* pFrom, std::size_t unBytes)
 {
-    constexpr std::size_t c_unLine = 64;
-    std::size_t unOffset = 0;
-    for (; unOffset + 4 <= unBytes && reinterpret_cast<std::uintptr_t>(pTo + unOffset) % c_unLine != 0; unOffset += 4)
+    const std::size_t unWords = unBytes / 4;
+    const std::size_t unToLine = std::min(-reinterpret_cast<std::uintptr_t>(pTo) % 64 / 4, unWords);
+    for (std::size_t unWord = 0; unWord < unToLine; ++unWord)
     {
-        SwapWord(pTo + unOffset, pFrom + unOffset);
+        SwapWord(pTo + 4 * unWord, pFrom + 4 * unWord);
     }
-    for (; unOffset + 4 <= unBytes; unOffset += 4)
+    for (std::size_t unWord = unToLine; unWord < unWords; ++unWord)
     {
-        SwapWord(pTo + unOffset, pFrom + unOffset);
+        SwapWord(pTo + 4 * unWord, pFrom + 4 * unWord);
     }
 }
 

@@ -240,7 +240,15 @@ void CSocket::CReceiver::Run()
     {
         const int nReady = poll(aEntries, 2, c_nLongestPoll);
         m_unErrors += nReady < 0 && errno != EINTR ? 1 : 0;
-        const bool bFailed = nReady < 0 || (nReady > 0 && aEntries[0].revents != 0 && !ReceiveOne());
+        bool bFailed = nReady < 0;
+        if (nReady > 0 && aEntries[0].revents != 0)
+        {
+            bFailed = !ReceiveOne();
+            while (!bFailed && !stop.IsSet() && ReceiveOne())
+            {
+                // what else waits
+            }
+        }
         nFailures = bFailed ? nFailures + 1 : 0;
         if (nFailures > c_nFailuresAtOnce)
         {
@@ -282,8 +290,8 @@ bool CSocket::CReceiver::ReceiveOne()
     }
     ++m_unDatagrams;
     m_unBytes += static_cast<std::uint32_t>(nLength);
-    const bool bInRoom = static_cast<std::size_t>(nLength) <= unRoom;
-    if (!bInRoom && unRoom > 0)
+    const bool bInRoom = unRoom > 0 && static_cast<std::size_t>(nLength) <= unRoom;
+    if (unRoom > 0 && !bInRoom)
     {
         std::memcpy(m_acDatagram, pRoom, unRoom);
     }

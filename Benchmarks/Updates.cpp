@@ -1,0 +1,319 @@
+// Whole updates: joined in memory, decoded, applied, and over the loopback interface.
+#include "Bench.h"
+#include "Datagrams.h"
+
+#include "LogicalControls.h"
+
+#include <benchmark/benchmark.h>
+
+#include <sys/socket.h>
+
+#include <atomic>
+#include <chrono>
+#include <cstring>
+#include <memory>
+#include <random>
+#include <thread>
+
+namespace
+{
+
+typedef std::chrono::steady_clock tClock;
+typedef std::vector<unsigned char> tBytes;
+
+double SecondsSince(tClock::time_point start)
+{
+    return std::chrono::duration<double>(tClock::now() - start).count();
+}
+
+std::shared_ptr<CBMAContainer> RandomImage()
+{
+    const auto pImage = std::make_shared<CBMAContainer>();
+    std::mt19937 random(3);
+    for (int nType = 0; nType < c_nMessageTypes; ++nType)
+    {
+        void* pMemory = nullptr;
+        long lBytes = 0;
+        pImage->GetMessageMemory(static_cast<tagenPPCMessageType>(nType), pMemory, lBytes);
+        std::generate_n(static_cast<unsigned char*>(pMemory), lBytes, [&] { return static_cast<unsigned char>(random()); });
+    }
+    return pImage;
+}
+
+// A serialised update: a rotary one has 302,188 bytes, a surface one 106,449.
+tBytes Update(MCUpdateType enType)
+{
+    const auto pMessage = std::make_unique<CMCUpdateMsg>();
+    BuildMCUpdate(*RandomImage(), enType, *pMessage);
+    tBytes bytes(static_cast<std::size_t>(pMessage->GetTotalSize()));
+    unsigned char* pOut = bytes.data();
+    *pMessage >> &pOut;
+    return bytes;
+}
+
+std::function<void()> CopyOf(std::size_t unBytes)
+{
+    const auto pFrom = std::make_shared<tBytes>(unBytes, static_cast<unsigned char>(1));
+    const auto pTo = std::make_shared<tBytes>(unBytes, static_cast<unsigned char>(2));
+    return [=]
+    {
+        std::memcpy(pTo->data(), pFrom->data(), unBytes);
+        benchmark::ClobberMemory();
+    };
+}
+
+// A handler that is given its datagrams by hand.
+class CHandler : public CClientMsgHandler
+{
+public:
+    CHandler() : CClientMsgHandler(false), m_Sender("127.0.0.1") {}
+    ~CHandler() override { Shutdown(); }
+
+    // The seconds that the handler takes over an update whose datagrams lie in the room, or elsewhere.
+    double Take(const CFragments& fragments, bool bInRoom)
+    {
+        double dSeconds = 0;
+        for (int nFragment = 0; nFragment < fragments.Count(); ++nFragment)
+        {
+            char* pData = reinterpret_cast<char*>(const_cast<unsigned char*>(fragments.At(nFragment)));
+            const long lSize = static_cast<long>(fragments.Size(nFragment));
+            if (bInRoom)
+            {
+                long lRoom = 0;
+                char* const pRoom = ReceiveRoom(lRoom);
+                std::memcpy(pRoom, pData, fragments.Size(nFragment)); // the system's work
+                pData = pRoom;
+            }
+            const tClock::time_point start = tClock::now();
+            OnReceivedData(pData, lSize, m_Sender);
+            dSeconds += SecondsSince(start);
+        }
+        return dSeconds;
+    }
+
+private:
+    const RySocketIO::CIPString m_Sender;
+};
+
+// From a datagram that has come to a decoded update. What the system has put into the room needs no further copy.
+void AddJoinCase(const stCase& entry, bool bInRoom)
+{
+    AddMeasuredCase(entry,
+                    [=]
+                    {
+                        const auto pUpdate = std::make_shared<tBytes>(Update(enMCUpdateRotary));
+                        const auto pFragments = std::make_shared<CFragments>(pUpdate->data(), static_cast<long>(pUpdate->size()));
+                        const auto pHandler = std::make_shared<CHandler>();
+                        const auto pId = std::make_shared<std::uint32_t>(0);
+                        const std::function<void()> copy = CopyOf(pUpdate->size());
+                        return [=](double dShare)
+                        {
+                            stRound round = {};
+                            const int nUpdates = static_cast<int>(200 * dShare);
+                            for (int nUpdate = 0; nUpdate < nUpdates; ++nUpdate)
+                            {
+                                pFragments->SetId(++*pId);
+                                round.dOurs += pHandler->Take(*pFragments, bInRoom) / nUpdates;
+                            }
+                            const tClock::time_point start = tClock::now();
+                            std::for_each_n(pUpdate->begin(), nUpdates, [&](unsigned char) { copy(); });
+                            round.dLimit = SecondsSince(start) / nUpdates;
+                            return round;
+                        };
+                    });
+}
+
+// ---- Over the network
+
+// Says when an update is ready to be processed.
+class CReadyHandler : public CClientMsgHandler
+{
+public:
+    CReadyHandler() : CClientMsgHandler(false), m_unReady(0), m_pImage(nullptr) {}
+    ~CReadyHandler() override { Shutdown(); }
+
+    using CClientMsgHandler::OnReceivedData;
+    void OnReceivedData(char* pData, long lLength, const RySocketIO::CIPString& sender) override
+    {
+        CClientMsgHandler::OnReceivedData(pData, lLength, sender);
+        if (m_pImage == nullptr)
+        {
+            UpdateBMA(); // at once, on this thread
+        }
+    }
+
+    int ProcessMCUpdate(const CMCUpdateMsg& update) override
+    {
+        if (m_pImage != nullptr)
+        {
+            ApplyMCUpdate(update, *m_pImage);
+        }
+        m_ReadyAt = tClock::now();
+        ++m_unReady;
+        return 0;
+    }
+
+    std::atomic<std::uint32_t> m_unReady;
+    tClock::time_point m_ReadyAt;
+    CBMAContainer* m_pImage;
+};
+
+enum enPlainWays : int
+{
+    enTwoCopies, // into a buffer, into the fragment's slot, into the message
+    enNoCopy     // the payload where it belongs
+};
+
+// A thread that receives updates of five fragments as plainly as can be.
+class CPlainReceiver
+{
+public:
+    explicit CPlainReceiver(enPlainWays enWay)
+        : m_unReady(0), m_bStop(false), m_enWay(enWay), m_Message(5 * 65000), m_Slots(5 * 65000), m_Buffer(65536),
+          m_Thread([this] { Run(); })
+    {
+    }
+    ~CPlainReceiver()
+    {
+        m_bStop = true;
+        const sockaddr_in own = LoopbackAddress(m_Socket.Port());
+        sendto(m_Socket.Descriptor(), "", 1, 0, reinterpret_cast<const sockaddr*>(&own), sizeof own);
+        m_Thread.join();
+    }
+
+    unsigned int Port() const { return m_Socket.Port(); }
+
+    std::atomic<std::uint32_t> m_unReady;
+    tClock::time_point m_ReadyAt;
+
+private:
+    void Run()
+    {
+        int nFragments = 0;
+        while (!m_bStop)
+        {
+            unsigned char acHeader[20];
+            unsigned char* const pPlace = m_Message.data() + nFragments * 64980;
+            iovec aVectors[] = {{acHeader, sizeof acHeader}, {pPlace, 64980}};
+            iovec buffer = {m_Buffer.data(), m_Buffer.size()};
+            msghdr message = {};
+            message.msg_iov = m_enWay == enNoCopy ? aVectors : &buffer;
+            message.msg_iovlen = m_enWay == enNoCopy ? 2 : 1;
+            const ssize_t nBytes = recvmsg(m_Socket.Descriptor(), &message, 0);
+            if (nBytes <= 20)
+            {
+                continue;
+            }
+            const std::size_t unPayload = static_cast<std::size_t>(nBytes) - 20;
+            m_aunPayloads[nFragments] = unPayload;
+            if (m_enWay == enTwoCopies)
+            {
+                std::memcpy(m_Slots.data() + nFragments * 65000, m_Buffer.data(), unPayload + 20);
+            }
+            if (++nFragments == 5)
+            {
+                std::size_t unAt = 0;
+                for (int nFragment = 0; m_enWay == enTwoCopies && nFragment < 5; ++nFragment)
+                {
+                    std::memcpy(m_Message.data() + unAt, m_Slots.data() + nFragment * 65000 + 20, m_aunPayloads[nFragment]);
+                    unAt += m_aunPayloads[nFragment];
+                }
+                nFragments = 0;
+                m_ReadyAt = tClock::now();
+                ++m_unReady;
+            }
+        }
+    }
+
+    CPlainSocket m_Socket;
+    std::atomic<bool> m_bStop;
+    const enPlainWays m_enWay;
+    tBytes m_Message;
+    tBytes m_Slots;
+    tBytes m_Buffer;
+    std::size_t m_aunPayloads[5];
+    std::thread m_Thread;
+};
+
+// One way: from before the first send until it is ready, the receiver asleep. Negative when it did not come.
+template <class Receiver>
+double Latency(Receiver& receiver, const CFragments& fragments, int nSocket, const sockaddr_in& destination)
+{
+    std::this_thread::sleep_for(std::chrono::microseconds(300));
+    const std::uint32_t unBefore = receiver.m_unReady;
+    const tClock::time_point start = tClock::now();
+    fragments.SendTo(nSocket, destination);
+    while (receiver.m_unReady == unBefore)
+    {
+        if (SecondsSince(start) > 1)
+        {
+            return -1;
+        }
+        std::this_thread::yield();
+    }
+    return std::chrono::duration<double>(receiver.m_ReadyAt - start).count();
+}
+
+void AddLatencyCase(const stCase& entry, enPlainWays enWay, double dQuantile)
+{
+    AddMeasuredCase(
+        entry,
+        [=]
+        {
+            const auto pUpdate = std::make_shared<tBytes>(Update(enMCUpdateRotary));
+            const auto pFragments = std::make_shared<CFragments>(pUpdate->data(), static_cast<long>(pUpdate->size()));
+            const auto pHandler = std::make_shared<CReadyHandler>();
+            if (!pHandler->InitialiseClient(0, "127.0.0.1", nullptr, nullptr))
+            {
+                throw std::string("no socket can be had");
+            }
+            const auto pPlain = std::make_shared<CPlainReceiver>(enWay);
+            const auto pSender = std::make_shared<CPlainSocket>();
+            const auto pId = std::make_shared<std::uint32_t>(0);
+            return [=](double dShare)
+            {
+                std::vector<double> ours;
+                std::vector<double> limits;
+                for (int nProbe = 0; nProbe < 200 * dShare; ++nProbe)
+                {
+                    pFragments->SetId(++*pId);
+                    ours.push_back(
+                        Latency(*pHandler, *pFragments, pSender->Descriptor(), LoopbackAddress(pHandler->GetLocalPort())));
+                    limits.push_back(Latency(*pPlain, *pFragments, pSender->Descriptor(), LoopbackAddress(pPlain->Port())));
+                }
+                return stRound{Quantile(ours, dQuantile), Quantile(limits, dQuantile)};
+            };
+        });
+}
+
+} // namespace
+
+void AddUpdateCases()
+{
+    AddJoinCase({"fragments to a decoded update, in the room", "one memcpy of it", enCost, 2.5, 1.1}, true);
+    AddJoinCase({"fragments to a decoded update, elsewhere", "one memcpy of it", enCost, 0, 0}, false);
+    AddCase({"BuildMCUpdate, rotary", "memcpy of its blocks", enCost, 0, 1.15},
+            []
+            {
+                const auto pImage = RandomImage();
+                const auto pMessage = std::make_shared<CMCUpdateMsg>();
+                return stSides{[=] { BuildMCUpdate(*pImage, enMCUpdateRotary, *pMessage); }, CopyOf(302163), 1};
+            });
+    AddCase({"ApplyMCUpdate, rotary", "memcpy of its blocks", enCost, 0, 1.15},
+            []
+            {
+                const auto pUpdate = std::make_shared<tBytes>(Update(enMCUpdateRotary));
+                const auto pMessage = std::make_shared<CMCUpdateMsg>();
+                const auto pImage = RandomImage();
+                pMessage->SetShallowMode(true);
+                pMessage->Parse(pUpdate->data(), pUpdate->size());
+                return stSides{[=]
+                               {
+                                   benchmark::DoNotOptimize(pUpdate->data());
+                                   ApplyMCUpdate(*pMessage, *pImage);
+                               },
+                               CopyOf(302163), 1};
+            });
+    AddLatencyCase({"one way, 302,188 bytes, p50", "plain UDP, two copies", enCost, 1.15, 1.0}, enTwoCopies, 0.5);
+    AddLatencyCase({"one way, 302,188 bytes, p50, no copy", "plain UDP, no copy", enCost, 0, 1.1}, enNoCopy, 0.5);
+}
