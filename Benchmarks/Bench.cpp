@@ -1,8 +1,10 @@
 // Runs the cases and prints the table.
 //   bench [--quick] [--benchmark_filter=REGEX] [any other option of Google Benchmark]
+//   bench --count      under callgrind: each case that can be counted once, and a dump of what it took; prints operations and name
 #include "Bench.h"
 
 #include <benchmark/benchmark.h>
+#include <valgrind/callgrind.h>
 
 #include <algorithm>
 #include <chrono>
@@ -40,6 +42,28 @@ std::map<std::string, stEntry>& Entries()
 {
     static std::map<std::string, stEntry> s_Entries;
     return s_Entries;
+}
+
+// The cases of AddCase, to be counted; gains are comparisons with others.
+std::map<std::string, std::function<stSides()>>& Countable()
+{
+    static std::map<std::string, std::function<stSides()>> s_Countable;
+    return s_Countable;
+}
+
+// Twice before it counts, so that nothing is met for the first time.
+void Count()
+{
+    for (const auto& [strName, make] : Countable())
+    {
+        const stSides sides = make();
+        sides.ours();
+        sides.ours();
+        CALLGRIND_ZERO_STATS;
+        sides.ours();
+        CALLGRIND_DUMP_STATS_AT(strName.c_str());
+        std::printf("%d\t%s\n", sides.nOperations, strName.c_str());
+    }
 }
 
 double SecondsOf(const std::function<void()>& work, int nRepeats)
@@ -217,17 +241,24 @@ void AddMeasuredCase(const stCase& entry, std::function<tRounds()> make)
 
 void AddCase(const stCase& entry, std::function<stSides()> make)
 {
+    if (entry.enRatio == enCost)
+    {
+        Countable()[entry.strName] = make;
+    }
     AddMeasuredCase(entry, [make = std::move(make)] { return InTurns(make()); });
 }
 
 int main(int nArguments, char** ppArguments)
 {
+    bool bCount = false;
     char** const ppEnd = std::remove_if(ppArguments + 1, ppArguments + nArguments,
-                                        [](const char* szArgument)
+                                        [&](const char* szArgument)
                                         {
                                             const bool bQuick = std::strcmp(szArgument, "--quick") == 0;
+                                            const bool bCounts = std::strcmp(szArgument, "--count") == 0;
                                             g_Effort = bQuick ? c_QuickEffort : g_Effort;
-                                            return bQuick;
+                                            bCount = bCount || bCounts;
+                                            return bQuick || bCounts;
                                         });
     nArguments = static_cast<int>(ppEnd - ppArguments);
     benchmark::Initialize(&nArguments, ppArguments);
@@ -237,7 +268,13 @@ int main(int nArguments, char** ppArguments)
     }
     AddMemoryCases();
     AddParameterCases();
+    AddRecordCases();
     AddUpdateCases();
+    if (bCount)
+    {
+        Count();
+        return 0;
+    }
     CTable table;
     benchmark::RunSpecifiedBenchmarks(&table);
     benchmark::Shutdown();

@@ -50,4 +50,5 @@ double Quantile(std::vector<double> numbers, double dShare);
 // Each file of cases adds its own.
 void AddMemoryCases();
 void AddParameterCases();
+void AddRecordCases();
 void AddUpdateCases();

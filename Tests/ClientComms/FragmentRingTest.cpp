@@ -117,6 +117,22 @@ TEST_P(FragmentRing, WhatComesInOrderIsWholeWhereItLies)
     }
 }
 
+// What an MC sends, for several rounds of the ring.
+TEST_P(FragmentRing, SurfaceAndRotaryUpdatesInTurnAreAlwaysWholeWhereTheyLie)
+{
+    for (std::uint32_t unId = 1; unId <= 80; ++unId)
+    {
+        const std::uint32_t unTotal = unId % 2 != 0 ? 2 : 5;
+        for (std::uint32_t unNumber = 1; unNumber < unTotal; ++unNumber)
+        {
+            ASSERT_EQ(-1, Take(Fragment(unId, unNumber, unTotal, c_unFull, unNumber)).nType);
+        }
+        const auto message = Take(Fragment(unId, unTotal, unTotal, unTotal == 2 ? 41469 : 42268, unId), static_cast<int>(unId % 2));
+        ASSERT_EQ(0, message.nType);
+        EXPECT_FALSE(m_Joiner.IsInBuffer(message)) << unId;
+    }
+}
+
 TEST_P(FragmentRing, WhatComesOutOfOrderIsCopiedTogether)
 {
     const tBytes first = Fragment(1, 1, 2, c_unFull, 1);

@@ -2,37 +2,18 @@
 
 #include "Runtime/Poison.h"
 
-#include <sys/mman.h>
-
 #include <algorithm>
-#include <cstdlib>
 #include <cstring>
-#include <new>
 
 namespace
 {
 
 constexpr stPlace c_Elsewhere = {-1, 0};
 
-// In large pages where the system has them: every update goes through other parts of this memory.
-unsigned char* AllocateSlots(std::size_t unBytes)
-{
-    constexpr std::size_t c_unLargePage = 2 << 20;
-    void* pSlots = nullptr;
-    if (posix_memalign(&pSlots, c_unLargePage, unBytes) != 0)
-    {
-        throw std::bad_alloc();
-    }
-#ifdef MADV_HUGEPAGE
-    madvise(pSlots, unBytes, MADV_HUGEPAGE);
-#endif
-    return static_cast<unsigned char*>(pSlots);
-}
-
 } // namespace
 
 CFragmentRing::CFragmentRing()
-    : m_pSlots(AllocateSlots(std::size_t(enSlots) * c_nMaxDatagram)), m_aucUsers(), m_aKept(), m_nNext(0), m_Room{0, 0},
+    : m_pSlots(new unsigned char[std::size_t(enSlots) * c_nMaxDatagram]()), m_aucUsers(), m_aKept(), m_nNext(0), m_Room{0, 0},
       m_acUnderHeader(), m_bHeaderOver(false), m_aaViews(), m_anInView()
 {
     for (stKeptFragment& fragment : m_aKept)
@@ -42,11 +23,6 @@ CFragmentRing::CFragmentRing()
 }
 
 CFragmentRing::~CFragmentRing() = default;
-
-void CFragmentRing::stFree::operator()(unsigned char* pSlots) const
-{
-    std::free(pSlots);
-}
 
 char* CFragmentRing::Room()
 {

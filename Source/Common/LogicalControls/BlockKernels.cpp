@@ -18,31 +18,13 @@ constexpr int c_nStringBytes = 13;
 
 // ---- Portable. Always inline, so that a wider form is this code again, made for its instructions.
 
-// As many words as the widest of registers holds; narrower ones take several.
-typedef std::uint32_t tWideWord __attribute__((vector_size(64)));
-
 [[gnu::always_inline]] inline std::uint32_t JoinWords(const unsigned char* pWords, long lWords)
 {
-    constexpr long c_lWide = sizeof(tWideWord) / sizeof(std::uint32_t);
-    tWideWord aunWide[4]; // so that none waits for the one before
-    tWideWord unFirst = {};
-    tWideWord unSecond = {};
-    for (; lWords >= 4 * c_lWide; lWords -= 4 * c_lWide, pWords += sizeof aunWide)
-    {
-        std::memcpy(aunWide, pWords, sizeof aunWide);
-        unFirst ^= aunWide[0] ^ aunWide[1];
-        unSecond ^= aunWide[2] ^ aunWide[3];
-    }
-    unFirst ^= unSecond;
     std::uint32_t unJoined = 0;
-    for (long lLane = 0; lLane < c_lWide; ++lLane)
-    {
-        unJoined ^= unFirst[lLane];
-    }
-    for (; lWords > 0; --lWords, pWords += sizeof unJoined)
+    for (long lWord = 0; lWord < lWords; ++lWord)
     {
         std::uint32_t unWord;
-        std::memcpy(&unWord, pWords, sizeof unWord);
+        std::memcpy(&unWord, pWords + 4 * lWord, sizeof unWord);
         unJoined ^= unWord;
     }
     return unJoined;

@@ -1,0 +1,252 @@
+// Parameter changes: sent one by one, queued and packed, read back.
+#include "Bench.h"
+#include "Datagrams.h"
+
+#include "LogicalControls.h"
+
+#include <benchmark/benchmark.h>
+
+#include <arpa/inet.h>
+#include <sys/socket.h>
+
+#include <chrono>
+#include <cstdlib>
+#include <cstring>
+#include <memory>
+#include <mutex>
+#include <vector>
+
+namespace
+{
+
+typedef std::chrono::steady_clock tClock;
+typedef std::vector<unsigned char> tBytes;
+
+constexpr int c_nAtOnce = 64;
+constexpr int c_nRecordsInDatagram = 2240;
+constexpr int c_nPathParams = 280; // rotaries of a mic input
+constexpr int c_nRecordBytes = 29;
+
+sockaddr_in ChangesGroup()
+{
+    if (std::getenv("LOGICALCONTROLS_OWN_NETWORK") == nullptr)
+    {
+        throw std::string("not in a network namespace of its own");
+    }
+    sockaddr_in group = LoopbackAddress(7050);
+    inet_pton(AF_INET, "225.0.0.45", &group.sin_addr);
+    return group;
+}
+
+// A change and its datagram each, to where nobody listens.
+stSides SentOneByOne()
+{
+    const sockaddr_in group = ChangesGroup();
+    const auto pImage = std::make_shared<CBMAContainer>();
+    pImage->SetUseSimplePPCSender(true);
+    pImage->InitSimplePPCSenderComms();
+    const auto pSocket = std::make_shared<CPlainSocket>();
+    const auto set = [pImage]
+    {
+        for (int nParam = 0; nParam < c_nAtOnce; ++nParam)
+        {
+            pImage->SetPPC(enRotary, enMicInput, 3, nParam, 0.5f, false, false);
+        }
+    };
+    const auto send = [=]
+    {
+        unsigned char acDatagram[49] = {};
+        for (int nTime = 0; nTime < c_nAtOnce; ++nTime)
+        {
+            sendto(pSocket->Descriptor(), acDatagram, sizeof acDatagram, 0, reinterpret_cast<const sockaddr*>(&group),
+                   sizeof group);
+        }
+    };
+    return {set, send, c_nAtOnce};
+}
+
+class CQueueingHandler : public CClientMsgHandler
+{
+public:
+    CQueueingHandler() : CClientMsgHandler(false) {}
+    ~CQueueingHandler() override { Shutdown(); }
+
+    void Fill(int nRecords)
+    {
+        for (int nRecord = 0; nRecord < nRecords; ++nRecord)
+        {
+            QueuePPC(enRotary, enMicInput, nRecord / c_nPathParams % 144, nRecord % c_nPathParams, 0.5f);
+        }
+    }
+};
+
+// The time of sends of 64 datagrams of one record each in one call, an operation being one of them.
+double SecondsToSendSingly(int nSocket, const sockaddr_in& destination)
+{
+    unsigned char acDatagram[49] = {};
+    iovec vector = {acDatagram, sizeof acDatagram};
+    mmsghdr aMessages[c_nAtOnce] = {};
+    sockaddr_in to = destination;
+    for (mmsghdr& message : aMessages)
+    {
+        message.msg_hdr.msg_name = &to;
+        message.msg_hdr.msg_namelen = sizeof to;
+        message.msg_hdr.msg_iov = &vector;
+        message.msg_hdr.msg_iovlen = 1;
+    }
+    constexpr int c_nCalls = 40;
+    const tClock::time_point start = tClock::now();
+    for (int nCall = 0; nCall < c_nCalls; ++nCall)
+    {
+        sendmmsg(nSocket, aMessages, c_nAtOnce, 0);
+    }
+    return std::chrono::duration<double>(tClock::now() - start).count() / (c_nCalls * c_nAtOnce);
+}
+
+// The plainest way from a queue to a datagram: two locks, a message on the heap and a buffer grown for each record.
+double SecondsToDrainPlainly(int nRecords, int nSocket, const sockaddr_in& destination)
+{
+    CRawPPCQueue queue;
+    for (int nRecord = 0; nRecord < nRecords; ++nRecord)
+    {
+        CRawPPCMsg* const pMessage = new CRawPPCMsg[1];
+        pMessage[0].SetPPC(enRotary, enMicInput, nRecord / c_nPathParams % 144, nRecord % c_nPathParams, 0.5f);
+        queue.AddMsgToTail(pMessage);
+    }
+    std::mutex mutex;
+    const tClock::time_point start = tClock::now();
+    while (queue.GetQueueSize() > 0)
+    {
+        std::unique_ptr<unsigned char[]> pPacked;
+        std::size_t unPacked = 0;
+        for (;;)
+        {
+            CRawPPCMsg* pFront = nullptr;
+            {
+                const std::lock_guard<std::mutex> guard(mutex);
+                pFront = queue.GetFrontMsg(false);
+            }
+            if (pFront == nullptr || unPacked + c_nRecordBytes > 64980)
+            {
+                break;
+            }
+            unsigned char* pRecord = nullptr;
+            *pFront >> &pRecord;
+            std::unique_ptr<unsigned char[]> pGrown(new unsigned char[unPacked + c_nRecordBytes]);
+            if (unPacked > 0)
+            {
+                std::memcpy(pGrown.get(), pPacked.get(), unPacked);
+            }
+            std::memcpy(pGrown.get() + unPacked, pRecord, c_nRecordBytes);
+            delete[] pRecord;
+            pPacked = std::move(pGrown);
+            unPacked += c_nRecordBytes;
+            const std::lock_guard<std::mutex> guard(mutex);
+            queue.RemoveFront();
+        }
+        const auto pPacket = std::make_unique<UDP_PACKET>();
+        const long lSize = MakeFragment(enDatagramPPC, 1, pPacked.get(), static_cast<long>(unPacked), 1, *pPacket);
+        sendto(nSocket, pPacket.get(), static_cast<std::size_t>(lSize), 0, reinterpret_cast<const sockaddr*>(&destination),
+               sizeof destination);
+    }
+    return std::chrono::duration<double>(tClock::now() - start).count() / nRecords;
+}
+
+// What SendAll takes a record, beside another way.
+void AddDrainCase(const stCase& entry, double (*limit)(int, int, const sockaddr_in&))
+{
+    AddMeasuredCase(entry,
+                    [=]
+                    {
+                        const auto pHandler = std::make_shared<CQueueingHandler>();
+                        const auto pSocket = std::make_shared<CPlainSocket>();
+                        const unsigned int unNobody = CPlainSocket().Port(); // closed again
+                        if (!pHandler->InitialiseClient(0, "127.0.0.1", nullptr, nullptr))
+                        {
+                            throw std::string("no socket can be had");
+                        }
+                        pHandler->SetRemoteAddress("127.0.0.1", 0, static_cast<int>(unNobody));
+                        return [=](double)
+                        {
+                            constexpr int c_nRecords = 4 * c_nRecordsInDatagram;
+                            pHandler->Fill(c_nRecords);
+                            const tClock::time_point start = tClock::now();
+                            pHandler->SendAll();
+                            const double dOurs = std::chrono::duration<double>(tClock::now() - start).count() / c_nRecords;
+                            return stRound{dOurs, limit(c_nRecords, pSocket->Descriptor(), LoopbackAddress(unNobody))};
+                        };
+                    });
+}
+
+tBytes Stream(int nRecords)
+{
+    tBytes stream;
+    for (int nRecord = 0; nRecord < nRecords; ++nRecord)
+    {
+        const stPPCRecord<float> record(enRotary, enMicInput, nRecord / c_nPathParams, nRecord % c_nPathParams, 0.5f);
+        const unsigned char* const pRecord = reinterpret_cast<const unsigned char*>(&record);
+        stream.insert(stream.end(), pRecord, pRecord + sizeof record);
+    }
+    return stream;
+}
+
+constexpr int c_nStreamRecords = 2000;
+
+// Both read each record's address and value and store the value where the address says, if there is such a place.
+stSides ReadBack()
+{
+    const auto pStream = std::make_shared<tBytes>(Stream(c_nStreamRecords));
+    const auto pOurs = std::make_shared<std::vector<float>>(144 * c_nPathParams);
+    const auto pLimit = std::make_shared<std::vector<float>>(144 * c_nPathParams);
+    const auto store = [](std::vector<float>& values, unsigned int unPath, unsigned int unParam, float fValue)
+    {
+        if (unPath < 144 && unParam < static_cast<unsigned int>(c_nPathParams))
+        {
+            values[unPath * c_nPathParams + unParam] = fValue;
+        }
+    };
+    const auto ours = [=]
+    {
+        unsigned long aunCounts[7];
+        const long lBytes = static_cast<long>(pStream->size());
+        CRawPPCMsg::AnalyseStream(pStream->data(), pStream->size(), aunCounts[0], aunCounts[1], aunCounts[2], aunCounts[3],
+                                  aunCounts[4], aunCounts[5], aunCounts[6]);
+        benchmark::DoNotOptimize(aunCounts);
+        CPPCStreamReader reader(pStream->data(), lBytes);
+        while (reader.Next())
+        {
+            float fValue = 0;
+            if (reader.GetValue(fValue))
+            {
+                const stPPCAddress address = reader.Address();
+                store(*pOurs, static_cast<unsigned int>(address.nPath), static_cast<unsigned int>(address.nParam), fValue);
+            }
+        }
+        benchmark::ClobberMemory();
+    };
+    const auto limit = [=]
+    {
+        const unsigned char* pRecord = pStream->data();
+        for (int nRecord = 0; nRecord < c_nStreamRecords; ++nRecord, pRecord += c_nRecordBytes)
+        {
+            stPPCRecordHeader header;
+            boost::endian::big_float32_t value;
+            std::memcpy(&header, pRecord, sizeof header);
+            std::memcpy(&value, pRecord + sizeof header, sizeof value);
+            store(*pLimit, static_cast<unsigned int>(int(header.nPath)), static_cast<unsigned int>(int(header.nParameter)), value);
+        }
+        benchmark::ClobberMemory();
+    };
+    return {ours, limit, c_nStreamRecords};
+}
+
+} // namespace
+
+void AddRecordCases()
+{
+    AddCase({"SetPPC with the simple sender", "sendto of 49 bytes", enCost, 1.10, 1.03}, SentOneByOne);
+    AddDrainCase({"SendAll, a record", "a datagram each, sendmmsg", enGain, 15, 30},
+                 [](int, int nSocket, const sockaddr_in& destination) { return SecondsToSendSingly(nSocket, destination); });
+    AddDrainCase({"SendAll against the plainest way", "heap messages, grown buffer", enGain, 8, 13}, SecondsToDrainPlainly);
+    AddCase({"AnalyseStream and reading records", "packed records", enCost, 1.6, 1.0}, ReadBack);
+}
