@@ -346,7 +346,8 @@ void CRun::AwaitLast()
         return m_Sender.m_unSent ==
                m_pFollower->GetSocketStatistics().unKernelDrops + m_pFollower->GetSocketStatistics().unDatagrams;
     };
-    for (int nTry = 0; nTry < 200 && !accounted(); ++nTry)
+    // A datagram is counted before it is handled: when one behind the last is, the last has been.
+    for (int nTry = 0; nTry == 0 || (nTry < 200 && !accounted()); ++nTry)
     {
         m_Sender.Put("end", 3);
         std::this_thread::sleep_for(std::chrono::milliseconds(10));
