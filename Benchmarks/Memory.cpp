@@ -1,5 +1,6 @@
 // Whole images: copied, checked, moved under masks, flagged, read and written as records.
 #include "Bench.h"
+#include "Images.h"
 
 #include "LogicalControls.h"
 
@@ -56,7 +57,6 @@ private:
 };
 
 typedef std::shared_ptr<CBlocks> tBlocks;
-typedef std::shared_ptr<CBMAContainer> tImage;
 
 std::vector<std::size_t> ValueSizes()
 {
@@ -97,20 +97,6 @@ std::function<void()> CopyOf(std::vector<std::size_t> sizes)
     const tBlocks pFrom = std::make_shared<CBlocks>(sizes);
     const tBlocks pTo = std::make_shared<CBlocks>(std::move(sizes));
     return [=] { CopyBlocks(*pFrom, *pTo); };
-}
-
-tImage RandomImage(unsigned int unSeed)
-{
-    const tImage pImage = std::make_shared<CBMAContainer>();
-    std::mt19937 random(unSeed);
-    for (const stBlockSize& block : c_aValueBlocks)
-    {
-        void* pMemory = nullptr;
-        long lBytes = 0;
-        pImage->GetMessageMemory(block.enType, pMemory, lBytes);
-        std::generate_n(static_cast<unsigned char*>(pMemory), block.unBytes, [&] { return static_cast<unsigned char>(random()); });
-    }
-    return pImage;
 }
 
 // ---- Moves under masks

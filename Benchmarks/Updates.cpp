@@ -1,6 +1,7 @@
 // Whole updates: joined in memory, decoded, applied, and over the loopback interface.
 #include "Bench.h"
 #include "Datagrams.h"
+#include "Images.h"
 
 #include "LogicalControls.h"
 
@@ -26,25 +27,11 @@ double SecondsSince(tClock::time_point start)
     return std::chrono::duration<double>(tClock::now() - start).count();
 }
 
-std::shared_ptr<CBMAContainer> RandomImage()
-{
-    const auto pImage = std::make_shared<CBMAContainer>();
-    std::mt19937 random(3);
-    for (int nType = 0; nType < c_nMessageTypes; ++nType)
-    {
-        void* pMemory = nullptr;
-        long lBytes = 0;
-        pImage->GetMessageMemory(static_cast<tagenPPCMessageType>(nType), pMemory, lBytes);
-        std::generate_n(static_cast<unsigned char*>(pMemory), lBytes, [&] { return static_cast<unsigned char>(random()); });
-    }
-    return pImage;
-}
-
 // A serialised update: a rotary one has 302,188 bytes, a surface one 106,449.
 tBytes Update(MCUpdateType enType)
 {
     const auto pMessage = std::make_unique<CMCUpdateMsg>();
-    BuildMCUpdate(*RandomImage(), enType, *pMessage);
+    BuildMCUpdate(*RandomImage(3), enType, *pMessage);
     tBytes bytes(static_cast<std::size_t>(pMessage->GetTotalSize()));
     unsigned char* pOut = bytes.data();
     *pMessage >> &pOut;
@@ -295,7 +282,7 @@ void AddUpdateCases()
     AddCase({"BuildMCUpdate, rotary", "memcpy of its blocks", enCost, 0, 1.15},
             []
             {
-                const auto pImage = RandomImage();
+                const auto pImage = RandomImage(3);
                 const auto pMessage = std::make_shared<CMCUpdateMsg>();
                 return stSides{[=] { BuildMCUpdate(*pImage, enMCUpdateRotary, *pMessage); }, CopyOf(302163), 1};
             });
@@ -304,7 +291,7 @@ void AddUpdateCases()
             {
                 const auto pUpdate = std::make_shared<tBytes>(Update(enMCUpdateRotary));
                 const auto pMessage = std::make_shared<CMCUpdateMsg>();
-                const auto pImage = RandomImage();
+                const auto pImage = RandomImage(3);
                 pMessage->SetShallowMode(true);
                 pMessage->Parse(pUpdate->data(), pUpdate->size());
                 return stSides{[=]

@@ -1,5 +1,6 @@
 #include "ClientComms/ClientMsgHandler.h"
 
+#include "ClientComms/FragmentRing.h"
 #include "Runtime/Clock.h"
 #include "Runtime/Poison.h"
 #include "RySocketIO/CUtility.h"
@@ -144,6 +145,7 @@ CClientMsgHandler::CClientMsgHandler(bool bFlag)
       m_pProcessing(new CProcessing), m_pSendPacket(new UDP_PACKET), m_bSending(false), m_bStopSending(false), m_unSequence(0),
       m_unMessageId(0), m_unProcessedSequence(0), m_unProcessedId(0), m_nAcceptedSenders(0)
 {
+    static_assert(enCaches == int(CFragmentRing::enViews), "a view of the ring for each cache");
     ResetRemoteAddresses();
     for (int nCache = 0; nCache < enCaches; ++nCache)
     {

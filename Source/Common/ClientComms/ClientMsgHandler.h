@@ -73,7 +73,7 @@ private:
 // UpdateBMA applies the first cache before the second, whichever is newer: GetUpdateSequence tells.
 //
 // An update that fails to decode makes its cache unusable, and UpdateBMA answers 5, until ClearReceiveErrors. No exception
-// leaves. About 9 MB large in all, most of it only touched as updates come: make it with new.
+// leaves. About 11 MB large in all: make it with new.
 class LOGICALCONTROLS_EXPORT CClientMsgHandler : public CMsgHandlerBase, public RySocketIO::CSocket
 {
 public:
@@ -111,12 +111,6 @@ public:
     // received into ReceiveRoom are the handler's from then on: who overrides this looks at them before.
     void OnReceivedData(char* pData, long lLength, const RySocketIO::CIPString& sender) override;
 
-#ifdef RYSOCKETIO_RECEIVE_ROOM
-    // Receive thread: where the socket is to put the next datagram, so that it need not be moved. With a socket library that does
-    // not ask, each is copied once.
-    char* ReceiveRoom(long& lSize) override;
-#endif
-
     // Sends what is queued, and what is added meanwhile: as many whole records in each datagram as fit, each datagram to every
     // remote address. The result is that of the last send: false, too, when there was nothing to send. A message with an error
     // stays in front of those behind it until ClearPPCBuffer. Belongs to one thread, the sender's once that is started; false
@@ -136,17 +130,11 @@ public:
     virtual int UpdateBMA();
 
     // Within ProcessMCUpdate: the number of the update, counted from 1 in the order of arrival, modulo 2^32.
-    std::uint32_t GetUpdateSequence() const
-    {
-        return m_unProcessedSequence;
-    }
+    std::uint32_t GetUpdateSequence() const { return m_unProcessedSequence; }
 
     // Within ProcessMCUpdate: the id of the message that the update came in, or of the last one before it when it came through
     // ReceivedMCData.
-    std::uint32_t GetUpdateId() const
-    {
-        return m_unProcessedId;
-    }
+    std::uint32_t GetUpdateId() const { return m_unProcessedId; }
 
     // Receive thread: decodes one complete update message into the current cache. Within ProcessMCUpdate it only counts it.
     void ReceivedMCData(unsigned char* pData, long lLength);
@@ -169,6 +157,12 @@ public:
 
     // Who sent the last update. True when that changed since the last call.
     bool GetLastSender(RySocketIO::CIPString& sender);
+
+#ifdef RYSOCKETIO_RECEIVE_ROOM
+    // Receive thread: where the socket is to put the next datagram, so that it need not be moved. With a socket library that does
+    // not ask, each is copied once.
+    char* ReceiveRoom(long& lSize) override;
+#endif
 
 private:
     enum : int

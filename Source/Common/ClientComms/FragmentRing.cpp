@@ -149,7 +149,7 @@ void CFragmentRing::GoOnBehind(const stKeptFragment& fragment)
     }
 }
 
-// The first that is free, so that no more memory is used than the traffic needs.
+// The first that is free: the traffic then goes round in as little memory as it needs, which the caches hold best.
 void CFragmentRing::BeginAfresh()
 {
     for (const int nCount : {int(c_nMaxFragments), 1})

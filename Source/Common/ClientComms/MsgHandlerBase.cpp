@@ -30,6 +30,8 @@ bool IsHeaderValid(const UDP_PACKET_HEADER& header)
 
 } // namespace
 
+static_assert(CMsgHandlerBase::enRingSize == int(CFragmentRing::enKept), "the ring is as large as it says");
+
 CMsgHandlerBase::CMsgHandlerBase()
     : m_aRemoteAddresses(), m_nRemoteAddresses(0), m_pRing(new CFragmentRing), m_bStrictMatching(false)
 {

@@ -108,13 +108,16 @@ void CParameterArray<T, N, compressed>::InitialiseCompressedMemory()
 template <typename T, tagenPPCMessageType N, bool compressed>
 bool CParameterArray<T, N, compressed>::SetPPC(tagenVirtualPathType enPathType, int nPath, int nParam, T value)
 {
-    const int nIndex = ParameterIndex<N>(enPathType, nPath, nParam);
-    if (nIndex < 0 || (compressed && Block() == nullptr))
+    std::int64_t nIndex = ParameterIndex<N>(enPathType, nPath, nParam);
+    if (nIndex < 0 || Block() == nullptr)
     {
-        return SetLoosely(enPathType, nPath, nParam, value);
+        nIndex = LooseIndex("SetPPC", enPathType, nPath, nParam);
     }
-    StoreElement(Block(), nIndex, value, Int2Type<compressed>());
-    return true;
+    if (nIndex >= 0)
+    {
+        StoreElement(Block(), nIndex, value, Int2Type<compressed>());
+    }
+    return nIndex >= 0;
 }
 
 template <typename T, tagenPPCMessageType N, bool compressed>
@@ -134,13 +137,16 @@ bool CParameterArray<T, N, compressed>::SetPPCLite(tagenVirtualPathType enPathTy
 template <typename T, tagenPPCMessageType N, bool compressed>
 bool CParameterArray<T, N, compressed>::GetPPC(tagenVirtualPathType enPathType, int nPath, int nParam, T& value) const
 {
-    const int nIndex = ParameterIndex<N>(enPathType, nPath, nParam);
-    if (nIndex < 0 || (compressed && Block() == nullptr))
+    std::int64_t nIndex = ParameterIndex<N>(enPathType, nPath, nParam);
+    if (nIndex < 0 || Block() == nullptr)
     {
-        return GetLoosely(enPathType, nPath, nParam, value);
+        nIndex = LooseIndex("GetPPC", enPathType, nPath, nParam);
     }
-    LoadElement(Block(), nIndex, value, Int2Type<compressed>());
-    return true;
+    if (nIndex >= 0)
+    {
+        LoadElement(Block(), nIndex, value, Int2Type<compressed>());
+    }
+    return nIndex >= 0;
 }
 
 template <typename T, tagenPPCMessageType N, bool compressed>
@@ -301,31 +307,15 @@ bool CParameterArray<T, N, compressed>::Accept(const char* szOperation, tagenVir
     return false;
 }
 
-// Addresses that name no parameter: some are a neighbour's all the same.
+// The element of an address that names no parameter: some are a neighbour's all the same. -1, for value arrays with a report, when
+// it is outside the block, or there is none.
 template <typename T, tagenPPCMessageType N, bool compressed>
-bool CParameterArray<T, N, compressed>::SetLoosely(tagenVirtualPathType enPathType, int nPath, int nParam, const T& value)
+std::int64_t CParameterArray<T, N, compressed>::LooseIndex(const char* szOperation, tagenVirtualPathType enPathType, int nPath,
+                                                           int nParam) const
 {
     const std::int64_t nIndex = FlatIndex(enPathType, nPath, nParam);
     const bool bThere = nIndex >= 0 && Block() != nullptr;
-    if (!(compressed ? bThere : Accept("SetPPC", enPathType, nPath, nParam, bThere)))
-    {
-        return false;
-    }
-    StoreElement(Block(), nIndex, value, Int2Type<compressed>());
-    return true;
-}
-
-template <typename T, tagenPPCMessageType N, bool compressed>
-bool CParameterArray<T, N, compressed>::GetLoosely(tagenVirtualPathType enPathType, int nPath, int nParam, T& value) const
-{
-    const std::int64_t nIndex = FlatIndex(enPathType, nPath, nParam);
-    const bool bThere = nIndex >= 0 && Block() != nullptr;
-    if (!(compressed ? bThere : Accept("GetPPC", enPathType, nPath, nParam, bThere)))
-    {
-        return false;
-    }
-    LoadElement(Block(), nIndex, value, Int2Type<compressed>());
-    return true;
+    return (compressed ? bThere : Accept(szOperation, enPathType, nPath, nParam, bThere)) ? nIndex : -1;
 }
 
 template class CParameterArray<RyGConsoleString, enString, false>;

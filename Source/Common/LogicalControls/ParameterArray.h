@@ -89,8 +89,8 @@ private:
     LOGICALCONTROLS_INTERNAL std::int64_t FlatIndex(tagenVirtualPathType enPathType, int nPath, int nParam) const;
     LOGICALCONTROLS_INTERNAL bool Accept(const char* szOperation, tagenVirtualPathType enPathType, int nPath, int nParam,
                                          bool bInside) const;
-    LOGICALCONTROLS_INTERNAL bool SetLoosely(tagenVirtualPathType enPathType, int nPath, int nParam, const T& value);
-    LOGICALCONTROLS_INTERNAL bool GetLoosely(tagenVirtualPathType enPathType, int nPath, int nParam, T& value) const;
+    LOGICALCONTROLS_INTERNAL std::int64_t LooseIndex(const char* szOperation, tagenVirtualPathType enPathType, int nPath,
+                                                     int nParam) const;
 
     // The block, however it is held.
     LOGICALCONTROLS_INTERNAL unsigned char* Block() const { return compressed ? m_pBits : m_pValues; }
