@@ -692,6 +692,54 @@ TEST(AnalyseStream, ACutIsBadWhereLessThanAHeaderIsLeft)
     }
 }
 
+// Rows of records that are alike, as channels send them, of every length up to more than are looked at together.
+TEST(AnalyseStream, RowsCountAsTheirRecordsDo)
+{
+    const std::pair<std::uint32_t, std::uint32_t> aKinds[] = {{1, 4}, {4, 4}, {0, 13}, {1, 13}, {9, 4}}; // type, length
+    for (std::size_t unRow = 0; unRow <= 11; ++unRow)
+    {
+        for (const auto& first : aKinds)
+        {
+            for (const auto& second : aKinds)
+            {
+                tBytes stream;
+                tCounts expected(10, 0);
+                const auto append = [&](const std::pair<std::uint32_t, std::uint32_t>& kind)
+                {
+                    Append(stream, SerialisedRecord(kind.first, kind.second, tBytes(kind.second, 0x42)));
+                    ++expected[kind.first];
+                };
+                for (std::size_t un = 0; un < unRow; ++un)
+                {
+                    append(first);
+                }
+                append(second);
+                append(first);
+                expected.resize(7);
+                tCounts counts;
+                EXPECT_TRUE(Analyse(stream, counts));
+                EXPECT_EQ(counts, expected) << unRow << " of type " << first.first << ", then " << second.first;
+            }
+        }
+    }
+}
+
+TEST(AnalyseStream, ARowIsCountedUpToWhereverItIsCut)
+{
+    tBytes stream;
+    for (int nRecord = 0; nRecord < 12; ++nRecord)
+    {
+        Append(stream, c_Float);
+    }
+    for (std::size_t unCut = 0; unCut <= stream.size(); ++unCut)
+    {
+        tCounts counts;
+        const bool bGood = Analyse(FirstOf(stream, unCut), counts);
+        EXPECT_THAT(counts, ElementsAre(0, (unCut + 4) / 29, 0, 0, 0, 0, 0)) << unCut;
+        EXPECT_EQ(bGood, unCut % 29 == 0 || unCut % 29 >= 25) << unCut;
+    }
+}
+
 TEST(RawPPCMsg, ARecordCutBehindItsHeaderLeavesTheHeader)
 {
     CRawPPCMsg message;

@@ -8,6 +8,7 @@
 #include <boost/endian/arithmetic.hpp>
 
 #include <cstddef>
+#include <cstring>
 
 // ---- In memory ----------------------------------------------------------------------------------------------------------------
 
@@ -134,7 +135,8 @@ struct stPPCAddress
 };
 
 // Walks a stream of serialised records without copying or allocating. It reads nothing outside the lLength bytes at pStream,
-// which must live as long as the walk; the marker is not looked at, as not every sender writes it.
+// which must live, unchanged, as long as the walk; the marker is not looked at, as not every sender writes it. It is inlined where
+// it is used, as records come by the thousand.
 //
 //     CPPCStreamReader reader(payload, length);
 //     while (reader.Next()) { use reader.Header(), reader.Value() }
@@ -142,27 +144,91 @@ struct stPPCAddress
 class LOGICALCONTROLS_EXPORT CPPCStreamReader
 {
 public:
-    CPPCStreamReader(const unsigned char* pStream, long lLength);
+    CPPCStreamReader(const unsigned char* pStream, long lLength)
+        : m_pNext(pStream), m_pEnd(pStream != nullptr && lLength > 0 ? pStream + lLength : pStream),
+          m_pUsualEnd(m_pEnd - m_pNext >= enUsualSize ? m_pEnd - (enUsualSize - 1) : m_pNext), m_pHeader(&c_NoRecord), m_nLength(0),
+          m_bGood(true)
+    {
+    }
 
     // Goes to the next record. False at the end of the stream, and at a record that is bad: cut off, or with a value length of 0
-    // or less.
-    bool Next();
+    // or less. Nearly all values have 4 bytes: where the next record begins is foreseen, not waited for.
+    bool Next()
+    {
+        const stPPCRecordHeader* const pHeader = HeaderAt(m_pNext);
+        const bool bUsual = m_pNext < m_pUsualEnd && pHeader->nValueLength == enUsualLength;
+        int nLength = enUsualLength;
+        if (__builtin_expect(!bUsual, false))
+        {
+            nLength = LengthAt(m_pNext, m_pEnd);
+            if (nLength <= 0)
+            {
+                m_bGood = nLength == 0;
+                m_nLength = 0;
+                return false;
+            }
+        }
+        m_pHeader = pHeader;
+        m_nLength = nLength;
+        m_pNext = ValueAt(pHeader) + nLength;
+        return true;
+    }
     bool IsGood() const { return m_bGood; }
 
-    // Of the current record. The value is Header().nValueLength bytes long.
-    const stPPCRecordHeader& Header() const { return m_Header; }
-    const unsigned char* Value() const { return m_pValue; }
-    stPPCAddress Address() const;
+    // Of the current record; of the last one, or of zeros, when there is none. The value is Header().nValueLength bytes long, and
+    // null without a record.
+    const stPPCRecordHeader& Header() const { return *m_pHeader; }
+    const unsigned char* Value() const { return m_nLength > 0 ? ValueAt(m_pHeader) : nullptr; }
+    stPPCAddress Address() const
+    {
+        return {static_cast<tagenPPCMessageType>(int(m_pHeader->nMessageType)),
+                static_cast<tagenVirtualPathType>(int(m_pHeader->nPathType)), m_pHeader->nPath, m_pHeader->nParameter};
+    }
 
     // The current record's value, read as the argument's type whatever its message type. False when it is too short for that.
-    bool GetValue(float& fValue) const;
-    bool GetValue(int& nValue) const;
-    bool GetValue(RyGConsoleString& strValue) const;
+    bool GetValue(float& fValue) const { return ReadValue(fValue); }
+    bool GetValue(int& nValue) const { return ReadValue(nValue); }
+    bool GetValue(RyGConsoleString& strValue) const { return ReadValue(strValue); }
 
 private:
+    enum : int
+    {
+        enUsualLength = 4,
+        enUsualSize = static_cast<int>(sizeof(stPPCRecordHeader)) + enUsualLength
+    };
+
+    static const stPPCRecordHeader c_NoRecord;
+
+    // Of the value of the record at pNext: 0 at the end, and -1 at a bad one.
+    static int LengthAt(const unsigned char* pNext, const unsigned char* pEnd);
+
+    // The header is made of bytes: it may lie anywhere.
+    static const stPPCRecordHeader* HeaderAt(const unsigned char* pRecord)
+    {
+        return reinterpret_cast<const stPPCRecordHeader*>(pRecord);
+    }
+    static const unsigned char* ValueAt(const stPPCRecordHeader* pHeader)
+    {
+        return reinterpret_cast<const unsigned char*>(pHeader + 1);
+    }
+
+    template <typename T>
+    bool ReadValue(T& value) const
+    {
+        typename stPPCWireValue<T>::type wire;
+        if (m_nLength < static_cast<int>(sizeof wire))
+        {
+            return false;
+        }
+        std::memcpy(&wire, ValueAt(m_pHeader), sizeof wire);
+        value = wire;
+        return true;
+    }
+
     const unsigned char* m_pNext;
-    long m_lLeft;
+    const unsigned char* m_pEnd;
+    const unsigned char* m_pUsualEnd; // a record of the usual size that begins before it is whole
+    const stPPCRecordHeader* m_pHeader;
+    int m_nLength; // of the current value; 0 without a record
     bool m_bGood;
-    stPPCRecordHeader m_Header;
-    const unsigned char* m_pValue;
 };

@@ -28,6 +28,40 @@ bool IsMessageType(int nType)
     return nType >= 0 && nType < c_nMessageTypes;
 }
 
+// Four bytes as they lie there, to be compared with others.
+std::uint32_t RawWord(const unsigned char* pBytes)
+{
+    std::uint32_t unWord = 0;
+    std::memcpy(&unWord, pBytes, sizeof unWord);
+    return unWord;
+}
+
+// How many records in a row, from one of unSize bytes, have its type and its length: nearly all streams are of few such rows. A
+// last value may run past the end.
+unsigned long CountAlike(const unsigned char* pRecord, unsigned long unLeft, unsigned long unSize)
+{
+    constexpr std::size_t c_unType = offsetof(stPPCRecordHeader, nMessageType);
+    constexpr std::size_t c_unLength = offsetof(stPPCRecordHeader, nValueLength);
+    const std::uint32_t unType = RawWord(pRecord + c_unType);
+    const std::uint32_t unLength = RawWord(pRecord + c_unLength);
+    const auto differs = [=](unsigned long unRecord)
+    {
+        const unsigned char* const pOther = pRecord + unRecord * unSize;
+        return (RawWord(pOther + c_unType) ^ unType) | (RawWord(pOther + c_unLength) ^ unLength);
+    };
+    const unsigned long unLast = (unLeft - sizeof(stPPCRecordHeader)) / unSize; // that has a header, when all are alike
+    unsigned long un = 1;
+    while (un + 3 <= unLast && (differs(un) | differs(un + 1) | differs(un + 2) | differs(un + 3)) == 0)
+    {
+        un += 4;
+    }
+    while (un <= unLast && differs(un) == 0)
+    {
+        ++un;
+    }
+    return un;
+}
+
 } // namespace
 
 CRawPPCMsg::CRawPPCMsg() : m_Header(), m_bError(false), m_nErrorCode(0) {}
@@ -170,21 +204,23 @@ bool CRawPPCMsg::AnalyseStream(const unsigned char* pStream, unsigned long unLen
     std::uint64_t unOffset = 0; // 64 bits: a forged length must not wrap it
     while (unOffset < unLength)
     {
-        stPPCRecordHeader header;
-        if (pStream == nullptr || unLength - unOffset < sizeof header)
+        if (pStream == nullptr || unLength - unOffset < sizeof(stPPCRecordHeader))
         {
             return false;
         }
+        stPPCRecordHeader header;
         std::memcpy(&header, pStream + unOffset, sizeof header);
         if (header.nValueLength <= 0)
         {
             return false;
         }
+        const unsigned long unSize = sizeof header + static_cast<unsigned long>(int(header.nValueLength));
+        const std::uint64_t unRecords = CountAlike(pStream + unOffset, static_cast<unsigned long>(unLength - unOffset), unSize);
         if (IsMessageType(header.nMessageType))
         {
-            ++*apCounters[header.nMessageType];
+            *apCounters[header.nMessageType] += static_cast<unsigned long>(unRecords);
         }
-        unOffset += sizeof header + static_cast<std::uint64_t>(int(header.nValueLength));
+        unOffset += unRecords * unSize;
     }
     return true;
 }
