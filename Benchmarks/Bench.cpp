@@ -12,6 +12,7 @@
 #include <cstdio>
 #include <cstring>
 #include <map>
+#include <numeric>
 
 namespace
 {
@@ -108,9 +109,14 @@ tRounds InTurns(const stSides& sides)
     };
 }
 
+double Sum(const std::vector<double>& numbers)
+{
+    return std::accumulate(numbers.begin(), numbers.end(), 0.0);
+}
+
 double RatioOf(enRatios enRatio, const stRound& round)
 {
-    return enRatio == enCost ? round.dOurs / round.dLimit : round.dLimit / round.dOurs;
+    return enRatio == enGain ? round.dLimit / round.dOurs : round.dOurs / round.dLimit;
 }
 
 void Run(benchmark::State& state, const stEntry& entry)
@@ -129,9 +135,10 @@ void Run(benchmark::State& state, const stEntry& entry)
             limits.push_back(round.dLimit);
             ratios.push_back(RatioOf(entry.entry.enRatio, round));
         }
-        state.counters["ours"] = Median(ours);
-        state.counters["limit"] = Median(limits);
-        state.counters["ratio"] = Median(ratios);
+        const bool bLoss = entry.entry.enRatio == enLoss;
+        state.counters["ours"] = bLoss ? Sum(ours) : Median(ours);
+        state.counters["limit"] = bLoss ? Sum(limits) : Median(limits);
+        state.counters["ratio"] = bLoss ? Sum(ours) : Median(ratios);
     }
     catch (const std::string& strReason)
     {
@@ -139,28 +146,44 @@ void Run(benchmark::State& state, const stEntry& entry)
     }
 }
 
-std::string Time(double dSeconds)
+struct stUnit
 {
-    static const struct
+    double dUnit;
+    const char* szUnit;
+};
+
+std::string Measure(double dMeasure, const std::vector<stUnit>& units)
+{
+    auto unit = units.begin();
+    while (unit + 1 != units.end() && dMeasure >= 1000 * unit->dUnit)
     {
-        double dUnit;
-        const char* szUnit;
-    } s_aUnits[] = {{1e-9, "ns"}, {1e-6, "us"}, {1e-3, "ms"}, {1, "s"}};
-    const auto* pUnit = s_aUnits;
-    while (pUnit != std::end(s_aUnits) - 1 && dSeconds >= 1000 * pUnit->dUnit)
-    {
-        ++pUnit;
+        ++unit;
     }
     char acText[32];
-    std::snprintf(acText, sizeof acText, "%.3g %s", dSeconds / pUnit->dUnit, pUnit->szUnit);
+    std::snprintf(acText, sizeof acText, "%.3g %s", dMeasure / unit->dUnit, unit->szUnit);
     return acText;
 }
 
-std::string Goal(double dGoal)
+std::string Measured(const stCase& entry, double dMeasure)
+{
+    if (entry.enRatio == enLoss)
+    {
+        return std::to_string(static_cast<long>(dMeasure));
+    }
+    return entry.enQuantity == enBytes ? Measure(dMeasure, {{1, "B"}, {1e3, "kB"}, {1e6, "MB"}})
+                                       : Measure(dMeasure, {{1e-9, "ns"}, {1e-6, "us"}, {1e-3, "ms"}, {1, "s"}});
+}
+
+std::string Goal(const stCase& entry, double dGoal)
 {
     char acText[32];
     std::snprintf(acText, sizeof acText, "%.4g", dGoal);
-    return dGoal != 0 ? acText : "-";
+    return entry.enRatio == enLoss ? "none" : dGoal != 0 ? acText : "-";
+}
+
+bool Meets(const stCase& entry, double dRatio, double dGoal)
+{
+    return entry.enRatio == enLoss ? dRatio == 0 : dGoal != 0 && (entry.enRatio == enCost ? dRatio <= dGoal : dRatio >= dGoal);
 }
 
 class CTable : public benchmark::BenchmarkReporter
@@ -182,7 +205,8 @@ public:
 
     void Finalize() override
     {
-        std::printf("\nours, limit: medians, an operation; ratio: the median of the rounds' ratios, a gain with an x. Extreme met: "
+        std::printf("\nours, limit: medians, an operation, of losses sums; ratio: the median of the rounds' ratios, a gain with an "
+                    "x. Extreme met: "
                     "%d of %d, "
                     "good missed: %d, skipped: %d.\n",
                     m_nExtreme, m_nGoals, m_nMissed, m_nSkipped);
@@ -198,17 +222,18 @@ private:
             return;
         }
         const double dRatio = run.counters.at("ratio");
-        const auto meets = [&](double dGoal)
-        { return dGoal != 0 && (entry.enRatio == enCost ? dRatio <= dGoal : dRatio >= dGoal); };
-        const bool bGoal = entry.dGood != 0 || entry.dExtreme != 0;
-        const char* const szMet = !bGoal ? "" : meets(entry.dExtreme) ? "extreme" : meets(entry.dGood) ? "good" : "MISSED";
+        const char* const szTimes = entry.enRatio == enGain ? "x" : " ";
+        const bool bGoal = entry.dGood != 0 || entry.dExtreme != 0 || entry.enRatio == enLoss;
+        const bool bExtreme = Meets(entry, dRatio, entry.dExtreme);
+        const bool bGood = bExtreme || Meets(entry, dRatio, entry.dGood);
+        const char* const szMet = !bGoal ? "" : bExtreme ? "extreme" : bGood ? "good" : "MISSED";
         std::printf("%-46s %-40s %8s %8s %6.3g%s %6s %8s  %s\n", entry.strName.c_str(), entry.szLimit,
-                    Time(run.counters.at("ours")).c_str(), Time(run.counters.at("limit")).c_str(), dRatio,
-                    entry.enRatio == enGain ? "x" : " ", Goal(entry.dGood).c_str(), Goal(entry.dExtreme).c_str(), szMet);
+                    Measured(entry, run.counters.at("ours")).c_str(), Measured(entry, run.counters.at("limit")).c_str(), dRatio,
+                    szTimes, Goal(entry, entry.dGood).c_str(), Goal(entry, entry.dExtreme).c_str(), szMet);
         std::fflush(stdout);
         m_nGoals += bGoal ? 1 : 0;
-        m_nExtreme += bGoal && meets(entry.dExtreme) ? 1 : 0;
-        m_nMissed += bGoal && entry.dGood != 0 && !meets(entry.dExtreme) && !meets(entry.dGood) ? 1 : 0;
+        m_nExtreme += bExtreme ? 1 : 0;
+        m_nMissed += bGoal && entry.dGood != 0 && !bGood ? 1 : 0;
     }
 
     int m_nGoals = 0;
@@ -266,9 +291,11 @@ int main(int nArguments, char** ppArguments)
     {
         return 2;
     }
+    AddObjectCases();
     AddMemoryCases();
     AddParameterCases();
     AddRecordCases();
+    AddReportCases();
     AddUpdateCases();
     if (bCount)
     {

@@ -5,12 +5,20 @@
 #include <string>
 #include <vector>
 
-// How the two times make a ratio. A cost is ours / limit, and better when it is less; a gain is limit / ours, and better when it
-// is more.
+// How the two make a ratio. A cost is ours / limit, and better when it is less; a gain is limit / ours, and better when it is
+// more. Of losses both are how many were lost, of all rounds; the goal is none.
 enum enRatios : int
 {
     enCost,
-    enGain
+    enGain,
+    enLoss
+};
+
+// What is measured.
+enum enQuantities : int
+{
+    enSeconds,
+    enBytes
 };
 
 // One line of the table. A goal of 0 is none. The name is that of the benchmark as well, so that a filter finds it.
@@ -21,6 +29,7 @@ struct stCase
     enRatios enRatio;
     double dGood;
     double dExtreme;
+    enQuantities enQuantity = enSeconds;
 };
 
 // What is measured: each call does nOperations of the kind that the case is about, on data that the two share or that is alike.
@@ -31,7 +40,7 @@ struct stSides
     int nOperations;
 };
 
-// Both sides of one round, in seconds an operation, measured by the case itself.
+// Both sides of one round, in seconds an operation, or bytes, or how many, measured by the case itself.
 struct stRound
 {
     double dOurs;
@@ -49,6 +58,8 @@ double Quantile(std::vector<double> numbers, double dShare);
 
 // Each file of cases adds its own.
 void AddMemoryCases();
+void AddObjectCases();
 void AddParameterCases();
 void AddRecordCases();
+void AddReportCases();
 void AddUpdateCases();

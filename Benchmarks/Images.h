@@ -1,4 +1,4 @@
-// An image of random values, the same for the same seed.
+// Images of random values, the same for the same seed, and updates of them.
 #pragma once
 
 #include "LogicalControls.h"
@@ -6,8 +6,10 @@
 #include <algorithm>
 #include <memory>
 #include <random>
+#include <vector>
 
 typedef std::shared_ptr<CBMAContainer> tImage;
+typedef std::vector<unsigned char> tBytes;
 
 inline tImage RandomImage(unsigned int unSeed)
 {
@@ -21,4 +23,15 @@ inline tImage RandomImage(unsigned int unSeed)
         std::generate_n(static_cast<unsigned char*>(pMemory), lBytes, [&] { return static_cast<unsigned char>(random()); });
     }
     return pImage;
+}
+
+// An update as it is sent: a rotary one has 302,188 bytes, a surface one 106,449.
+inline tBytes Update(const CBMAContainer& image, MCUpdateType enType)
+{
+    const auto pMessage = std::make_unique<CMCUpdateMsg>();
+    BuildMCUpdate(image, enType, *pMessage);
+    tBytes bytes(static_cast<std::size_t>(pMessage->GetTotalSize()));
+    unsigned char* pOut = bytes.data();
+    *pMessage >> &pOut;
+    return bytes;
 }

@@ -68,6 +68,16 @@ std::vector<std::size_t> ValueSizes()
     return sizes;
 }
 
+std::vector<std::size_t> FlagSizes()
+{
+    std::vector<std::size_t> sizes;
+    for (const int nCount : canParameterCounts)
+    {
+        sizes.push_back(static_cast<std::size_t>(nCount + 7) / 8);
+    }
+    return sizes;
+}
+
 // Values, side floats and the four scopes' flags: all that a copy of an image carries.
 std::vector<std::size_t> ImageSizes()
 {
@@ -75,10 +85,8 @@ std::vector<std::size_t> ImageSizes()
     sizes.insert(sizes.end(), {65300 * 4, 2765 * 4});
     for (int nScope = 0; nScope < 4; ++nScope)
     {
-        for (const int nCount : canParameterCounts)
-        {
-            sizes.push_back(static_cast<std::size_t>(nCount + 7) / 8);
-        }
+        const std::vector<std::size_t> flags = FlagSizes();
+        sizes.insert(sizes.end(), flags.begin(), flags.end());
     }
     return sizes;
 }
@@ -97,6 +105,41 @@ std::function<void()> CopyOf(std::vector<std::size_t> sizes)
     const tBlocks pFrom = std::make_shared<CBlocks>(sizes);
     const tBlocks pTo = std::make_shared<CBlocks>(std::move(sizes));
     return [=] { CopyBlocks(*pFrom, *pTo); };
+}
+
+// A whole image to records, or back, beside the records copied.
+stSides TransferredInBlocks(bool bRead)
+{
+    constexpr int c_nRecords = 241339;
+    typedef std::vector<stPPCWithSI> tRecords;
+    const tImage pImage = RandomImage(1);
+    const int nScope = CBMAContainer::m_anScopeMasks[0];
+    const auto read = [=](tRecords& records)
+    {
+        pImage->SetReadBlock(enString, enGlobals, 0, 0);
+        pImage->BlockReadPPC(records.data(), c_nRecords, nScope);
+    };
+    const auto pRecords = std::make_shared<tRecords>(c_nRecords);
+    const auto pFrom = std::make_shared<tRecords>(c_nRecords);
+    const auto pTo = std::make_shared<tRecords>(c_nRecords);
+    read(*pRecords);
+    const auto ours = [=]
+    {
+        if (bRead)
+        {
+            read(*pRecords);
+        }
+        else
+        {
+            pImage->BlockWritePPC(pRecords->data(), c_nRecords, nScope);
+        }
+    };
+    const auto limit = [=]
+    {
+        std::memcpy(static_cast<void*>(pTo->data()), pFrom->data(), c_nRecords * sizeof(stPPCWithSI));
+        benchmark::ClobberMemory();
+    };
+    return {ours, limit, 1};
 }
 
 // ---- Moves under masks
@@ -298,4 +341,21 @@ void AddMemoryCases()
                 return stSides{[=] { pImage->UpdateXors(); }, CopyOf(ValueSizes()), 1};
             });
     AddMaskedCases();
+    AddCase({"BlockAssign", "memset of the flags", enCost, 0, 2},
+            []
+            {
+                const auto pMask = std::make_shared<CCBMAContainerScopeMask>();
+                const tBlocks pFlags = std::make_shared<CBlocks>(FlagSizes());
+                const auto limit = [=]
+                {
+                    for (std::size_t unBlock = 0; unBlock < pFlags->Count(); ++unBlock)
+                    {
+                        std::memset(pFlags->At(unBlock), 0xff, pFlags->Size(unBlock));
+                        benchmark::ClobberMemory();
+                    }
+                };
+                return stSides{[=] { pMask->BlockAssign(1); }, limit, 1};
+            });
+    AddCase({"BlockReadPPC, a whole image", "memcpy of the records", enCost, 0, 2}, [] { return TransferredInBlocks(true); });
+    AddCase({"BlockWritePPC, a whole image", "memcpy of the records", enCost, 0, 2}, [] { return TransferredInBlocks(false); });
 }

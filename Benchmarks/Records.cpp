@@ -1,6 +1,7 @@
 // Parameter changes: sent one by one, queued and packed, read back.
 #include "Bench.h"
 #include "Datagrams.h"
+#include "Images.h"
 
 #include "LogicalControls.h"
 
@@ -9,18 +10,19 @@
 #include <arpa/inet.h>
 #include <sys/socket.h>
 
+#include <atomic>
 #include <chrono>
 #include <cstdlib>
 #include <cstring>
 #include <memory>
 #include <mutex>
+#include <thread>
 #include <vector>
 
 namespace
 {
 
 typedef std::chrono::steady_clock tClock;
-typedef std::vector<unsigned char> tBytes;
 
 constexpr int c_nAtOnce = 64;
 constexpr int c_nRecordsInDatagram = 2240;
@@ -79,6 +81,66 @@ public:
         }
     }
 };
+
+// Reads what comes, and forgets it.
+class CReader
+{
+public:
+    CReader() : m_bStop(false), m_Thread([this] { Run(); }) {}
+    ~CReader()
+    {
+        m_bStop = true;
+        const sockaddr_in own = LoopbackAddress(Port());
+        sendto(m_Socket.Descriptor(), "", 1, 0, reinterpret_cast<const sockaddr*>(&own), sizeof own);
+        m_Thread.join();
+    }
+
+    unsigned int Port() const { return m_Socket.Port(); }
+
+private:
+    void Run()
+    {
+        tBytes buffer(65536);
+        while (!m_bStop)
+        {
+            recv(m_Socket.Descriptor(), buffer.data(), buffer.size(), 0);
+        }
+    }
+
+    CPlainSocket m_Socket;
+    std::atomic<bool> m_bStop;
+    std::thread m_Thread;
+};
+
+// A full datagram made of messages and sent, beside one that was made before.
+stSides PackedAndSent()
+{
+    const auto pReader = std::make_shared<CReader>();
+    const auto pSocket = std::make_shared<CPlainSocket>();
+    const auto pPacket = std::make_shared<UDP_PACKET>();
+    const std::shared_ptr<CRawPPCMsg[]> pMessages(new CRawPPCMsg[c_nRecordsInDatagram]);
+    for (int nRecord = 0; nRecord < c_nRecordsInDatagram; ++nRecord)
+    {
+        pMessages[nRecord].SetPPC(enRotary, enMicInput, nRecord / c_nPathParams, nRecord % c_nPathParams, 0.5f);
+    }
+    const auto pack = [=]
+    {
+        std::size_t unPacked = 0;
+        for (int nRecord = 0; nRecord < c_nRecordsInDatagram; ++nRecord)
+        {
+            unPacked += pMessages[nRecord].WriteTo(pPacket->acPayload + unPacked, sizeof pPacket->acPayload - unPacked);
+        }
+        return MakeFragment(enDatagramPPC, 1, pPacket->acPayload, static_cast<long>(unPacked), 1, *pPacket);
+    };
+    const long lSize = pack();
+    const auto send = [=](long lBytes)
+    {
+        const sockaddr_in destination = LoopbackAddress(pReader->Port());
+        sendto(pSocket->Descriptor(), pPacket.get(), static_cast<std::size_t>(lBytes), 0,
+               reinterpret_cast<const sockaddr*>(&destination), sizeof destination);
+    };
+    return {[=] { send(pack()); }, [=] { send(lSize); }, 1};
+}
 
 // The time of sends of 64 datagrams of one record each in one call, an operation being one of them.
 double SecondsToSendSingly(int nSocket, const sockaddr_in& destination)
@@ -263,6 +325,7 @@ stSides ReadBack(bool bCount, bool bRead)
 void AddRecordCases()
 {
     AddCase({"SetPPC with the simple sender", "sendto of 49 bytes", enCost, 1.10, 1.03}, SentOneByOne);
+    AddCase({"a datagram of 2,240 changes packed and sent", "sendto of one made before", enGain, 0.6, 0.75}, PackedAndSent);
     AddDrainCase({"SendAll, a record", "a datagram each, sendmmsg", enGain, 15, 30},
                  [](int, int nSocket, const sockaddr_in& destination) { return SecondsToSendSingly(nSocket, destination); });
     AddDrainCase({"SendAll against the plainest way", "heap messages, grown buffer", enGain, 8, 13}, SecondsToDrainPlainly);

@@ -20,22 +20,12 @@ namespace
 {
 
 typedef std::chrono::steady_clock tClock;
-typedef std::vector<unsigned char> tBytes;
+
+constexpr std::chrono::microseconds c_Wakeup(100); // that a sleep may last longer
 
 double SecondsSince(tClock::time_point start)
 {
     return std::chrono::duration<double>(tClock::now() - start).count();
-}
-
-// A serialised update: a rotary one has 302,188 bytes, a surface one 106,449.
-tBytes Update(MCUpdateType enType)
-{
-    const auto pMessage = std::make_unique<CMCUpdateMsg>();
-    BuildMCUpdate(*RandomImage(3), enType, *pMessage);
-    tBytes bytes(static_cast<std::size_t>(pMessage->GetTotalSize()));
-    unsigned char* pOut = bytes.data();
-    *pMessage >> &pOut;
-    return bytes;
 }
 
 std::function<void()> CopyOf(std::size_t unBytes)
@@ -88,7 +78,7 @@ void AddJoinCase(const stCase& entry, bool bInRoom)
     AddMeasuredCase(entry,
                     [=]
                     {
-                        const auto pUpdate = std::make_shared<tBytes>(Update(enMCUpdateRotary));
+                        const auto pUpdate = std::make_shared<tBytes>(Update(*RandomImage(3), enMCUpdateRotary));
                         const auto pFragments = std::make_shared<CFragments>(pUpdate->data(), static_cast<long>(pUpdate->size()));
                         const auto pHandler = std::make_shared<CHandler>();
                         const auto pId = std::make_shared<std::uint32_t>(0);
@@ -112,21 +102,24 @@ void AddJoinCase(const stCase& entry, bool bInRoom)
 
 // ---- Over the network
 
-// Says when an update is ready to be processed.
+// Says when an update is ready to be processed, and applies it where there is an image.
 class CReadyHandler : public CClientMsgHandler
 {
 public:
-    CReadyHandler() : CClientMsgHandler(false), m_unReady(0), m_pImage(nullptr) {}
+    explicit CReadyHandler(tImage pImage) : CClientMsgHandler(false), m_unReady(0), m_pImage(std::move(pImage))
+    {
+        if (!InitialiseClient(0, "127.0.0.1", nullptr, nullptr))
+        {
+            throw std::string("no socket can be had");
+        }
+    }
     ~CReadyHandler() override { Shutdown(); }
 
     using CClientMsgHandler::OnReceivedData;
     void OnReceivedData(char* pData, long lLength, const RySocketIO::CIPString& sender) override
     {
         CClientMsgHandler::OnReceivedData(pData, lLength, sender);
-        if (m_pImage == nullptr)
-        {
-            UpdateBMA(); // at once, on this thread
-        }
+        UpdateBMA(); // at once, on this thread
     }
 
     int ProcessMCUpdate(const CMCUpdateMsg& update) override
@@ -142,13 +135,16 @@ public:
 
     std::atomic<std::uint32_t> m_unReady;
     tClock::time_point m_ReadyAt;
-    CBMAContainer* m_pImage;
+
+private:
+    const tImage m_pImage;
 };
 
 enum enPlainWays : int
 {
     enTwoCopies, // into a buffer, into the fragment's slot, into the message
-    enNoCopy     // the payload where it belongs
+    enNoCopy,    // the payload where it belongs
+    enToImage    // and from there to memory that stands for an image
 };
 
 // A thread that receives updates of five fragments as plainly as can be.
@@ -157,7 +153,7 @@ class CPlainReceiver
 public:
     explicit CPlainReceiver(enPlainWays enWay)
         : m_unReady(0), m_bStop(false), m_enWay(enWay), m_Message(5 * 65000), m_Slots(5 * 65000), m_Buffer(65536),
-          m_Thread([this] { Run(); })
+          m_Image(5 * 65000), m_Thread([this] { Run(); })
     {
     }
     ~CPlainReceiver()
@@ -184,8 +180,8 @@ private:
             iovec aVectors[] = {{acHeader, sizeof acHeader}, {pPlace, 64980}};
             iovec buffer = {m_Buffer.data(), m_Buffer.size()};
             msghdr message = {};
-            message.msg_iov = m_enWay == enNoCopy ? aVectors : &buffer;
-            message.msg_iovlen = m_enWay == enNoCopy ? 2 : 1;
+            message.msg_iov = m_enWay == enTwoCopies ? &buffer : aVectors;
+            message.msg_iovlen = m_enWay == enTwoCopies ? 1 : 2;
             const ssize_t nBytes = recvmsg(m_Socket.Descriptor(), &message, 0);
             if (nBytes <= 20)
             {
@@ -206,6 +202,10 @@ private:
                     unAt += m_aunPayloads[nFragment];
                 }
                 nFragments = 0;
+                if (m_enWay == enToImage)
+                {
+                    std::memcpy(m_Image.data(), m_Message.data(), m_Image.size());
+                }
                 m_ReadyAt = tClock::now();
                 ++m_unReady;
             }
@@ -218,6 +218,7 @@ private:
     tBytes m_Message;
     tBytes m_Slots;
     tBytes m_Buffer;
+    tBytes m_Image;
     std::size_t m_aunPayloads[5];
     std::thread m_Thread;
 };
@@ -247,13 +248,9 @@ void AddLatencyCase(const stCase& entry, enPlainWays enWay, double dQuantile)
         entry,
         [=]
         {
-            const auto pUpdate = std::make_shared<tBytes>(Update(enMCUpdateRotary));
+            const auto pUpdate = std::make_shared<tBytes>(Update(*RandomImage(3), enMCUpdateRotary));
             const auto pFragments = std::make_shared<CFragments>(pUpdate->data(), static_cast<long>(pUpdate->size()));
-            const auto pHandler = std::make_shared<CReadyHandler>();
-            if (!pHandler->InitialiseClient(0, "127.0.0.1", nullptr, nullptr))
-            {
-                throw std::string("no socket can be had");
-            }
+            const auto pHandler = std::make_shared<CReadyHandler>(nullptr);
             const auto pPlain = std::make_shared<CPlainReceiver>(enWay);
             const auto pSender = std::make_shared<CPlainSocket>();
             const auto pId = std::make_shared<std::uint32_t>(0);
@@ -273,6 +270,103 @@ void AddLatencyCase(const stCase& entry, enPlainWays enWay, double dQuantile)
         });
 }
 
+// The seconds an update takes when as many follow each other as can, at most three of them under way.
+template <class Receiver>
+double SecondsInARow(Receiver& receiver, CFragments& fragments, std::uint32_t& unId, int nUpdates, int nSocket,
+                     const sockaddr_in& destination)
+{
+    const std::uint32_t unBefore = receiver.m_unReady;
+    const tClock::time_point start = tClock::now();
+    const auto wait = [&](int nAtMost, int nSent)
+    {
+        while (static_cast<std::uint32_t>(nSent) - (receiver.m_unReady - unBefore) > static_cast<std::uint32_t>(nAtMost))
+        {
+            if (SecondsSince(start) > 5)
+            {
+                throw std::string("an update was lost");
+            }
+            std::this_thread::yield();
+        }
+    };
+    for (int nUpdate = 0; nUpdate < nUpdates; ++nUpdate)
+    {
+        wait(2, nUpdate);
+        fragments.SetId(++unId);
+        fragments.SendTo(nSocket, destination);
+    }
+    wait(0, nUpdates);
+    return SecondsSince(start) / nUpdates;
+}
+
+void AddRateCase(const stCase& entry)
+{
+    AddMeasuredCase(
+        entry,
+        []
+        {
+            const auto pUpdate = std::make_shared<tBytes>(Update(*RandomImage(3), enMCUpdateRotary));
+            const auto pFragments = std::make_shared<CFragments>(pUpdate->data(), static_cast<long>(pUpdate->size()));
+            const auto pHandler = std::make_shared<CReadyHandler>(std::make_shared<CBMAContainer>());
+            const auto pPlain = std::make_shared<CPlainReceiver>(enToImage);
+            const auto pSender = std::make_shared<CPlainSocket>();
+            const auto pId = std::make_shared<std::uint32_t>(0);
+            return [=](double dShare)
+            {
+                const int nUpdates = static_cast<int>(500 * dShare);
+                const int nSocket = pSender->Descriptor();
+                return stRound{
+                    SecondsInARow(*pHandler, *pFragments, *pId, nUpdates, nSocket, LoopbackAddress(pHandler->GetLocalPort())),
+                    SecondsInARow(*pPlain, *pFragments, *pId, nUpdates, nSocket, LoopbackAddress(pPlain->Port()))};
+            };
+        });
+}
+
+// How many of some updates were lost that were sent so long apart, to a receiver that sleeps in between or has no time to.
+template <class Receiver>
+int CountLost(Receiver& receiver, CFragments& fragments, std::uint32_t& unId, int nUpdates, std::chrono::microseconds apart,
+              int nSocket, const sockaddr_in& destination)
+{
+    const std::uint32_t unBefore = receiver.m_unReady;
+    const tClock::time_point start = tClock::now();
+    for (int nUpdate = 0; nUpdate < nUpdates; ++nUpdate)
+    {
+        while (tClock::now() < start + nUpdate * apart)
+        {
+            std::this_thread::sleep_for(std::max(apart - c_Wakeup, std::chrono::microseconds(0)));
+        }
+        fragments.SetId(++unId);
+        fragments.SendTo(nSocket, destination);
+    }
+    std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    return nUpdates - static_cast<int>(receiver.m_unReady - unBefore);
+}
+
+// Updates that fill five datagrams to the last byte: how many were lost of those sent, beside how many a plain socket lost.
+void AddLossCase(const stCase& entry, std::chrono::microseconds apart, int nUpdates)
+{
+    AddMeasuredCase(entry,
+                    [=]
+                    {
+                        const auto pUpdate = std::make_shared<tBytes>(Update(*RandomImage(3), enMCUpdateRotary));
+                        pUpdate->resize(std::size_t(5) * c_nMaxPayload);
+                        const auto pFragments = std::make_shared<CFragments>(pUpdate->data(), static_cast<long>(pUpdate->size()));
+                        const auto pHandler = std::make_shared<CReadyHandler>(std::make_shared<CBMAContainer>());
+                        const auto pPlain = std::make_shared<CPlainReceiver>(enToImage);
+                        const auto pSender = std::make_shared<CPlainSocket>();
+                        const auto pId = std::make_shared<std::uint32_t>(0);
+                        return [=](double dShare)
+                        {
+                            const int nSent = static_cast<int>(nUpdates * dShare);
+                            const int nSocket = pSender->Descriptor();
+                            const int nOurs = CountLost(*pHandler, *pFragments, *pId, nSent, apart, nSocket,
+                                                        LoopbackAddress(pHandler->GetLocalPort()));
+                            const int nPlain =
+                                CountLost(*pPlain, *pFragments, *pId, nSent, apart, nSocket, LoopbackAddress(pPlain->Port()));
+                            return stRound{double(nOurs), double(nPlain)};
+                        };
+                    });
+}
+
 } // namespace
 
 void AddUpdateCases()
@@ -289,7 +383,7 @@ void AddUpdateCases()
     AddCase({"ApplyMCUpdate, rotary", "memcpy of its blocks", enCost, 0, 1.15},
             []
             {
-                const auto pUpdate = std::make_shared<tBytes>(Update(enMCUpdateRotary));
+                const auto pUpdate = std::make_shared<tBytes>(Update(*RandomImage(3), enMCUpdateRotary));
                 const auto pMessage = std::make_shared<CMCUpdateMsg>();
                 const auto pImage = RandomImage(3);
                 pMessage->SetShallowMode(true);
@@ -301,6 +395,27 @@ void AddUpdateCases()
                                },
                                CopyOf(302163), 1};
             });
+    AddMeasuredCase({"shallow decode of a rotary update", "100 ns", enCost, 0, 1.0},
+                    []
+                    {
+                        const auto pUpdate = std::make_shared<tBytes>(Update(*RandomImage(3), enMCUpdateRotary));
+                        const auto pMessage = std::make_shared<CMCUpdateMsg>();
+                        pMessage->SetShallowMode(true);
+                        return [=](double)
+                        {
+                            constexpr int c_nTimes = 2000;
+                            const tClock::time_point start = tClock::now();
+                            for (int nTime = 0; nTime < c_nTimes; ++nTime)
+                            {
+                                pMessage->Parse(pUpdate->data(), pUpdate->size());
+                                benchmark::ClobberMemory();
+                            }
+                            return stRound{SecondsSince(start) / c_nTimes, 100e-9};
+                        };
+                    });
+    AddRateCase({"updates in a row to the image, 302,188 bytes", "plain UDP, in place, copied", enGain, 0.65, 0.85});
+    AddLossCase({"lost, 5 x 65,000 bytes, 5 ms apart", "lost by plain UDP", enLoss, 0, 0}, std::chrono::milliseconds(5), 164);
+    AddLossCase({"lost, 5 x 65,000 bytes, at 20,000/s", "lost by plain UDP", enLoss, 0, 0}, std::chrono::microseconds(50), 1000);
     AddLatencyCase({"one way, 302,188 bytes, p50", "plain UDP, two copies", enCost, 1.15, 1.0}, enTwoCopies, 0.5);
     AddLatencyCase({"one way, 302,188 bytes, p50, no copy", "plain UDP, no copy", enCost, 0, 1.1}, enNoCopy, 0.5);
 }

@@ -267,14 +267,23 @@ bool NamesOtherFiles(const xmlNode* pSchema)
     return false;
 }
 
-tText Attribute(const xmlNode* pNode, const char* szName)
+// An element's attribute. False when it has none of that name, or the memory did not suffice.
+bool GetAttribute(const xmlNode* pNode, const char* szName, std::string& strText)
 {
-    return tText(xmlGetProp(pNode, BAD_CAST szName));
-}
-
-std::string String(const tText& pText)
-{
-    return reinterpret_cast<const char*>(pText.get());
+    const auto assign = [&strText](const xmlChar* szText) { strText = reinterpret_cast<const char*>(szText); };
+    const xmlAttr* const pAttribute = xmlHasProp(pNode, BAD_CAST szName);
+    const xmlNode* const pText = pAttribute != nullptr ? pAttribute->children : nullptr;
+    if (pText != nullptr && pText->next == nullptr && pText->type == XML_TEXT_NODE && pText->content != nullptr)
+    {
+        assign(pText->content); // as nearly all are: one piece, which need not be copied together
+        return true;
+    }
+    const tText pWhole(pAttribute != nullptr ? xmlGetProp(pNode, BAD_CAST szName) : nullptr);
+    if (pWhole != nullptr)
+    {
+        assign(pWhole.get());
+    }
+    return pWhole != nullptr;
 }
 
 } // namespace
@@ -446,17 +455,16 @@ bool diagnostics_xml_reader::GetMsgDeviceType()
     {
         m_pCurrentNode = m_pCurrentNode->next; // one step only: that is meant
     }
-    const tText pId = Attribute(m_pCurrentNode, "id");
-    const tText pName = Attribute(m_pCurrentNode, "name");
-    if (pId == nullptr || pName == nullptr)
-    {
-        std::puts("WARNING - in diagnostics_xml_reader::GetMsgDeviceType():\n\t\"name\" or \"id\" field returned NULL!");
-        return false;
-    }
     try
     {
-        std::string strName = String(pName);
-        m_nDeviceId = string2Int(String(pId));
+        std::string strId;
+        std::string strName;
+        if (!GetAttribute(m_pCurrentNode, "id", strId) || !GetAttribute(m_pCurrentNode, "name", strName))
+        {
+            std::puts("WARNING - in diagnostics_xml_reader::GetMsgDeviceType():\n\t\"name\" or \"id\" field returned NULL!");
+            return false;
+        }
+        m_nDeviceId = string2Int(std::move(strId));
         m_strDeviceType.swap(strName);
     }
     catch (const std::bad_alloc&)
@@ -486,12 +494,12 @@ bool diagnostics_xml_reader::FillMap()
             {
                 continue;
             }
-            tText apTexts[XMLDiagnostics::c_nXMLAttributeTypes];
+            XMLDiagnostics::XMLElement element;
+            std::string* const apTexts[XMLDiagnostics::c_nXMLAttributeTypes] = {&element.i, &element.v, &element.e};
             bool bComplete = true;
             for (const auto& attribute : XML_ATTRIBUTE_TYPE_DESCRIPTION)
             {
-                apTexts[attribute.type] = Attribute(pNode, attribute.name.c_str());
-                bComplete = bComplete && apTexts[attribute.type] != nullptr;
+                bComplete = GetAttribute(pNode, attribute.name.c_str(), *apTexts[attribute.type]) && bComplete;
             }
             if (errors.IsOutOfMemory())
             {
@@ -504,8 +512,6 @@ bool diagnostics_xml_reader::FillMap()
                 m_Map.clear();
                 break;
             }
-            XMLDiagnostics::XMLElement element = {String(apTexts[XMLDiagnostics::XAT_I]), String(apTexts[XMLDiagnostics::XAT_V]),
-                                                  String(apTexts[XMLDiagnostics::XAT_E])};
             const int nKey = string2Int(element.i);
             if (m_Map.size() < m_unMapLimit || m_Map.count(nKey) != 0)
             {

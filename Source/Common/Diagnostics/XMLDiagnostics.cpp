@@ -2,6 +2,7 @@
 
 #include "Runtime/TextOrEmpty.h"
 
+#include <charconv>
 #include <iomanip>
 #include <locale>
 #include <sstream>
@@ -41,13 +42,16 @@ std::string float2String(float fValue, short nPrecision)
 
 int string2Int(const char* szText)
 {
-    return Extract<int>(TextOrEmpty(szText));
+    return string2Int(std::string(TextOrEmpty(szText)));
 }
 
-// By value: clients link it so.
+// By value: clients link it so. Nearly all texts are a number and nothing else.
 int string2Int(std::string strText) // NOLINT(performance-unnecessary-value-param)
 {
-    return Extract<int>(strText);
+    int nValue = 0;
+    const char* const pEnd = strText.data() + strText.size();
+    const std::from_chars_result read = std::from_chars(strText.data(), pEnd, nValue);
+    return read.ec == std::errc() && read.ptr == pEnd ? nValue : Extract<int>(strText);
 }
 
 float string2Float(const char* szText)

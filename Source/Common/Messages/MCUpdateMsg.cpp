@@ -4,6 +4,7 @@
 #include <climits>
 #include <cstdio>
 #include <cstring>
+#include <new>
 
 namespace
 {
@@ -42,10 +43,14 @@ stCarriedArrays CarriedArrays(int nUpdateType)
 }
 
 CMCUpdateMsg::CMCUpdateMsg()
-    : m_Header(), m_pShallowSource(nullptr), m_aShallow(), m_bError(false), m_bShallowMode(false), m_nErrorCode(0),
-      m_unShallowSet(0), m_unDeepHeld(0)
+    : m_Header(), m_pDeep(static_cast<unsigned char*>(std::calloc(c_nMessageTypes, enMaxArrayLength))), m_anDeepLengths(),
+      m_pShallowSource(nullptr), m_aShallow(), m_bError(false), m_bShallowMode(false), m_nErrorCode(0), m_unShallowSet(0),
+      m_unDeepHeld(0)
 {
-    Clear(true);
+    if (m_pDeep == nullptr)
+    {
+        throw std::bad_alloc();
+    }
 }
 
 CMCUpdateMsg::CMCUpdateMsg(const CMCUpdateMsg& other) : CMCUpdateMsg()
@@ -74,10 +79,10 @@ void CMCUpdateMsg::Clear(bool bDeep)
     m_unDeepHeld = 0;
     for (int nType = 0; nType < c_nMessageTypes; ++nType)
     {
-        m_aDeep[nType].nLength = 0;
+        m_anDeepLengths[nType] = 0;
         if (bDeep)
         {
-            std::memset(m_aDeep[nType].acData, 0, sizeof m_aDeep[nType].acData);
+            std::memset(Deep(nType), 0, enMaxArrayLength);
             m_aShallow[nType].pData = nullptr;
         }
     }
@@ -126,7 +131,7 @@ int CMCUpdateMsg::GetTotalSize() const
     const stCarriedArrays carried = CarriedArrays(m_Header.nUpdateType);
     for (int nType = carried.nFirst; nType <= carried.nLast; ++nType)
     {
-        nTotal += std::int64_t(sizeof(tArrayLength)) + m_aDeep[nType].nLength;
+        nTotal += std::int64_t(sizeof(tArrayLength)) + m_anDeepLengths[nType];
     }
     return static_cast<int>(std::min<std::int64_t>(std::max<std::int64_t>(nTotal, INT_MIN), INT_MAX));
 }
@@ -157,13 +162,13 @@ void CMCUpdateMsg::operator>>(unsigned char** ppOut)
     const stCarriedArrays carried = CarriedArrays(m_Header.nUpdateType);
     for (int nType = carried.nFirst; nType <= carried.nLast && nTotal - nOffset >= std::int64_t(sizeof(tArrayLength)); ++nType)
     {
-        const tArrayLength length(m_aDeep[nType].nLength);
+        const tArrayLength length(m_anDeepLengths[nType]);
         std::memcpy(*ppOut + nOffset, &length, sizeof length);
         nOffset += std::int64_t(sizeof length);
 
-        const std::int64_t nArray = std::max<std::int64_t>(m_aDeep[nType].nLength, 0);
+        const std::int64_t nArray = std::max<std::int64_t>(m_anDeepLengths[nType], 0);
         const std::int64_t nCopy = std::min({nArray, std::int64_t(enMaxArrayLength), nTotal - nOffset});
-        std::memcpy(*ppOut + nOffset, m_aDeep[nType].acData, static_cast<std::size_t>(nCopy));
+        std::memcpy(*ppOut + nOffset, Deep(nType), static_cast<std::size_t>(nCopy));
         nOffset += nArray;
     }
 }
@@ -215,11 +220,11 @@ void CMCUpdateMsg::CopyToMe(const CMCUpdateMsg& other)
     const stCarriedArrays carried = CarriedArrays(m_Header.nUpdateType);
     for (int nType = carried.nFirst; nType <= carried.nLast; ++nType)
     {
-        const int nLength = other.m_aDeep[nType].nLength;
-        m_aDeep[nType].nLength = nLength;
+        const int nLength = other.m_anDeepLengths[nType];
+        m_anDeepLengths[nType] = nLength;
         if (nLength > 0 && nLength < enMaxArrayLength)
         {
-            std::memcpy(m_aDeep[nType].acData, other.m_aDeep[nType].acData, static_cast<std::size_t>(nLength));
+            std::memcpy(Deep(nType), other.Deep(nType), static_cast<std::size_t>(nLength));
             m_unDeepHeld |= other.m_unDeepHeld & (1u << nType);
         }
     }
@@ -234,12 +239,12 @@ bool CMCUpdateMsg::GetArray(tagenPPCMessageType enType, const unsigned char*& pD
         return false;
     }
     const unsigned int unHeld = m_bShallowMode ? m_unShallowSet : m_unDeepHeld;
-    const int nHeld = m_bShallowMode ? m_aShallow[enType].nLength : m_aDeep[enType].nLength;
+    const int nHeld = m_bShallowMode ? m_aShallow[enType].nLength : m_anDeepLengths[enType];
     if ((unHeld & (1u << enType)) == 0 || nHeld <= 0)
     {
         return false;
     }
-    pData = m_bShallowMode ? m_aShallow[enType].pData : m_aDeep[enType].acData;
+    pData = m_bShallowMode ? m_aShallow[enType].pData : Deep(enType);
     nLength = nHeld;
     return true;
 }
@@ -260,9 +265,9 @@ unsigned char* CMCUpdateMsg::PrepareArray(tagenPPCMessageType enType, int nLengt
     {
         return nullptr;
     }
-    m_aDeep[enType].nLength = nLength;
+    m_anDeepLengths[enType] = nLength;
     m_unDeepHeld |= 1u << enType;
-    return m_aDeep[enType].acData;
+    return Deep(enType);
 }
 
 // Calls visit(type, length, bytes) for each array of the update whose length is not 0; bytes is null when the length is
@@ -336,7 +341,7 @@ bool CMCUpdateMsg::AssignDeep(const unsigned char* pData, std::size_t unSize)
     WalkArrays(pData, unSize,
                [this, &bAllTaken](int nType, std::int32_t nLength, const unsigned char* pBytes)
                {
-                   m_aDeep[nType].nLength = nLength;
+                   m_anDeepLengths[nType] = nLength;
                    m_unDeepHeld &= ~(1u << nType);
                    if (nLength > c_nDeepParseLimit)
                    {
@@ -346,7 +351,7 @@ bool CMCUpdateMsg::AssignDeep(const unsigned char* pData, std::size_t unSize)
                    }
                    else if (pBytes != nullptr)
                    {
-                       std::memmove(m_aDeep[nType].acData, pBytes, static_cast<std::size_t>(nLength));
+                       std::memmove(Deep(nType), pBytes, static_cast<std::size_t>(nLength));
                        m_unDeepHeld |= 1u << nType;
                    }
                });

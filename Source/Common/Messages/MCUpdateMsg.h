@@ -9,6 +9,8 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <cstdlib>
+#include <memory>
 
 // Which arrays an update carries. Any other value up to 30 stands for all seven. A whole image is larger than what one
 // message's fragments hold, so an MC sends surface and rotary updates in turn.
@@ -51,8 +53,9 @@ static_assert(offsetof(stMCUpdateHeader, ucFlag) == 4 && offsetof(stMCUpdateHead
 // An update as a message: parsed deeply (arrays copied into the message's own buffers) or shallowly (the message only points
 // into the parsed bytes, which must stay in place for as long as its arrays or update type are looked at), and serialised again.
 //
-// Some 1.8 MB large: make it with new. Takes no lock: whoever owns it serialises access. Nothing throws; a parse that failed
-// sets a sticky error and says why on standard output:
+// The buffers are 1.8 MB of zeros that the system provides page by page as they are written: a message that is only parsed
+// shallowly takes next to nothing. Takes no lock: whoever owns it serialises access. Nothing throws but construction without
+// memory; a parse that failed sets a sticky error and says why on standard output:
 //
 //   102  an array is larger than the message's buffers hold (deep parse; the other arrays are still taken)
 //   103  null data
@@ -134,10 +137,9 @@ public:
     unsigned char* PrepareArray(tagenPPCMessageType enType, int nLength);
 
 private:
-    struct stDeepArray
+    struct stFree
     {
-        std::int32_t nLength;
-        unsigned char acData[enMaxArrayLength];
+        void operator()(unsigned char* pBytes) const { std::free(pBytes); }
     };
 
     struct stShallowArray
@@ -146,6 +148,7 @@ private:
         const unsigned char* pData;
     };
 
+    unsigned char* Deep(int nType) const { return m_pDeep.get() + nType * enMaxArrayLength; }
     template <class Visitor>
     static bool WalkArrays(const unsigned char* pData, std::size_t unSize, Visitor visit);
     bool ParseChecked(const unsigned char* pData, std::size_t unSize, bool bBounded, const char*& szRefusal);
@@ -154,7 +157,8 @@ private:
     void ReportError(int nCode);
 
     stMCUpdateHeader m_Header;
-    stDeepArray m_aDeep[c_nMessageTypes];
+    std::unique_ptr<unsigned char[], stFree> m_pDeep; // enMaxArrayLength bytes for each message type
+    std::int32_t m_anDeepLengths[c_nMessageTypes];
     const unsigned char* m_pShallowSource; // not owned
     stShallowArray m_aShallow[c_nMessageTypes];
     bool m_bError;

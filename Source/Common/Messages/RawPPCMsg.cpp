@@ -142,7 +142,7 @@ void CRawPPCMsg::operator>>(unsigned char** ppOut)
     WriteTo(*ppOut, unSize);
 }
 
-std::size_t CRawPPCMsg::WriteTo(unsigned char* pOut, std::size_t unRoom) const
+std::size_t CRawPPCMsg::WriteAnyTo(unsigned char* pOut, std::size_t unRoom) const
 {
     const std::size_t unValue = ValueLength();
     if (pOut == nullptr || unRoom < sizeof m_Header || unRoom - sizeof m_Header < unValue)
