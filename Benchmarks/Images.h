@@ -26,7 +26,7 @@ inline tImage RandomImage(unsigned int unSeed)
 }
 
 // An update as it is sent: a rotary one has 302,188 bytes, a surface one 106,449.
-inline tBytes Update(const CBMAContainer& image, MCUpdateType enType)
+inline tBytes SerialisedUpdate(const CBMAContainer& image, MCUpdateType enType)
 {
     const auto pMessage = std::make_unique<CMCUpdateMsg>();
     BuildMCUpdate(image, enType, *pMessage);

@@ -113,8 +113,8 @@ std::unique_ptr<CHandler> UsedHandler(CFragments& rotary, CFragments& surface)
 double ResidentForHandler()
 {
     const tImage pImage = RandomImage(3);
-    const tBytes rotary = Update(*pImage, enMCUpdateRotary);
-    const tBytes surface = Update(*pImage, enMCUpdateSurface);
+    const tBytes rotary = SerialisedUpdate(*pImage, enMCUpdateRotary);
+    const tBytes surface = SerialisedUpdate(*pImage, enMCUpdateSurface);
     CFragments rotaryFragments(rotary.data(), static_cast<long>(rotary.size()));
     CFragments surfaceFragments(surface.data(), static_cast<long>(surface.size()));
     return ResidentFor([&] { return UsedHandler(rotaryFragments, surfaceFragments); });

@@ -78,7 +78,7 @@ void AddJoinCase(const stCase& entry, bool bInRoom)
     AddMeasuredCase(entry,
                     [=]
                     {
-                        const auto pUpdate = std::make_shared<tBytes>(Update(*RandomImage(3), enMCUpdateRotary));
+                        const auto pUpdate = std::make_shared<tBytes>(SerialisedUpdate(*RandomImage(3), enMCUpdateRotary));
                         const auto pFragments = std::make_shared<CFragments>(pUpdate->data(), static_cast<long>(pUpdate->size()));
                         const auto pHandler = std::make_shared<CHandler>();
                         const auto pId = std::make_shared<std::uint32_t>(0);
@@ -248,7 +248,7 @@ void AddLatencyCase(const stCase& entry, enPlainWays enWay, double dQuantile)
         entry,
         [=]
         {
-            const auto pUpdate = std::make_shared<tBytes>(Update(*RandomImage(3), enMCUpdateRotary));
+            const auto pUpdate = std::make_shared<tBytes>(SerialisedUpdate(*RandomImage(3), enMCUpdateRotary));
             const auto pFragments = std::make_shared<CFragments>(pUpdate->data(), static_cast<long>(pUpdate->size()));
             const auto pHandler = std::make_shared<CReadyHandler>(nullptr);
             const auto pPlain = std::make_shared<CPlainReceiver>(enWay);
@@ -304,7 +304,7 @@ void AddRateCase(const stCase& entry)
         entry,
         []
         {
-            const auto pUpdate = std::make_shared<tBytes>(Update(*RandomImage(3), enMCUpdateRotary));
+            const auto pUpdate = std::make_shared<tBytes>(SerialisedUpdate(*RandomImage(3), enMCUpdateRotary));
             const auto pFragments = std::make_shared<CFragments>(pUpdate->data(), static_cast<long>(pUpdate->size()));
             const auto pHandler = std::make_shared<CReadyHandler>(std::make_shared<CBMAContainer>());
             const auto pPlain = std::make_shared<CPlainReceiver>(enToImage);
@@ -347,7 +347,7 @@ void AddLossCase(const stCase& entry, std::chrono::microseconds apart, int nUpda
     AddMeasuredCase(entry,
                     [=]
                     {
-                        const auto pUpdate = std::make_shared<tBytes>(Update(*RandomImage(3), enMCUpdateRotary));
+                        const auto pUpdate = std::make_shared<tBytes>(SerialisedUpdate(*RandomImage(3), enMCUpdateRotary));
                         pUpdate->resize(std::size_t(5) * c_nMaxPayload);
                         const auto pFragments = std::make_shared<CFragments>(pUpdate->data(), static_cast<long>(pUpdate->size()));
                         const auto pHandler = std::make_shared<CReadyHandler>(std::make_shared<CBMAContainer>());
@@ -383,7 +383,7 @@ void AddUpdateCases()
     AddCase({"ApplyMCUpdate, rotary", "memcpy of its blocks", enCost, 0, 1.15},
             []
             {
-                const auto pUpdate = std::make_shared<tBytes>(Update(*RandomImage(3), enMCUpdateRotary));
+                const auto pUpdate = std::make_shared<tBytes>(SerialisedUpdate(*RandomImage(3), enMCUpdateRotary));
                 const auto pMessage = std::make_shared<CMCUpdateMsg>();
                 const auto pImage = RandomImage(3);
                 pMessage->SetShallowMode(true);
@@ -398,7 +398,7 @@ void AddUpdateCases()
     AddMeasuredCase({"shallow decode of a rotary update", "100 ns", enCost, 0, 1.0},
                     []
                     {
-                        const auto pUpdate = std::make_shared<tBytes>(Update(*RandomImage(3), enMCUpdateRotary));
+                        const auto pUpdate = std::make_shared<tBytes>(SerialisedUpdate(*RandomImage(3), enMCUpdateRotary));
                         const auto pMessage = std::make_shared<CMCUpdateMsg>();
                         pMessage->SetShallowMode(true);
                         return [=](double)
