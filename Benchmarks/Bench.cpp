@@ -244,18 +244,6 @@ private:
 
 } // namespace
 
-double Quantile(std::vector<double> numbers, double dShare)
-{
-    const auto middle = numbers.begin() + static_cast<std::ptrdiff_t>(dShare * static_cast<double>(numbers.size() - 1));
-    std::nth_element(numbers.begin(), middle, numbers.end());
-    return *middle;
-}
-
-double Median(std::vector<double> numbers)
-{
-    return Quantile(std::move(numbers), 0.5);
-}
-
 void AddMeasuredCase(const stCase& entry, std::function<tRounds()> make)
 {
     const stEntry& added = Entries()[entry.strName] = {entry, std::move(make)};

@@ -1,8 +1,11 @@
 // A case of the benchmarks: our operation beside the limit that it chases, measured in turns.
 #pragma once
 
+#include <algorithm>
+#include <cstddef>
 #include <functional>
 #include <string>
+#include <utility>
 #include <vector>
 
 // How the two make a ratio. A cost is ours / limit, and better when it is less; a gain is limit / ours, and better when it is
@@ -52,9 +55,18 @@ struct stRound
 void AddCase(const stCase& entry, std::function<stSides()> make);
 void AddMeasuredCase(const stCase& entry, std::function<std::function<stRound(double)>()> make);
 
-// The middle one of some numbers; those at a share of them, as 0.99.
-double Median(std::vector<double> numbers);
-double Quantile(std::vector<double> numbers, double dShare);
+// One of some numbers: that at a share of them in order, as 0.99; the middle one.
+inline double Quantile(std::vector<double> numbers, double dShare)
+{
+    const auto middle = numbers.begin() + static_cast<std::ptrdiff_t>(dShare * static_cast<double>(numbers.size() - 1));
+    std::nth_element(numbers.begin(), middle, numbers.end());
+    return *middle;
+}
+
+inline double Median(std::vector<double> numbers)
+{
+    return Quantile(std::move(numbers), 0.5);
+}
 
 // Each file of cases adds its own.
 void AddMemoryCases();

@@ -1,62 +1,16 @@
 // Whole images: copied, checked, moved under masks, flagged, read and written as records.
 #include "Bench.h"
-#include "Images.h"
+#include "Masks.h"
 
 #include "LogicalControls.h"
 
 #include <benchmark/benchmark.h>
 
-#include <cstdlib>
 #include <cstring>
 #include <memory>
-#include <random>
 
 namespace
 {
-
-// Parameters by message type, bytes an element (switches: bits).
-constexpr int c_nSwitchBytes = (138696 + 7) / 8;
-
-struct stBlockSize
-{
-    tagenPPCMessageType enType;
-    std::size_t unBytes;
-    std::size_t unElement; // 0: bits
-};
-
-constexpr stBlockSize c_aValueBlocks[] = {
-    {enString, 3151 * 13, 13}, {enRotary, 65300 * 4, 4}, {enSwitch, c_nSwitchBytes, 0}, {enInteger, 14856 * 4, 4},
-    {enFader, 2765 * 4, 4},    {enOther, 673 * 4, 4},    {enMeter, 15898, 1},
-};
-
-// Plain memory as malloc gives it: what the limits work on.
-class CBlocks
-{
-public:
-    explicit CBlocks(std::vector<std::size_t> sizes) : m_Sizes(std::move(sizes))
-    {
-        for (const std::size_t unBytes : m_Sizes)
-        {
-            m_Blocks.emplace_back(static_cast<unsigned char*>(std::malloc(unBytes + 64)));
-            std::memset(m_Blocks.back().get(), 1, unBytes + 64);
-        }
-    }
-
-    std::size_t Count() const { return m_Sizes.size(); }
-    std::size_t Size(std::size_t unBlock) const { return m_Sizes[unBlock]; }
-    unsigned char* At(std::size_t unBlock) const { return m_Blocks[unBlock].get(); }
-
-private:
-    struct stFree
-    {
-        void operator()(unsigned char* pBlock) const { std::free(pBlock); }
-    };
-
-    std::vector<std::size_t> m_Sizes;
-    std::vector<std::unique_ptr<unsigned char[], stFree>> m_Blocks;
-};
-
-typedef std::shared_ptr<CBlocks> tBlocks;
 
 std::vector<std::size_t> ValueSizes()
 {
@@ -89,22 +43,6 @@ std::vector<std::size_t> ImageSizes()
         sizes.insert(sizes.end(), flags.begin(), flags.end());
     }
     return sizes;
-}
-
-void CopyBlocks(const CBlocks& from, const CBlocks& to)
-{
-    for (std::size_t unBlock = 0; unBlock < from.Count(); ++unBlock)
-    {
-        std::memcpy(to.At(unBlock), from.At(unBlock), from.Size(unBlock));
-        benchmark::ClobberMemory();
-    }
-}
-
-std::function<void()> CopyOf(std::vector<std::size_t> sizes)
-{
-    const tBlocks pFrom = std::make_shared<CBlocks>(sizes);
-    const tBlocks pTo = std::make_shared<CBlocks>(std::move(sizes));
-    return [=] { CopyBlocks(*pFrom, *pTo); };
 }
 
 // A whole image to records, or back, beside the records copied.
@@ -143,67 +81,6 @@ stSides TransferredInBlocks(bool bRead)
 }
 
 // ---- Moves under masks
-
-enum enMasks : int
-{
-    enNone,
-    enAll,
-    enWholePaths,
-    enOnePercent,
-    enHalf
-};
-
-// Sets an image's recall and safe flags alike: which parameters a scoped import moves.
-void SetFlags(CBMAContainer& image, enMasks enMask)
-{
-    std::mt19937 random(5);
-    std::vector<stPPCWithSI> records;
-    for (int nType = 0; nType < c_nMessageTypes; ++nType)
-    {
-        for (int nPathType = 0; nPathType < c_nPathTypes; ++nPathType)
-        {
-            for (int nPath = 0; nPath < canMaxPaths[nPathType]; ++nPath)
-            {
-                const bool bPath = random() % 2 != 0;
-                for (int nParam = 0; nParam < canMaxParams[nPathType * c_nMessageTypes + nType]; ++nParam)
-                {
-                    const auto unRandom = random() % 100;
-                    const bool abSet[] = {false, true, bPath, unRandom < 1, unRandom < 50};
-                    stPPCWithSI record;
-                    record.enMessageType = static_cast<tagenPPCMessageType>(nType);
-                    record.enPathType = static_cast<tagenVirtualPathType>(nPathType);
-                    record.nPath = nPath;
-                    record.nParameter = nParam;
-                    record.value.nValue = abSet[enMask] ? 1 : 0;
-                    records.push_back(record);
-                }
-            }
-        }
-    }
-    image.BlockWriteRecallScope(records.data(), static_cast<int>(records.size()));
-    image.BlockWriteSafeScope(records.data(), static_cast<int>(records.size()));
-}
-
-// What a scoped import moves: six value blocks, and the side floats of two, as {block, mask}.
-std::vector<stBlockSize> MovedBlocks()
-{
-    std::vector<stBlockSize> blocks;
-    std::copy_if(std::begin(c_aValueBlocks), std::end(c_aValueBlocks), std::back_inserter(blocks),
-                 [](const stBlockSize& block) { return block.enType != enMeter; });
-    blocks.push_back(c_aValueBlocks[enRotary]);
-    blocks.push_back(c_aValueBlocks[enFader]);
-    return blocks;
-}
-
-std::vector<std::size_t> SizesOf(const std::vector<stBlockSize>& blocks)
-{
-    std::vector<std::size_t> sizes;
-    for (const stBlockSize& block : blocks)
-    {
-        sizes.push_back(block.unBytes);
-    }
-    return sizes;
-}
 
 // The plainest way: bit by bit.
 class CBitByBit
@@ -275,18 +152,10 @@ private:
     std::vector<std::vector<unsigned char>> m_Masks;
 };
 
-std::function<void()> ScopedImport(enMasks enMask, tImage& pDestination)
-{
-    const tImage pSource = RandomImage(1);
-    pDestination = RandomImage(2);
-    SetFlags(*pDestination, enMask);
-    return [pSource, pTo = pDestination] { pTo->ImportScopedParameters(*pSource, false, false); };
-}
-
 struct stMaskedCase
 {
     const char* szMask;
-    enMasks enMask;
+    stMask mask;
     double dGood;
     double dExtreme;
     double dGoodGain; // against bit by bit
@@ -294,11 +163,11 @@ struct stMaskedCase
 };
 
 constexpr stMaskedCase c_aMaskedCases[] = {
-    {"none", enNone, 0.25, 0.12, 6, 9},
-    {"all", enAll, 1.3, 1.1, 6, 9},
-    {"whole paths", enWholePaths, 1.5, 1.0, 6, 9},
-    {"1 % at random", enOnePercent, 1.2, 0.8, 6, 9},
-    {"50 % at random", enHalf, 3.7, 1.5, 12, 30},
+    {"none", {0, false}, 0.25, 0.12, 6, 9},
+    {"all", {100, false}, 1.3, 1.1, 6, 9},
+    {"whole paths", {50, true}, 1.5, 1.0, 6, 9},
+    {"1 % at random", {1, false}, 1.2, 0.8, 6, 9},
+    {"50 % at random", {50, false}, 3.7, 1.5, 12, 30},
 };
 
 void AddMaskedCases()
@@ -310,13 +179,13 @@ void AddMaskedCases()
                 [masked]
                 {
                     tImage pDestination;
-                    return stSides{ScopedImport(masked.enMask, pDestination), CopyOf(SizesOf(MovedBlocks())), 1};
+                    return stSides{ScopedImport(masked.mask, pDestination), CopyOf(SizesOf(MovedBlocks())), 1};
                 });
         AddCase({"scoped import" + strMask + ", by bits", "bit by bit", enGain, masked.dGoodGain, masked.dExtremeGain},
                 [masked]
                 {
                     tImage pDestination;
-                    const std::function<void()> ours = ScopedImport(masked.enMask, pDestination);
+                    const std::function<void()> ours = ScopedImport(masked.mask, pDestination);
                     const auto pBits = std::make_shared<CBitByBit>(*pDestination);
                     return stSides{ours, [pBits] { (*pBits)(); }, 1};
                 });

@@ -13,7 +13,6 @@
 #include <chrono>
 #include <cstring>
 #include <memory>
-#include <random>
 #include <thread>
 
 namespace
