@@ -1,6 +1,4 @@
 // Runs the cases and prints the table.
-//   bench [--quick] [--benchmark_filter=REGEX] [any other option of Google Benchmark]
-//   bench --count      under callgrind: each case that can be counted once, and a dump of what it took; prints operations and name
 #include "Bench.h"
 
 #include <benchmark/benchmark.h>
@@ -261,7 +259,7 @@ void AddCase(const stCase& entry, std::function<stSides()> make)
     AddMeasuredCase(entry, [make = std::move(make)] { return InTurns(make()); });
 }
 
-int main(int nArguments, char** ppArguments)
+int BenchMain(int nArguments, char** ppArguments, void (*addCases)())
 {
     bool bCount = false;
     char** const ppEnd = std::remove_if(ppArguments + 1, ppArguments + nArguments,
@@ -279,12 +277,7 @@ int main(int nArguments, char** ppArguments)
     {
         return 2;
     }
-    AddObjectCases();
-    AddMemoryCases();
-    AddParameterCases();
-    AddRecordCases();
-    AddReportCases();
-    AddUpdateCases();
+    addCases();
     if (bCount)
     {
         Count();

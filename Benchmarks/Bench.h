@@ -55,6 +55,11 @@ struct stRound
 void AddCase(const stCase& entry, std::function<stSides()> make);
 void AddMeasuredCase(const stCase& entry, std::function<std::function<stRound(double)>()> make);
 
+// All of a program that measures cases, which addCases adds.
+//   PROGRAM [--quick] [--benchmark_filter=REGEX] [any other option of Google Benchmark]
+//   PROGRAM --count    under callgrind: each case that can be counted once, and a dump of what it took; prints operations and name
+int BenchMain(int nArguments, char** ppArguments, void (*addCases)());
+
 // One of some numbers: that at a share of them in order, as 0.99; the middle one.
 inline double Quantile(std::vector<double> numbers, double dShare)
 {

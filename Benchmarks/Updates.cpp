@@ -2,6 +2,7 @@
 #include "Bench.h"
 #include "Datagrams.h"
 #include "Images.h"
+#include "ReadyHandler.h"
 
 #include "LogicalControls.h"
 
@@ -25,6 +26,11 @@ constexpr std::chrono::microseconds c_Wakeup(100); // that a sleep may last long
 double SecondsSince(tClock::time_point start)
 {
     return std::chrono::duration<double>(tClock::now() - start).count();
+}
+
+tBytes RotaryUpdate()
+{
+    return SerialisedUpdate(*RandomImage(3), enMCUpdateRotary);
 }
 
 std::function<void()> CopyOf(std::size_t unBytes)
@@ -77,7 +83,7 @@ void AddJoinCase(const stCase& entry, bool bInRoom)
     AddMeasuredCase(entry,
                     [=]
                     {
-                        const auto pUpdate = std::make_shared<tBytes>(SerialisedUpdate(*RandomImage(3), enMCUpdateRotary));
+                        const auto pUpdate = std::make_shared<tBytes>(RotaryUpdate());
                         const auto pFragments = std::make_shared<CFragments>(pUpdate->data(), static_cast<long>(pUpdate->size()));
                         const auto pHandler = std::make_shared<CHandler>();
                         const auto pId = std::make_shared<std::uint32_t>(0);
@@ -101,44 +107,6 @@ void AddJoinCase(const stCase& entry, bool bInRoom)
 
 // ---- Over the network
 
-// Says when an update is ready to be processed, and applies it where there is an image.
-class CReadyHandler : public CClientMsgHandler
-{
-public:
-    explicit CReadyHandler(tImage pImage) : CClientMsgHandler(false), m_unReady(0), m_pImage(std::move(pImage))
-    {
-        if (!InitialiseClient(0, "127.0.0.1", nullptr, nullptr))
-        {
-            throw std::string("no socket can be had");
-        }
-    }
-    ~CReadyHandler() override { Shutdown(); }
-
-    using CClientMsgHandler::OnReceivedData;
-    void OnReceivedData(char* pData, long lLength, const RySocketIO::CIPString& sender) override
-    {
-        CClientMsgHandler::OnReceivedData(pData, lLength, sender);
-        UpdateBMA(); // at once, on this thread
-    }
-
-    int ProcessMCUpdate(const CMCUpdateMsg& update) override
-    {
-        if (m_pImage != nullptr)
-        {
-            ApplyMCUpdate(update, *m_pImage);
-        }
-        m_ReadyAt = tClock::now();
-        ++m_unReady;
-        return 0;
-    }
-
-    std::atomic<std::uint32_t> m_unReady;
-    tClock::time_point m_ReadyAt;
-
-private:
-    const tImage m_pImage;
-};
-
 enum enPlainWays : int
 {
     enTwoCopies, // into a buffer, into the fragment's slot, into the message
@@ -151,8 +119,8 @@ class CPlainReceiver
 {
 public:
     explicit CPlainReceiver(enPlainWays enWay)
-        : m_unReady(0), m_bStop(false), m_enWay(enWay), m_Message(5 * 65000), m_Slots(5 * 65000), m_Buffer(65536),
-          m_Image(5 * 65000), m_Thread([this] { Run(); })
+        : m_bStop(false), m_enWay(enWay), m_Message(5 * 65000), m_Slots(5 * 65000), m_Buffer(65536), m_Image(5 * 65000),
+          m_Thread([this] { Run(); })
     {
     }
     ~CPlainReceiver()
@@ -165,8 +133,7 @@ public:
 
     unsigned int Port() const { return m_Socket.Port(); }
 
-    std::atomic<std::uint32_t> m_unReady;
-    tClock::time_point m_ReadyAt;
+    stArrivals m_Arrivals;
 
 private:
     void Run()
@@ -205,8 +172,7 @@ private:
                 {
                     std::memcpy(m_Image.data(), m_Message.data(), m_Image.size());
                 }
-                m_ReadyAt = tClock::now();
-                ++m_unReady;
+                m_Arrivals.Count();
             }
         }
     }
@@ -222,23 +188,23 @@ private:
     std::thread m_Thread;
 };
 
-// One way: from before the first send until it is ready, the receiver asleep. Negative when it did not come.
+// One way: from before the first send until it is ready, the receiver asleep.
 template <class Receiver>
 double Latency(Receiver& receiver, const CFragments& fragments, int nSocket, const sockaddr_in& destination)
 {
     std::this_thread::sleep_for(std::chrono::microseconds(300));
-    const std::uint32_t unBefore = receiver.m_unReady;
+    const std::uint32_t unBefore = receiver.m_Arrivals.unCount;
     const tClock::time_point start = tClock::now();
     fragments.SendTo(nSocket, destination);
-    while (receiver.m_unReady == unBefore)
+    while (receiver.m_Arrivals.unCount == unBefore)
     {
         if (SecondsSince(start) > 1)
         {
-            return -1;
+            throw std::string("an update did not come");
         }
         std::this_thread::yield();
     }
-    return std::chrono::duration<double>(receiver.m_ReadyAt - start).count();
+    return std::chrono::duration<double>(receiver.m_Arrivals.at - start).count();
 }
 
 void AddLatencyCase(const stCase& entry, enPlainWays enWay, double dQuantile)
@@ -247,7 +213,7 @@ void AddLatencyCase(const stCase& entry, enPlainWays enWay, double dQuantile)
         entry,
         [=]
         {
-            const auto pUpdate = std::make_shared<tBytes>(SerialisedUpdate(*RandomImage(3), enMCUpdateRotary));
+            const auto pUpdate = std::make_shared<tBytes>(RotaryUpdate());
             const auto pFragments = std::make_shared<CFragments>(pUpdate->data(), static_cast<long>(pUpdate->size()));
             const auto pHandler = std::make_shared<CReadyHandler>(nullptr);
             const auto pPlain = std::make_shared<CPlainReceiver>(enWay);
@@ -274,11 +240,11 @@ template <class Receiver>
 double SecondsInARow(Receiver& receiver, CFragments& fragments, std::uint32_t& unId, int nUpdates, int nSocket,
                      const sockaddr_in& destination)
 {
-    const std::uint32_t unBefore = receiver.m_unReady;
+    const std::uint32_t unBefore = receiver.m_Arrivals.unCount;
     const tClock::time_point start = tClock::now();
     const auto wait = [&](int nAtMost, int nSent)
     {
-        while (static_cast<std::uint32_t>(nSent) - (receiver.m_unReady - unBefore) > static_cast<std::uint32_t>(nAtMost))
+        while (static_cast<std::uint32_t>(nSent) - (receiver.m_Arrivals.unCount - unBefore) > static_cast<std::uint32_t>(nAtMost))
         {
             if (SecondsSince(start) > 5)
             {
@@ -303,7 +269,7 @@ void AddRateCase(const stCase& entry)
         entry,
         []
         {
-            const auto pUpdate = std::make_shared<tBytes>(SerialisedUpdate(*RandomImage(3), enMCUpdateRotary));
+            const auto pUpdate = std::make_shared<tBytes>(RotaryUpdate());
             const auto pFragments = std::make_shared<CFragments>(pUpdate->data(), static_cast<long>(pUpdate->size()));
             const auto pHandler = std::make_shared<CReadyHandler>(std::make_shared<CBMAContainer>());
             const auto pPlain = std::make_shared<CPlainReceiver>(enToImage);
@@ -325,7 +291,7 @@ template <class Receiver>
 int CountLost(Receiver& receiver, CFragments& fragments, std::uint32_t& unId, int nUpdates, std::chrono::microseconds apart,
               int nSocket, const sockaddr_in& destination)
 {
-    const std::uint32_t unBefore = receiver.m_unReady;
+    const std::uint32_t unBefore = receiver.m_Arrivals.unCount;
     const tClock::time_point start = tClock::now();
     for (int nUpdate = 0; nUpdate < nUpdates; ++nUpdate)
     {
@@ -337,7 +303,7 @@ int CountLost(Receiver& receiver, CFragments& fragments, std::uint32_t& unId, in
         fragments.SendTo(nSocket, destination);
     }
     std::this_thread::sleep_for(std::chrono::milliseconds(20));
-    return nUpdates - static_cast<int>(receiver.m_unReady - unBefore);
+    return nUpdates - static_cast<int>(receiver.m_Arrivals.unCount - unBefore);
 }
 
 // Updates that fill five datagrams to the last byte: how many were lost of those sent, beside how many a plain socket lost.
@@ -346,7 +312,7 @@ void AddLossCase(const stCase& entry, std::chrono::microseconds apart, int nUpda
     AddMeasuredCase(entry,
                     [=]
                     {
-                        const auto pUpdate = std::make_shared<tBytes>(SerialisedUpdate(*RandomImage(3), enMCUpdateRotary));
+                        const auto pUpdate = std::make_shared<tBytes>(RotaryUpdate());
                         pUpdate->resize(std::size_t(5) * c_nMaxPayload);
                         const auto pFragments = std::make_shared<CFragments>(pUpdate->data(), static_cast<long>(pUpdate->size()));
                         const auto pHandler = std::make_shared<CReadyHandler>(std::make_shared<CBMAContainer>());
@@ -382,7 +348,7 @@ void AddUpdateCases()
     AddCase({"ApplyMCUpdate, rotary", "memcpy of its blocks", enCost, 0, 1.15},
             []
             {
-                const auto pUpdate = std::make_shared<tBytes>(SerialisedUpdate(*RandomImage(3), enMCUpdateRotary));
+                const auto pUpdate = std::make_shared<tBytes>(RotaryUpdate());
                 const auto pMessage = std::make_shared<CMCUpdateMsg>();
                 const auto pImage = RandomImage(3);
                 pMessage->SetShallowMode(true);
@@ -397,7 +363,7 @@ void AddUpdateCases()
     AddMeasuredCase({"shallow decode of a rotary update", "100 ns", enCost, 0, 1.0},
                     []
                     {
-                        const auto pUpdate = std::make_shared<tBytes>(SerialisedUpdate(*RandomImage(3), enMCUpdateRotary));
+                        const auto pUpdate = std::make_shared<tBytes>(RotaryUpdate());
                         const auto pMessage = std::make_shared<CMCUpdateMsg>();
                         pMessage->SetShallowMode(true);
                         return [=](double)
