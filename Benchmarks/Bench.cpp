@@ -43,10 +43,10 @@ std::map<std::string, stEntry>& Entries()
     return s_Entries;
 }
 
-// The cases of AddCase, to be counted; gains are comparisons with others.
-std::map<std::string, std::function<stSides()>>& Countable()
+// The cases of AddCase, to be counted, as gains are comparisons with others; and what is only counted.
+std::map<std::string, std::function<stCounted()>>& Countable()
 {
-    static std::map<std::string, std::function<stSides()>> s_Countable;
+    static std::map<std::string, std::function<stCounted()>> s_Countable;
     return s_Countable;
 }
 
@@ -55,13 +55,24 @@ void Count()
 {
     for (const auto& [strName, make] : Countable())
     {
-        const stSides sides = make();
-        sides.ours();
-        sides.ours();
+        const stCounted counted = make();
+        counted.work();
+        counted.work();
         CALLGRIND_ZERO_STATS;
-        sides.ours();
+        counted.work();
         CALLGRIND_DUMP_STATS_AT(strName.c_str());
-        std::printf("%d\t%s\n", sides.nOperations, strName.c_str());
+        std::printf("%d\t%s\n", counted.nOperations, strName.c_str());
+    }
+}
+
+void PrintBytes()
+{
+    for (const auto& [strName, entry] : Entries())
+    {
+        if (entry.entry.enQuantity == enBytes)
+        {
+            std::printf("%.0f\t%s\n", entry.make()(1).dOurs, strName.c_str());
+        }
     }
 }
 
@@ -250,37 +261,47 @@ void AddMeasuredCase(const stCase& entry, std::function<tRounds()> make)
         ->Iterations(g_Effort.nRounds);
 }
 
+void AddCount(const std::string& strName, std::function<stCounted()> make)
+{
+    Countable()[strName] = std::move(make);
+}
+
 void AddCase(const stCase& entry, std::function<stSides()> make)
 {
     if (entry.enRatio == enCost)
     {
-        Countable()[entry.strName] = make;
+        AddCount(entry.strName,
+                 [make]
+                 {
+                     const stSides sides = make();
+                     return stCounted{sides.ours, sides.nOperations};
+                 });
     }
     AddMeasuredCase(entry, [make = std::move(make)] { return InTurns(make()); });
 }
 
 int BenchMain(int nArguments, char** ppArguments, void (*addCases)())
 {
-    bool bCount = false;
-    char** const ppEnd = std::remove_if(ppArguments + 1, ppArguments + nArguments,
-                                        [&](const char* szArgument)
-                                        {
-                                            const bool bQuick = std::strcmp(szArgument, "--quick") == 0;
-                                            const bool bCounts = std::strcmp(szArgument, "--count") == 0;
-                                            g_Effort = bQuick ? c_QuickEffort : g_Effort;
-                                            bCount = bCount || bCounts;
-                                            return bQuick || bCounts;
-                                        });
-    nArguments = static_cast<int>(ppEnd - ppArguments);
+    const auto take = [&](const char* szOption)
+    {
+        char** const ppEnd = std::remove_if(ppArguments + 1, ppArguments + nArguments,
+                                            [=](const char* szArgument) { return std::strcmp(szArgument, szOption) == 0; });
+        const bool bTaken = ppEnd != ppArguments + nArguments;
+        nArguments = static_cast<int>(ppEnd - ppArguments);
+        return bTaken;
+    };
+    g_Effort = take("--quick") ? c_QuickEffort : c_FullEffort;
+    const bool bCount = take("--count");
+    const bool bBytes = take("--bytes");
     benchmark::Initialize(&nArguments, ppArguments);
     if (benchmark::ReportUnrecognizedArguments(nArguments, ppArguments))
     {
         return 2;
     }
     addCases();
-    if (bCount)
+    if (bCount || bBytes)
     {
-        Count();
+        bCount ? Count() : PrintBytes();
         return 0;
     }
     CTable table;

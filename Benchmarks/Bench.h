@@ -55,9 +55,19 @@ struct stRound
 void AddCase(const stCase& entry, std::function<stSides()> make);
 void AddMeasuredCase(const stCase& entry, std::function<std::function<stRound(double)>()> make);
 
+// Work whose instructions are counted, and whose time is not measured.
+struct stCounted
+{
+    std::function<void()> work;
+    int nOperations;
+};
+
+void AddCount(const std::string& strName, std::function<stCounted()> make);
+
 // All of a program that measures cases, which addCases adds.
 //   PROGRAM [--quick] [--benchmark_filter=REGEX] [any other option of Google Benchmark]
 //   PROGRAM --count    under callgrind: each case that can be counted once, and a dump of what it took; prints operations and name
+//   PROGRAM --bytes    prints the bytes and the name of what is measured in bytes
 int BenchMain(int nArguments, char** ppArguments, void (*addCases)());
 
 // One of some numbers: that at a share of them in order, as 0.99; the middle one.

@@ -8,7 +8,6 @@
 #include <benchmark/benchmark.h>
 
 #include <algorithm>
-#include <cstdlib>
 #include <cstring>
 #include <functional>
 #include <memory>
@@ -30,7 +29,7 @@ inline constexpr stBlockSize c_aValueBlocks[] = {
     {enFader, 2765 * 4, 4},    {enOther, 673 * 4, 4},    {enMeter, 15898, 1},
 };
 
-// Plain memory as malloc gives it: what the limits work on.
+// Blocks that lie as those of an image do, with the room behind each that its allocator adds: what the limits work on.
 class CBlocks
 {
 public:
@@ -38,7 +37,7 @@ public:
     {
         for (const std::size_t unBytes : m_Sizes)
         {
-            m_Blocks.emplace_back(static_cast<unsigned char*>(std::malloc(unBytes + 64)));
+            m_Blocks.emplace_back(static_cast<unsigned char*>(GBMalloc(static_cast<long>(unBytes))));
             std::memset(m_Blocks.back().get(), 1, unBytes + 64);
         }
     }
@@ -50,7 +49,7 @@ public:
 private:
     struct stFree
     {
-        void operator()(unsigned char* pBlock) const { std::free(pBlock); }
+        void operator()(unsigned char* pBlock) const { GBFree(pBlock); }
     };
 
     std::vector<std::size_t> m_Sizes;

@@ -326,6 +326,23 @@ void AddRecordCases()
 {
     AddCase({"SetPPC with the simple sender", "sendto of 49 bytes", enCost, 1.10, 1.03}, SentOneByOne);
     AddCase({"a datagram of 2,240 changes packed and sent", "sendto of one made before", enGain, 0.6, 0.75}, PackedAndSent);
+    AddCount("a change queued, packed and sent",
+             []
+             {
+                 const auto pHandler = std::make_shared<CQueueingHandler>();
+                 const auto pSocket = std::make_shared<CPlainSocket>();
+                 if (!pHandler->InitialiseClient(0, "127.0.0.1", nullptr, nullptr))
+                 {
+                     throw std::string("no socket can be had");
+                 }
+                 pHandler->SetRemoteAddress("127.0.0.1", 0, static_cast<int>(pSocket->Port()));
+                 const auto work = [=]
+                 {
+                     pHandler->Fill(c_nRecordsInDatagram);
+                     pHandler->SendAll();
+                 };
+                 return stCounted{work, c_nRecordsInDatagram};
+             });
     AddDrainCase({"SendAll, a record", "a datagram each, sendmmsg", enGain, 15, 30},
                  [](int, int nSocket, const sockaddr_in& destination) { return SecondsToSendSingly(nSocket, destination); });
     AddDrainCase({"SendAll against the plainest way", "heap messages, grown buffer", enGain, 8, 13}, SecondsToDrainPlainly);

@@ -8,6 +8,7 @@
 
 #include <benchmark/benchmark.h>
 
+#include <poll.h>
 #include <sys/socket.h>
 
 #include <atomic>
@@ -73,9 +74,37 @@ public:
         return dSeconds;
     }
 
+    // Receives what was sent to a socket, as the receive thread does.
+    void TakeFrom(int nSocket, int nDatagrams)
+    {
+        for (int nDatagram = 0; nDatagram < nDatagrams; ++nDatagram)
+        {
+            long lRoom = 0;
+            char* const pRoom = ReceiveRoom(lRoom);
+            OnReceivedData(pRoom, static_cast<long>(recv(nSocket, pRoom, static_cast<std::size_t>(lRoom), 0)), m_Sender);
+        }
+    }
+
 private:
     const RySocketIO::CIPString m_Sender;
 };
+
+// An update is sent and received; the system's part is not counted.
+stCounted UpdateReceived()
+{
+    const auto pUpdate = std::make_shared<tBytes>(RotaryUpdate());
+    const auto pFragments = std::make_shared<CFragments>(pUpdate->data(), static_cast<long>(pUpdate->size()));
+    const auto pHandler = std::make_shared<CHandler>();
+    const auto pSocket = std::make_shared<CPlainSocket>();
+    const auto pId = std::make_shared<std::uint32_t>(0);
+    const auto work = [=]
+    {
+        pFragments->SetId(++*pId);
+        pFragments->SendTo(pSocket->Descriptor(), LoopbackAddress(pSocket->Port()));
+        pHandler->TakeFrom(pSocket->Descriptor(), pFragments->Count());
+    };
+    return {work, pFragments->Count()};
+}
 
 // From a datagram that has come to a decoded update. What the system has put into the room needs no further copy.
 void AddJoinCase(const stCase& entry, bool bInRoom)
@@ -111,6 +140,7 @@ enum enPlainWays : int
 {
     enTwoCopies, // into a buffer, into the fragment's slot, into the message
     enNoCopy,    // the payload where it belongs
+    enPolled,    // the same, by who can be told to end meanwhile
     enToImage    // and from there to memory that stands for an image
 };
 
@@ -148,7 +178,7 @@ private:
             msghdr message = {};
             message.msg_iov = m_enWay == enTwoCopies ? &buffer : aVectors;
             message.msg_iovlen = m_enWay == enTwoCopies ? 1 : 2;
-            const ssize_t nBytes = recvmsg(m_Socket.Descriptor(), &message, 0);
+            const ssize_t nBytes = m_enWay == enPolled ? ReceivePolled(message) : recvmsg(m_Socket.Descriptor(), &message, 0);
             if (nBytes <= 20)
             {
                 continue;
@@ -177,7 +207,21 @@ private:
         }
     }
 
+    // What waits is taken without asking first.
+    ssize_t ReceivePolled(msghdr& message)
+    {
+        const ssize_t nBytes = recvmsg(m_Socket.Descriptor(), &message, MSG_DONTWAIT);
+        if (nBytes >= 0)
+        {
+            return nBytes;
+        }
+        pollfd aWaiting[] = {{m_Socket.Descriptor(), POLLIN, 0}, {m_Other.Descriptor(), POLLIN, 0}};
+        poll(aWaiting, 2, 1000);
+        return recvmsg(m_Socket.Descriptor(), &message, MSG_DONTWAIT);
+    }
+
     CPlainSocket m_Socket;
+    CPlainSocket m_Other; // through which nothing comes
     std::atomic<bool> m_bStop;
     const enPlainWays m_enWay;
     tBytes m_Message;
@@ -337,6 +381,7 @@ void AddLossCase(const stCase& entry, std::chrono::microseconds apart, int nUpda
 void AddUpdateCases()
 {
     AddJoinCase({"fragments to a decoded update, in the room", "one memcpy of it", enCost, 2.5, 1.1}, true);
+    AddCount("a fragment received, joined and decoded", UpdateReceived);
     AddJoinCase({"fragments to a decoded update, elsewhere", "one memcpy of it", enCost, 0, 0}, false);
     AddCase({"BuildMCUpdate, rotary", "memcpy of its blocks", enCost, 0, 1.15},
             []
@@ -383,4 +428,5 @@ void AddUpdateCases()
     AddLossCase({"lost, 5 x 65,000 bytes, at 20,000/s", "lost by plain UDP", enLoss, 0, 0}, std::chrono::microseconds(50), 1000);
     AddLatencyCase({"one way, 302,188 bytes, p50", "plain UDP, two copies", enCost, 1.15, 1.0}, enTwoCopies, 0.5);
     AddLatencyCase({"one way, 302,188 bytes, p50, no copy", "plain UDP, no copy", enCost, 0, 1.1}, enNoCopy, 0.5);
+    AddLatencyCase({"one way, 302,188 bytes, p50, polled", "plain UDP, no copy, polled", enCost, 0, 0}, enPolled, 0.5);
 }
