@@ -2,6 +2,8 @@
 
 #include "Runtime/Poison.h"
 
+#include <sys/mman.h>
+
 #include <algorithm>
 #include <cstring>
 
@@ -10,11 +12,33 @@ namespace
 
 constexpr stPlace c_Elsewhere = {-1, 0};
 
+constexpr std::size_t c_unLargePage = 2u << 20;
+
+constexpr std::size_t WholePages(std::size_t unBytes)
+{
+    return (unBytes + c_unLargePage - 1) / c_unLargePage * c_unLargePage;
+}
+
+// Large pages, where the system has them: the processor does not remember as many small ones as the ring has. All are touched at
+// once, so that receiving waits for none and nothing grows later.
+unsigned char* LargePages(unsigned char* pMemory, std::size_t unBytes)
+{
+    const std::size_t unFront = WholePages(reinterpret_cast<std::uintptr_t>(pMemory)) - reinterpret_cast<std::uintptr_t>(pMemory);
+    unsigned char* const pPages = pMemory + unFront;
+#ifdef MADV_HUGEPAGE
+    madvise(pPages, WholePages(unBytes), MADV_HUGEPAGE); // a wish: refused, pages are small
+#endif
+    std::memset(pPages, 0, unBytes);
+    Poison(pMemory, unFront);
+    Poison(pPages + unBytes, WholePages(unBytes) + c_unLargePage - unFront - unBytes);
+    return pPages;
+}
+
 } // namespace
 
 CFragmentRing::CFragmentRing()
-    : m_pSlots(new unsigned char[std::size_t(enSlots) * c_nMaxDatagram]()), m_aucUsers(), m_aKept(), m_nNext(0), m_Room{0, 0},
-      m_acUnderHeader(), m_bHeaderOver(false), m_aaViews(), m_anInView()
+    : m_pMemory(new unsigned char[WholePages(enBytes) + c_unLargePage]), m_pSlots(LargePages(m_pMemory.get(), enBytes)),
+      m_aucUsers(), m_aKept(), m_nNext(0), m_Room{0, 0}, m_acUnderHeader(), m_bHeaderOver(false), m_aaViews(), m_anInView()
 {
     for (stKeptFragment& fragment : m_aKept)
     {
@@ -104,7 +128,7 @@ void CFragmentRing::Keep(int nView, const stKeptFragment* const* ppTable, int nT
 
 unsigned char* CFragmentRing::At(const stPlace& place) const
 {
-    return m_pSlots.get() + std::ptrdiff_t(place.nSlot) * c_nMaxDatagram - std::ptrdiff_t(place.nShift) * c_nDatagramHeader;
+    return m_pSlots + std::ptrdiff_t(place.nSlot) * c_nMaxDatagram - std::ptrdiff_t(place.nShift) * c_nDatagramHeader;
 }
 
 // Brings a datagram that lies elsewhere into the room.

@@ -44,7 +44,8 @@ struct stKeptFragment
 //
 // A message that is whole in place can be kept there, for one of two views, until that view keeps another.
 //
-// Of one thread, that which receives. 5.7 MB, all of it touched when it is made, so that receiving waits for no page.
+// Of one thread, that which receives. 5.7 MB, all of it touched when it is made, so that receiving waits for no page; 6 MB where
+// the system has pages of 2 MB.
 class CFragmentRing
 {
 public:
@@ -95,7 +96,8 @@ private:
     {
         // The last fragment of a message is not kept, and leaves a gap once it is out of view. This is enough for those kept of
         // rotary and surface updates in turn (of five and two fragments), their gaps, two messages in view and room for another.
-        enSlots = 88
+        enSlots = 88,
+        enBytes = enSlots * c_nMaxDatagram
     };
 
     stKeptFragment* Newest(int nAge);
@@ -106,7 +108,8 @@ private:
     void GoOnBehind(const stKeptFragment& fragment);
     void PutBack();
 
-    const std::unique_ptr<unsigned char[]> m_pSlots;
+    const std::unique_ptr<unsigned char[]> m_pMemory; // what the slots lie in
+    unsigned char* const m_pSlots;
     unsigned char m_aucUsers[enSlots];
     stKeptFragment m_aKept[enKept];
     int m_nNext; // where in m_aKept the next one goes
