@@ -18,10 +18,28 @@ constexpr int c_nStringBytes = 13;
 
 // ---- Portable. Always inline, so that a wider form is this code again, made for its instructions.
 
+// Sixteen words at a time, in lanes that do not wait for each other.
 [[gnu::always_inline]] inline std::uint32_t JoinWords(const unsigned char* pWords, long lWords)
 {
-    std::uint32_t unJoined = 0;
-    for (long lWord = 0; lWord < lWords; ++lWord)
+    constexpr int c_nLanes = 8;
+    std::uint64_t aunLanes[c_nLanes] = {};
+    long lWord = 0;
+    for (; lWords - lWord >= 2 * c_nLanes; lWord += 2 * c_nLanes)
+    {
+        for (int nLane = 0; nLane < c_nLanes; ++nLane)
+        {
+            std::uint64_t unWords;
+            std::memcpy(&unWords, pWords + 4 * lWord + 8 * nLane, sizeof unWords);
+            aunLanes[nLane] ^= unWords;
+        }
+    }
+    std::uint64_t unBoth = 0; // even words and odd ones
+    for (const std::uint64_t unLane : aunLanes)
+    {
+        unBoth ^= unLane;
+    }
+    std::uint32_t unJoined = static_cast<std::uint32_t>(unBoth) ^ static_cast<std::uint32_t>(unBoth >> 32);
+    for (; lWord < lWords; ++lWord)
     {
         std::uint32_t unWord;
         std::memcpy(&unWord, pWords + 4 * lWord, sizeof unWord);
