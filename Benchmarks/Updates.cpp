@@ -235,15 +235,56 @@ private:
     std::thread m_Thread;
 };
 
+// One receiver, and how it is sent another update.
+struct stSide
+{
+    const stArrivals& arrivals;
+    std::function<void()> send;
+};
+
+// A sender of rotary updates, followed by some zeros if they are to be longer, and two receivers: ours and the plain one.
+class CTraffic
+{
+public:
+    CTraffic(enPlainWays enWay, tImage pImage, std::size_t unBytes = 0)
+        : m_Update(RotaryUpdate()), m_Handler(std::move(pImage)), m_Plain(enWay), m_unId(0)
+    {
+        m_Update.resize(std::max(unBytes, m_Update.size()));
+        m_pFragments = std::make_unique<CFragments>(m_Update.data(), static_cast<long>(m_Update.size()));
+    }
+
+    stSide Ours()
+    {
+        return {m_Handler.m_Arrivals, [this, address = LoopbackAddress(m_Handler.GetLocalPort())] { SendTo(address); }};
+    }
+    stSide Plain()
+    {
+        return {m_Plain.m_Arrivals, [this, address = LoopbackAddress(m_Plain.Port())] { SendTo(address); }};
+    }
+
+private:
+    void SendTo(const sockaddr_in& address)
+    {
+        m_pFragments->SetId(++m_unId);
+        m_pFragments->SendTo(m_Sender.Descriptor(), address);
+    }
+
+    tBytes m_Update;
+    std::unique_ptr<CFragments> m_pFragments;
+    CReadyHandler m_Handler;
+    CPlainReceiver m_Plain;
+    CPlainSocket m_Sender;
+    std::uint32_t m_unId;
+};
+
 // One way: from before the first send until it is ready, the receiver asleep.
-template <class Receiver>
-double Latency(Receiver& receiver, const CFragments& fragments, int nSocket, const sockaddr_in& destination)
+double Latency(const stSide& side)
 {
     std::this_thread::sleep_for(std::chrono::microseconds(300));
-    const std::uint32_t unBefore = receiver.m_Arrivals.unCount;
+    const std::uint32_t unBefore = side.arrivals.unCount;
     const tClock::time_point start = tClock::now();
-    fragments.SendTo(nSocket, destination);
-    while (receiver.m_Arrivals.unCount == unBefore)
+    side.send();
+    while (side.arrivals.unCount == unBefore)
     {
         if (SecondsSince(start) > 1)
         {
@@ -251,47 +292,37 @@ double Latency(Receiver& receiver, const CFragments& fragments, int nSocket, con
         }
         std::this_thread::yield();
     }
-    return std::chrono::duration<double>(receiver.m_Arrivals.at - start).count();
+    return std::chrono::duration<double>(side.arrivals.at - start).count();
 }
 
 void AddLatencyCase(const stCase& entry, enPlainWays enWay, double dQuantile)
 {
-    AddMeasuredCase(
-        entry,
-        [=]
-        {
-            const auto pUpdate = std::make_shared<tBytes>(RotaryUpdate());
-            const auto pFragments = std::make_shared<CFragments>(pUpdate->data(), static_cast<long>(pUpdate->size()));
-            const auto pHandler = std::make_shared<CReadyHandler>(nullptr);
-            const auto pPlain = std::make_shared<CPlainReceiver>(enWay);
-            const auto pSender = std::make_shared<CPlainSocket>();
-            const auto pId = std::make_shared<std::uint32_t>(0);
-            return [=](double dShare)
-            {
-                std::vector<double> ours;
-                std::vector<double> limits;
-                for (int nProbe = 0; nProbe < 200 * dShare; ++nProbe)
-                {
-                    pFragments->SetId(++*pId);
-                    ours.push_back(
-                        Latency(*pHandler, *pFragments, pSender->Descriptor(), LoopbackAddress(pHandler->GetLocalPort())));
-                    limits.push_back(Latency(*pPlain, *pFragments, pSender->Descriptor(), LoopbackAddress(pPlain->Port())));
-                }
-                return stRound{Quantile(ours, dQuantile), Quantile(limits, dQuantile)};
-            };
-        });
+    AddMeasuredCase(entry,
+                    [=]
+                    {
+                        const auto pTraffic = std::make_shared<CTraffic>(enWay, nullptr);
+                        return [=](double dShare)
+                        {
+                            std::vector<double> ours;
+                            std::vector<double> limits;
+                            for (int nProbe = 0; nProbe < 200 * dShare; ++nProbe)
+                            {
+                                ours.push_back(Latency(pTraffic->Ours()));
+                                limits.push_back(Latency(pTraffic->Plain()));
+                            }
+                            return stRound{Quantile(ours, dQuantile), Quantile(limits, dQuantile)};
+                        };
+                    });
 }
 
 // The seconds an update takes when as many follow each other as can, at most three of them under way.
-template <class Receiver>
-double SecondsInARow(Receiver& receiver, CFragments& fragments, std::uint32_t& unId, int nUpdates, int nSocket,
-                     const sockaddr_in& destination)
+double SecondsInARow(const stSide& side, int nUpdates)
 {
-    const std::uint32_t unBefore = receiver.m_Arrivals.unCount;
+    const std::uint32_t unBefore = side.arrivals.unCount;
     const tClock::time_point start = tClock::now();
     const auto wait = [&](int nAtMost, int nSent)
     {
-        while (static_cast<std::uint32_t>(nSent) - (receiver.m_Arrivals.unCount - unBefore) > static_cast<std::uint32_t>(nAtMost))
+        while (static_cast<std::uint32_t>(nSent) - (side.arrivals.unCount - unBefore) > static_cast<std::uint32_t>(nAtMost))
         {
             if (SecondsSince(start) > 5)
             {
@@ -303,42 +334,16 @@ double SecondsInARow(Receiver& receiver, CFragments& fragments, std::uint32_t& u
     for (int nUpdate = 0; nUpdate < nUpdates; ++nUpdate)
     {
         wait(2, nUpdate);
-        fragments.SetId(++unId);
-        fragments.SendTo(nSocket, destination);
+        side.send();
     }
     wait(0, nUpdates);
     return SecondsSince(start) / nUpdates;
 }
 
-void AddRateCase(const stCase& entry)
-{
-    AddMeasuredCase(
-        entry,
-        []
-        {
-            const auto pUpdate = std::make_shared<tBytes>(RotaryUpdate());
-            const auto pFragments = std::make_shared<CFragments>(pUpdate->data(), static_cast<long>(pUpdate->size()));
-            const auto pHandler = std::make_shared<CReadyHandler>(std::make_shared<CBMAContainer>());
-            const auto pPlain = std::make_shared<CPlainReceiver>(enToImage);
-            const auto pSender = std::make_shared<CPlainSocket>();
-            const auto pId = std::make_shared<std::uint32_t>(0);
-            return [=](double dShare)
-            {
-                const int nUpdates = static_cast<int>(500 * dShare);
-                const int nSocket = pSender->Descriptor();
-                return stRound{
-                    SecondsInARow(*pHandler, *pFragments, *pId, nUpdates, nSocket, LoopbackAddress(pHandler->GetLocalPort())),
-                    SecondsInARow(*pPlain, *pFragments, *pId, nUpdates, nSocket, LoopbackAddress(pPlain->Port()))};
-            };
-        });
-}
-
 // How many of some updates were lost that were sent so long apart, to a receiver that sleeps in between or has no time to.
-template <class Receiver>
-int CountLost(Receiver& receiver, CFragments& fragments, std::uint32_t& unId, int nUpdates, std::chrono::microseconds apart,
-              int nSocket, const sockaddr_in& destination)
+double CountLost(const stSide& side, int nUpdates, std::chrono::microseconds apart)
 {
-    const std::uint32_t unBefore = receiver.m_Arrivals.unCount;
+    const std::uint32_t unBefore = side.arrivals.unCount;
     const tClock::time_point start = tClock::now();
     for (int nUpdate = 0; nUpdate < nUpdates; ++nUpdate)
     {
@@ -346,37 +351,33 @@ int CountLost(Receiver& receiver, CFragments& fragments, std::uint32_t& unId, in
         {
             std::this_thread::sleep_for(std::max(apart - c_Wakeup, std::chrono::microseconds(0)));
         }
-        fragments.SetId(++unId);
-        fragments.SendTo(nSocket, destination);
+        side.send();
     }
     std::this_thread::sleep_for(std::chrono::milliseconds(20));
-    return nUpdates - static_cast<int>(receiver.m_Arrivals.unCount - unBefore);
+    return nUpdates - static_cast<double>(side.arrivals.unCount - unBefore);
 }
 
-// Updates that fill five datagrams to the last byte: how many were lost of those sent, beside how many a plain socket lost.
-void AddLossCase(const stCase& entry, std::chrono::microseconds apart, int nUpdates)
+// Both receivers apply what comes to an image, one after the other; measure is told how many updates.
+void AddTrafficCase(const stCase& entry, std::size_t unBytes, int nUpdates, std::function<double(const stSide&, int)> measure)
 {
     AddMeasuredCase(entry,
                     [=]
                     {
-                        const auto pUpdate = std::make_shared<tBytes>(RotaryUpdate());
-                        pUpdate->resize(std::size_t(5) * c_nMaxPayload);
-                        const auto pFragments = std::make_shared<CFragments>(pUpdate->data(), static_cast<long>(pUpdate->size()));
-                        const auto pHandler = std::make_shared<CReadyHandler>(std::make_shared<CBMAContainer>());
-                        const auto pPlain = std::make_shared<CPlainReceiver>(enToImage);
-                        const auto pSender = std::make_shared<CPlainSocket>();
-                        const auto pId = std::make_shared<std::uint32_t>(0);
+                        const auto pTraffic = std::make_shared<CTraffic>(enToImage, std::make_shared<CBMAContainer>(), unBytes);
                         return [=](double dShare)
                         {
                             const int nSent = static_cast<int>(nUpdates * dShare);
-                            const int nSocket = pSender->Descriptor();
-                            const int nOurs = CountLost(*pHandler, *pFragments, *pId, nSent, apart, nSocket,
-                                                        LoopbackAddress(pHandler->GetLocalPort()));
-                            const int nPlain =
-                                CountLost(*pPlain, *pFragments, *pId, nSent, apart, nSocket, LoopbackAddress(pPlain->Port()));
-                            return stRound{double(nOurs), double(nPlain)};
+                            const double dOurs = measure(pTraffic->Ours(), nSent);
+                            return stRound{dOurs, measure(pTraffic->Plain(), nSent)};
                         };
                     });
+}
+
+// How many were lost of updates that fill five datagrams to the last byte, beside how many a plain socket lost.
+void AddLossCase(const stCase& entry, std::chrono::microseconds apart, int nUpdates)
+{
+    AddTrafficCase(entry, std::size_t(5) * c_nMaxPayload, nUpdates,
+                   [=](const stSide& side, int nSent) { return CountLost(side, nSent, apart); });
 }
 
 } // namespace
@@ -426,7 +427,8 @@ void AddUpdateCases()
                             return stRound{SecondsSince(start) / c_nTimes, 100e-9};
                         };
                     });
-    AddRateCase({"updates in a row to the image, 302,188 bytes", "plain UDP, in place, copied", enGain, 0.65, 0.85});
+    AddTrafficCase({"updates in a row to the image, 302,188 bytes", "plain UDP, in place, copied", enGain, 0.65, 0.85}, 0, 500,
+                   SecondsInARow);
     AddLossCase({"lost, 5 x 65,000 bytes, 5 ms apart", "lost by plain UDP", enLoss, 0, 0}, std::chrono::milliseconds(5), 164);
     AddLossCase({"lost, 5 x 65,000 bytes, at 20,000/s", "lost by plain UDP", enLoss, 0, 0}, std::chrono::microseconds(50), 1000);
     AddLatencyCase({"one way, 302,188 bytes, p50", "plain UDP, two copies", enCost, 1.15, 1.0}, enTwoCopies, 0.5);

@@ -73,7 +73,7 @@ private:
 // UpdateBMA applies the first cache before the second, whichever is newer: GetUpdateSequence tells.
 //
 // An update that fails to decode makes its cache unusable, and UpdateBMA answers 5, until ClearReceiveErrors. No exception
-// leaves. Nearly 6 MB in all, and 2 MB more once messages come in disorder.
+// leaves. Some 6 MB in all, and 2 MB more once messages come in disorder.
 class LOGICALCONTROLS_EXPORT CClientMsgHandler : public CMsgHandlerBase, public RySocketIO::CSocket
 {
 public:

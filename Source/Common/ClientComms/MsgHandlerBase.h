@@ -19,7 +19,7 @@ struct stKeptFragment;
 // matched by message id alone. They stay in the ring until newer ones overwrite them, so a repeated last fragment completes its
 // message again.
 //
-// Nearly 6 MB in all. Reassembly belongs to the one thread that receives datagrams; the PPC buffer may be used from any thread; the
+// Some 6 MB in all. Reassembly belongs to the one thread that receives datagrams; the PPC buffer may be used from any thread; the
 // remote addresses are set before anything is sent.
 class LOGICALCONTROLS_EXPORT CMsgHandlerBase
 {

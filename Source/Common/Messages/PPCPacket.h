@@ -135,8 +135,8 @@ struct stPPCAddress
 };
 
 // Walks a stream of serialised records without copying or allocating. It reads nothing outside the lLength bytes at pStream,
-// which must live, unchanged, as long as the reader is used; the marker is not looked at, as not every sender writes it. It is inlined where
-// it is used, as records come by the thousand.
+// which must live, unchanged, as long as the reader is used; the marker is not looked at, as not every sender writes it. It is
+// inlined where it is used, as records come by the thousand.
 //
 //     CPPCStreamReader reader(payload, length);
 //     while (reader.Next()) { use reader.Header(), reader.Value() }
