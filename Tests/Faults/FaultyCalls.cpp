@@ -187,18 +187,17 @@ extern "C"
 
     ssize_t __wrap_recvmsg(int nSocket, msghdr* pMessage, int nFlags)
     {
-        const int nError = ErrorOf(Faults::enReceive);
-        if (nError > 0)
+        if (g_nError >= 0 && Strikes(Faults::enReceive))
         {
-            errno = nError;
             return -1;
         }
         const ssize_t nLength = __real_recvmsg(nSocket, pMessage, nFlags);
-        if (nLength >= 0 && nError == Faults::c_nTruncated)
+        const int nAnswer = g_nError < 0 && nLength >= 0 ? ErrorOf(Faults::enReceive) : 0; // needs a datagram that came
+        if (nAnswer == Faults::c_nTruncated)
         {
             pMessage->msg_flags |= MSG_TRUNC;
         }
-        return nLength >= 0 && nError == Faults::c_nEmpty ? 0 : nLength;
+        return nAnswer == Faults::c_nEmpty ? 0 : nLength;
     }
 
     // Nothing that is meant for a network leaves.
