@@ -231,14 +231,16 @@ private:
             return;
         }
         const double dRatio = run.counters.at("ratio");
-        const char* const szTimes = entry.enRatio == enGain ? "x" : " ";
+        char acRatio[32];
+        std::snprintf(acRatio, sizeof acRatio, entry.enRatio == enGain ? "%.3gx" : "%.3g ", dRatio);
         const bool bGoal = entry.dGood != 0 || entry.dExtreme != 0 || entry.enRatio == enLoss;
         const bool bExtreme = Meets(entry, dRatio, entry.dExtreme);
         const bool bGood = bExtreme || Meets(entry, dRatio, entry.dGood);
         const char* const szMet = !bGoal ? "" : bExtreme ? "extreme" : bGood ? "good" : "MISSED";
-        std::printf("%-46s %-40s %8s %8s %6.3g%s %6s %8s  %s\n", entry.strName.c_str(), entry.szLimit,
-                    Measured(entry, run.counters.at("ours")).c_str(), Measured(entry, run.counters.at("limit")).c_str(), dRatio,
-                    szTimes, Goal(entry, entry.dGood).c_str(), Goal(entry, entry.dExtreme).c_str(), szMet);
+        std::printf("%-46s %-40s %8s %8s %7s %6s %8s  %s\n", entry.strName.c_str(), entry.szLimit,
+                    Measured(entry, run.counters.at("ours")).c_str(), Measured(entry, run.counters.at("limit")).c_str(),
+                    entry.enRatio == enLoss ? "- " : acRatio, Goal(entry, entry.dGood).c_str(), Goal(entry, entry.dExtreme).c_str(),
+                    szMet);
         std::fflush(stdout);
         m_nGoals += bGoal ? 1 : 0;
         m_nExtreme += bExtreme ? 1 : 0;

@@ -2,6 +2,7 @@
 
 #include "Bench.h"
 #include "Datagrams.h"
+#include "Handlers.h"
 #include "Images.h"
 
 #include "LogicalControls.h"
@@ -47,18 +48,11 @@ constexpr unsigned int c_unPort = 7060;
 // ---- A follower
 
 // Applies each update where it is received, at once: what is measured does not depend on how often a program looks.
-class CFollower : public CClientMsgHandler
+class CFollower : public CPromptHandler
 {
 public:
-    CFollower(stShared& shared, stFollowerState& state) : CClientMsgHandler(false), m_Shared(shared), m_State(state) {}
+    CFollower(stShared& shared, stFollowerState& state) : m_Shared(shared), m_State(state) {}
     ~CFollower() override { Shutdown(); }
-
-    using CClientMsgHandler::OnReceivedData;
-    void OnReceivedData(char* pData, long lLength, const RySocketIO::CIPString& sender) override
-    {
-        CClientMsgHandler::OnReceivedData(pData, lLength, sender);
-        UpdateBMA();
-    }
 
     int ProcessMCUpdate(const CMCUpdateMsg& update) override
     {

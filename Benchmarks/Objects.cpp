@@ -1,7 +1,7 @@
 // Containers and handlers as objects: made, destroyed, and the memory that they stand in.
 #include "Bench.h"
 #include "Datagrams.h"
-#include "Images.h"
+#include "Handlers.h"
 
 #include "LogicalControls.h"
 
@@ -79,33 +79,15 @@ double ResidentFor(Make make)
     return dEach;
 }
 
-class CHandler : public CClientMsgHandler
-{
-public:
-    CHandler() : CClientMsgHandler(false) {}
-    ~CHandler() override { Shutdown(); }
-
-    void Take(const CFragments& fragments)
-    {
-        for (int nFragment = 0; nFragment < fragments.Count(); ++nFragment)
-        {
-            long lRoom = 0;
-            char* const pRoom = ReceiveRoom(lRoom);
-            std::memcpy(pRoom, fragments.At(nFragment), fragments.Size(nFragment));
-            OnReceivedData(pRoom, static_cast<long>(fragments.Size(nFragment)), RySocketIO::CIPString("127.0.0.1"));
-        }
-    }
-};
-
 // At work for as long as it takes until it uses all of the memory that it ever uses.
-std::unique_ptr<CHandler> UsedHandler(CFragments& rotary, CFragments& surface)
+std::unique_ptr<CFedHandler> UsedHandler(CFragments& rotary, CFragments& surface)
 {
-    auto pHandler = std::make_unique<CHandler>();
+    auto pHandler = std::make_unique<CFedHandler>();
     for (std::uint32_t unUpdate = 1; unUpdate <= 60; ++unUpdate)
     {
         CFragments& fragments = unUpdate % 2 != 0 ? rotary : surface;
         fragments.SetId(unUpdate);
-        pHandler->Take(fragments);
+        pHandler->Take(fragments, true);
     }
     return pHandler;
 }
@@ -121,14 +103,14 @@ double ResidentForHandler()
 }
 
 // An object beside its bytes: taken from the system, written once, given back.
-template <class Object, class... Arguments>
-void AddLifeCase(const stCase& entry, double dBytes, Arguments... arguments)
+template <class Object>
+void AddLifeCase(const stCase& entry, double dBytes)
 {
     AddCase(entry,
             [=]
             {
                 const std::size_t unBytes = static_cast<std::size_t>(dBytes);
-                return stSides{[=] { std::make_unique<Object>(arguments...); },
+                return stSides{[] { std::make_unique<Object>(); },
                                [=]
                                {
                                    void* volatile pBytes = std::malloc(unBytes); // volatile: it is not left out
@@ -153,5 +135,5 @@ void AddObjectCases()
                   [] { return ResidentFor([] { return std::make_unique<CBMAContainer>(); }); });
     AddMemoryCase({"handler, resident", "50 fragments, two updates", enCost, 0, 1.1, enBytes}, c_dHandlerBytes, ResidentForHandler);
     AddLifeCase<CBMAContainer>({"container made and destroyed", "its bytes zeroed", enCost, 0, 0}, c_dImageBytes);
-    AddLifeCase<CHandler>({"handler made and destroyed", "its bytes zeroed", enCost, 0, 0}, c_dHandlerBytes);
+    AddLifeCase<CFedHandler>({"handler made and destroyed", "its bytes zeroed", enCost, 0, 0}, c_dHandlerBytes);
 }

@@ -2,7 +2,7 @@
 // loopback interface.
 #pragma once
 
-#include "ReadyHandler.h"
+#include "Handlers.h"
 
 #include <chrono>
 #include <cstddef>

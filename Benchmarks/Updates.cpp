@@ -1,8 +1,8 @@
 // Whole updates: joined in memory, decoded, applied, and over the loopback interface.
 #include "Bench.h"
 #include "Datagrams.h"
+#include "Handlers.h"
 #include "Images.h"
-#include "ReadyHandler.h"
 
 #include "LogicalControls.h"
 
@@ -45,56 +45,12 @@ std::function<void()> CopyOf(std::size_t unBytes)
     };
 }
 
-// A handler that is given its datagrams by hand.
-class CHandler : public CClientMsgHandler
-{
-public:
-    CHandler() : CClientMsgHandler(false), m_Sender("127.0.0.1") {}
-    ~CHandler() override { Shutdown(); }
-
-    // The seconds that the handler takes over an update whose datagrams lie in the room, or elsewhere.
-    double Take(const CFragments& fragments, bool bInRoom)
-    {
-        double dSeconds = 0;
-        for (int nFragment = 0; nFragment < fragments.Count(); ++nFragment)
-        {
-            char* pData = reinterpret_cast<char*>(const_cast<unsigned char*>(fragments.At(nFragment)));
-            const long lSize = static_cast<long>(fragments.Size(nFragment));
-            if (bInRoom)
-            {
-                long lRoom = 0;
-                char* const pRoom = ReceiveRoom(lRoom);
-                std::memcpy(pRoom, pData, fragments.Size(nFragment)); // the system's work
-                pData = pRoom;
-            }
-            const tClock::time_point start = tClock::now();
-            OnReceivedData(pData, lSize, m_Sender);
-            dSeconds += SecondsSince(start);
-        }
-        return dSeconds;
-    }
-
-    // Receives what was sent to a socket, as the receive thread does.
-    void TakeFrom(int nSocket, int nDatagrams)
-    {
-        for (int nDatagram = 0; nDatagram < nDatagrams; ++nDatagram)
-        {
-            long lRoom = 0;
-            char* const pRoom = ReceiveRoom(lRoom);
-            OnReceivedData(pRoom, static_cast<long>(recv(nSocket, pRoom, static_cast<std::size_t>(lRoom), 0)), m_Sender);
-        }
-    }
-
-private:
-    const RySocketIO::CIPString m_Sender;
-};
-
 // An update is sent and received; the system's part is not counted.
 stCounted UpdateReceived()
 {
     const auto pUpdate = std::make_shared<tBytes>(RotaryUpdate());
     const auto pFragments = std::make_shared<CFragments>(pUpdate->data(), static_cast<long>(pUpdate->size()));
-    const auto pHandler = std::make_shared<CHandler>();
+    const auto pHandler = std::make_shared<CFedHandler>();
     const auto pSocket = std::make_shared<CPlainSocket>();
     const auto pId = std::make_shared<std::uint32_t>(0);
     const auto work = [=]
@@ -114,7 +70,7 @@ void AddJoinCase(const stCase& entry, bool bInRoom)
                     {
                         const auto pUpdate = std::make_shared<tBytes>(RotaryUpdate());
                         const auto pFragments = std::make_shared<CFragments>(pUpdate->data(), static_cast<long>(pUpdate->size()));
-                        const auto pHandler = std::make_shared<CHandler>();
+                        const auto pHandler = std::make_shared<CFedHandler>();
                         const auto pId = std::make_shared<std::uint32_t>(0);
                         const std::function<void()> copy = CopyOf(pUpdate->size());
                         return [=](double dShare)
