@@ -220,7 +220,7 @@ void AddUpdateCase(const stCase& entry, tLink (*makeTheirs)(const tBytes&),
 
 tRounds ManyUpdates(std::shared_ptr<CLink> pOurs, std::shared_ptr<CLink> pTheirs)
 {
-    return Throughput(std::move(pOurs), std::move(pTheirs), {100, 20, 1, 3});
+    return Throughput(std::move(pOurs), std::move(pTheirs), {500, 20, 1, 3});
 }
 
 template <int nPercent>

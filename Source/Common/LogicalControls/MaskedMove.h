@@ -73,19 +73,62 @@ inline void SelectFourWords(unsigned char* pTo, const unsigned char* pFrom, unsi
     std::memcpy(pTo, &to, sizeof to);
 }
 
-// The elements that one mask word speaks of.
+// The 64 elements of a mask word, of which many are to move: each is taken or kept.
 template <std::size_t Width>
-void SelectElements(unsigned char* pTo, const unsigned char* pFrom, std::uint64_t unMask, int nElements)
+void SelectElements(unsigned char* pTo, const unsigned char* pFrom, std::uint64_t unMask)
 {
-    int nElement = 0;
-    for (; Width == 4 && nElement + 4 <= nElements; nElement += 4, pTo += 4 * Width, pFrom += 4 * Width)
+    constexpr int c_nAtOnce = Width == 4 ? 4 : 1;
+    for (int nElement = 0; nElement < c_nMaskWordBits; nElement += c_nAtOnce)
     {
-        SelectFourWords(pTo, pFrom, static_cast<unsigned int>(unMask >> nElement) & 15u);
+        const std::size_t unOffset = static_cast<std::size_t>(nElement) * Width;
+        const unsigned int unBits = static_cast<unsigned int>(unMask >> nElement);
+        if constexpr (Width == 4)
+        {
+            SelectFourWords(pTo + unOffset, pFrom + unOffset, unBits & 15u);
+        }
+        else
+        {
+            SelectElement<Width>(pTo + unOffset, pFrom + unOffset, unBits & 1u);
+        }
     }
-    for (; nElement < nElements; ++nElement, pTo += Width, pFrom += Width)
+}
+
+inline int LowestBit(std::uint64_t unBits)
+{
+    return __builtin_ctzll(unBits);
+}
+
+// The same for a word whose bits are in few runs, as those of whole paths or of single parameters: each run is one copy.
+template <std::size_t Width>
+void CopyRuns(unsigned char* pTo, const unsigned char* pFrom, std::uint64_t unMask)
+{
+    while (unMask != 0)
     {
-        SelectElement<Width>(pTo, pFrom, static_cast<unsigned int>(unMask >> nElement) & 1u);
+        const int nFirst = LowestBit(unMask);
+        const std::uint64_t unCarried = unMask + (std::uint64_t(1) << nFirst); // the run became the bit behind it
+        const int nEnd = unCarried == 0 ? c_nMaskWordBits : LowestBit(unCarried);
+        const std::size_t unOffset = static_cast<std::size_t>(nFirst) * Width;
+        if (nEnd - nFirst == 1)
+        {
+            std::memcpy(pTo + unOffset, pFrom + unOffset, Width); // no call
+        }
+        else
+        {
+            std::memcpy(pTo + unOffset, pFrom + unOffset, static_cast<std::size_t>(nEnd - nFirst) * Width);
+        }
+        unMask &= unCarried;
     }
+}
+
+inline bool HasFewRuns(std::uint64_t unMask)
+{
+    constexpr int c_nFew = 4;
+    std::uint64_t unFirsts = unMask & ~(unMask << 1);
+    for (int nRun = 0; nRun < c_nFew; ++nRun)
+    {
+        unFirsts &= unFirsts - 1; // without the lowest
+    }
+    return unFirsts == 0;
 }
 
 // Empty words are passed over, full ones in a row are one copy.
@@ -95,25 +138,46 @@ void MoveMaskedElements(unsigned char* pDestination, const unsigned char* pSourc
 {
     const auto mask = [=](int nFirst)
     { return boost::endian::load_little_u64(pMaskA + nFirst / 8) & boost::endian::load_little_u64(pMaskB + nFirst / 8); };
-    for (int nFirst = 0; nFirst < nElements;)
+    constexpr int c_nFourWords = 4 * c_nMaskWordBits;
+    const auto areFourEmpty = [=](int nFirst)
+    {
+        const int nThird = nFirst + 2 * c_nMaskWordBits;
+        return (mask(nFirst) | mask(nThird - c_nMaskWordBits) | mask(nThird) | mask(nThird + c_nMaskWordBits)) == 0;
+    };
+    int nFirst = 0;
+    while (nElements - nFirst >= c_nMaskWordBits)
     {
         const std::uint64_t unMask = mask(nFirst);
-        const int nInWord = std::min(nElements - nFirst, c_nMaskWordBits);
         const std::size_t unOffset = static_cast<std::size_t>(nFirst) * Width;
-        int nEnd = nFirst + nInWord;
-        if (unMask == c_unFullMaskWord)
+        int nEnd = nFirst + c_nMaskWordBits;
+        if (unMask == 0)
         {
-            while (nElements - nEnd >= c_nMaskWordBits && mask(nEnd) == c_unFullMaskWord)
+            for (; nElements - nEnd >= c_nFourWords && areFourEmpty(nEnd); nEnd += c_nFourWords)
             {
-                nEnd += c_nMaskWordBits;
+            }
+        }
+        else if (unMask == c_unFullMaskWord)
+        {
+            for (; nElements - nEnd >= c_nMaskWordBits && mask(nEnd) == c_unFullMaskWord; nEnd += c_nMaskWordBits)
+            {
             }
             std::memcpy(pDestination + unOffset, pSource + unOffset, static_cast<std::size_t>(nEnd - nFirst) * Width);
         }
-        else if (unMask != 0)
+        else if (HasFewRuns(unMask))
         {
-            SelectElements<Width>(pDestination + unOffset, pSource + unOffset, unMask, nInWord);
+            CopyRuns<Width>(pDestination + unOffset, pSource + unOffset, unMask);
+        }
+        else
+        {
+            SelectElements<Width>(pDestination + unOffset, pSource + unOffset, unMask);
         }
         nFirst = nEnd;
+    }
+    if (nFirst < nElements)
+    {
+        const std::uint64_t unThere = (std::uint64_t(1) << (nElements - nFirst)) - 1;
+        const std::size_t unOffset = static_cast<std::size_t>(nFirst) * Width;
+        CopyRuns<Width>(pDestination + unOffset, pSource + unOffset, mask(nFirst) & unThere);
     }
 }
 
