@@ -255,6 +255,18 @@ private:
 
 } // namespace
 
+stRound InEitherOrder(const std::function<double()>& ours, const std::function<double()>& limit)
+{
+    static bool s_bOursFirst = false;
+    s_bOursFirst = !s_bOursFirst;
+    stRound round = {};
+    for (const bool bOurs : {s_bOursFirst, !s_bOursFirst})
+    {
+        (bOurs ? round.dOurs : round.dLimit) = bOurs ? ours() : limit();
+    }
+    return round;
+}
+
 void AddMeasuredCase(const stCase& entry, std::function<tRounds()> make)
 {
     const stEntry& added = Entries()[entry.strName] = {entry, std::move(make)};

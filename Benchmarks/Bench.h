@@ -50,6 +50,9 @@ struct stRound
     double dLimit;
 };
 
+// A round of two measurements, one after the other: in every other round ours is first.
+stRound InEitherOrder(const std::function<double()>& ours, const std::function<double()>& limit);
+
 // Cases are made when they run, and what they hold is freed when they have run. A measured case's argument is how much of a full
 // round it is to do: 1, and less in a quick run. What it throws as a std::string is why it was skipped.
 void AddCase(const stCase& entry, std::function<stSides()> make);

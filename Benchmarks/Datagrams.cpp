@@ -9,10 +9,10 @@
 #include <cstring>
 #include <string>
 
-CPlainSocket::CPlainSocket() : m_nSocket(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0))
+CPlainSocket::CPlainSocket(enBindings enBinding) : m_nSocket(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0))
 {
     const sockaddr_in any = LoopbackAddress(0);
-    if (m_nSocket < 0 || bind(m_nSocket, reinterpret_cast<const sockaddr*>(&any), sizeof any) != 0)
+    if (m_nSocket < 0 || (enBinding == enBound && bind(m_nSocket, reinterpret_cast<const sockaddr*>(&any), sizeof any) != 0))
     {
         throw std::string("no socket can be had");
     }

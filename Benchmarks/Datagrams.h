@@ -10,7 +10,13 @@
 class CPlainSocket
 {
 public:
-    CPlainSocket();
+    enum enBindings : int
+    {
+        enBound,  // to the loopback address
+        enUnbound // which sends in less time
+    };
+
+    explicit CPlainSocket(enBindings enBinding = enBound);
     ~CPlainSocket();
     CPlainSocket(const CPlainSocket&) = delete;
     CPlainSocket& operator=(const CPlainSocket&) = delete;

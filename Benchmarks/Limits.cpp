@@ -2,6 +2,10 @@
 
 #include "LogicalControls/ParameterModel.h"
 
+#include <algorithm>
+#include <cstdint>
+#include <cstring>
+
 namespace
 {
 
@@ -60,4 +64,24 @@ void stCheckedFloats::Read(int nPathType, int nPath, int nParam, float& fValue)
     {
         fValue = g_afValues[nIndex];
     }
+}
+
+#if defined(__x86_64__)
+__attribute__((target_clones("avx2", "default")))
+#endif
+void CopySwapped(unsigned char* pTo, const unsigned char* pFrom, std::size_t unBytes)
+{
+    const auto copy = [=](std::size_t unFirst, std::size_t unEnd)
+    {
+        for (std::size_t unByte = unFirst; unByte < unEnd; unByte += 4)
+        {
+            std::uint32_t unWord;
+            std::memcpy(&unWord, pFrom + unByte, sizeof unWord);
+            unWord = __builtin_bswap32(unWord);
+            std::memcpy(pTo + unByte, &unWord, sizeof unWord);
+        }
+    };
+    const std::size_t unToLine = std::min<std::size_t>(-reinterpret_cast<std::uintptr_t>(pTo) % 64, unBytes); // of the cache
+    copy(0, unToLine);
+    copy(unToLine, unBytes);
 }

@@ -101,7 +101,9 @@ public:
     {
         for (std::size_t unBlock = 0; unBlock < m_Blocks.size(); ++unBlock)
         {
-            Move(m_Blocks[unBlock], m_Masks[unBlock].data(), m_Masks[unBlock].data(), m_From.At(unBlock), m_To.At(unBlock));
+            const auto move = m_Blocks[unBlock].unElement == 0 ? Move<0> : m_Blocks[unBlock].unElement == 4 ? Move<4> : Move<13>;
+            move(canParameterCounts[m_Blocks[unBlock].enType], m_Masks[unBlock].data(), m_Masks[unBlock].data(), m_From.At(unBlock),
+                 m_To.At(unBlock));
             benchmark::ClobberMemory();
         }
     }
@@ -124,10 +126,12 @@ private:
         }
     }
 
-    static void Move(const stBlockSize& block, const unsigned char* pMaskA, const unsigned char* pMaskB, const unsigned char* pFrom,
+    // Width is the bytes of an element, 0 of a bit.
+    template <std::size_t Width>
+    static void Move(int nCount, const unsigned char* pMaskA, const unsigned char* pMaskB, const unsigned char* pFrom,
                      unsigned char* pTo)
     {
-        const std::size_t unCount = static_cast<std::size_t>(canParameterCounts[block.enType]);
+        const std::size_t unCount = static_cast<std::size_t>(nCount);
         for (std::size_t unElement = 0; unElement < unCount; ++unElement)
         {
             const unsigned int unBit = 1u << unElement % 8;
@@ -135,13 +139,13 @@ private:
             {
                 continue;
             }
-            if (block.unElement == 0)
+            if constexpr (Width == 0)
             {
                 pTo[unElement / 8] = static_cast<unsigned char>((pTo[unElement / 8] & ~unBit) | (pFrom[unElement / 8] & unBit));
             }
             else
             {
-                std::memcpy(pTo + unElement * block.unElement, pFrom + unElement * block.unElement, block.unElement);
+                std::memcpy(pTo + unElement * Width, pFrom + unElement * Width, Width);
             }
         }
     }

@@ -21,8 +21,8 @@
 namespace
 {
 
-// Values, side floats and the flags of four scopes, and the object with its arrays' tables.
-constexpr double c_dImageBytes = 801523 + sizeof(CBMAContainer);
+// Values, side floats and the flags of four scopes.
+constexpr double c_dImageBytes = 801523;
 // What waits for the rest of its message, and the two updates that the application may look at.
 constexpr double c_dHandlerBytes = 50 * 65000 + 2 * 302188;
 

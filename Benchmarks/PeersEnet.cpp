@@ -26,6 +26,10 @@ tHost MakeHost(const ENetAddress* pAddress, enPacketSizes enSize)
     if (enSize == enLargestPackets)
     {
         pHost->mtu = ENET_PROTOCOL_MAXIMUM_MTU;
+        for (std::size_t unPeer = 0; unPeer < pHost->peerCount; ++unPeer)
+        {
+            pHost->peers[unPeer].mtu = pHost->mtu; // made with the host, as it was then
+        }
         enet_socket_set_option(pHost->socket, ENET_SOCKOPT_RCVBUF, 4 << 20);
         enet_socket_set_option(pHost->socket, ENET_SOCKOPT_SNDBUF, 4 << 20);
     }

@@ -47,7 +47,7 @@ stSides SentOneByOne()
     const auto pImage = std::make_shared<CBMAContainer>();
     pImage->SetUseSimplePPCSender(true);
     pImage->InitSimplePPCSenderComms();
-    const auto pSocket = std::make_shared<CPlainSocket>();
+    const auto pSocket = std::make_shared<CPlainSocket>(CPlainSocket::enUnbound); // as the image's is
     const auto set = [pImage]
     {
         for (int nParam = 0; nParam < c_nAtOnce; ++nParam)
@@ -214,6 +214,8 @@ double SecondsToDrainPlainly(int nRecords, int nSocket, const sockaddr_in& desti
     return std::chrono::duration<double>(tClock::now() - start).count() / nRecords;
 }
 
+constexpr int c_nDrained = 4 * c_nRecordsInDatagram;
+
 // What SendAll takes a record, beside another way.
 void AddDrainCase(const stCase& entry, double (*limit)(int, int, const sockaddr_in&))
 {
@@ -222,21 +224,28 @@ void AddDrainCase(const stCase& entry, double (*limit)(int, int, const sockaddr_
                     {
                         const auto pHandler = std::make_shared<CQueueingHandler>();
                         const auto pSocket = std::make_shared<CPlainSocket>();
-                        const unsigned int unNobody = CPlainSocket().Port(); // closed again
+                        const auto pFull = std::make_shared<CPlainSocket>(); // nobody reads from it: what comes is dropped
+                        const sockaddr_in destination = LoopbackAddress(pFull->Port());
                         if (!pHandler->InitialiseClient(0, "127.0.0.1", nullptr, nullptr))
                         {
                             throw std::string("no socket can be had");
                         }
-                        pHandler->SetRemoteAddress("127.0.0.1", 0, static_cast<int>(unNobody));
-                        return [=](double)
+                        pHandler->SetRemoteAddress("127.0.0.1", 0, static_cast<int>(pFull->Port()));
+                        const auto ours = [=]
                         {
-                            constexpr int c_nRecords = 4 * c_nRecordsInDatagram;
-                            pHandler->Fill(c_nRecords);
-                            const tClock::time_point start = tClock::now();
-                            pHandler->SendAll();
-                            const double dOurs = std::chrono::duration<double>(tClock::now() - start).count() / c_nRecords;
-                            return stRound{dOurs, limit(c_nRecords, pSocket->Descriptor(), LoopbackAddress(unNobody))};
+                            constexpr int c_nTimes = 4;
+                            double dSeconds = 0;
+                            for (int nTime = 0; nTime < c_nTimes; ++nTime)
+                            {
+                                pHandler->Fill(c_nDrained);
+                                const tClock::time_point start = tClock::now();
+                                pHandler->SendAll();
+                                dSeconds += std::chrono::duration<double>(tClock::now() - start).count();
+                            }
+                            return dSeconds / (c_nTimes * c_nDrained);
                         };
+                        return [=, pFull = pFull](double)
+                        { return InEitherOrder(ours, [&] { return limit(c_nDrained, pSocket->Descriptor(), destination); }); };
                     });
 }
 

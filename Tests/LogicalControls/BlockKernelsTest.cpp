@@ -20,8 +20,26 @@ constexpr std::size_t c_unAround = 64;
 
 typedef void (*tMove)(unsigned char*, const unsigned char*, const unsigned char*, const unsigned char*, int);
 
+// Bytes that are the same in every run.
+class CRandomBytes
+{
+protected:
+    tBytes Random(std::size_t unBytes)
+    {
+        tBytes bytes(unBytes);
+        std::generate(bytes.begin(), bytes.end(), [this] { return static_cast<unsigned char>(m_Random()); });
+        return bytes;
+    }
+
+    std::mt19937 m_Random{31};
+};
+
+class MaskedBits : public testing::Test, protected CRandomBytes
+{
+};
+
 // Every form of the loops that this processor can run.
-class BlockKernel : public testing::TestWithParam<int>
+class BlockKernel : public testing::TestWithParam<int>, protected CRandomBytes
 {
 protected:
     static void SetUpTestSuite() { s_nForms = FindBlockKernels(s_apForms); }
@@ -35,13 +53,6 @@ protected:
     }
 
     const stBlockKernels& Form() const { return *s_apForms[GetParam()]; }
-
-    tBytes Random(std::size_t unBytes)
-    {
-        tBytes bytes(unBytes);
-        std::generate(bytes.begin(), bytes.end(), [this] { return static_cast<unsigned char>(m_Random()); });
-        return bytes;
-    }
 
     // Bits of which about nPercent are set, in runs as long as paths are or one by one, and rubbish behind them.
     tBytes Mask(int nElements, unsigned int unPercent, bool bRuns)
@@ -112,7 +123,6 @@ protected:
 
     static const stBlockKernels* s_apForms[c_nMaxBlockKernels];
     static int s_nForms;
-    std::mt19937 m_Random{31};
 };
 
 const stBlockKernels* BlockKernel::s_apForms[c_nMaxBlockKernels];
@@ -174,7 +184,33 @@ TEST_P(BlockKernel, MovesTheStringsThatBothMasksName)
     MovesWhatBothMasksName(Form().MoveStrings, 13, 1);
 }
 
-TEST_P(BlockKernel, MergesTheBitsThatBothMasksName)
+// Runs of set flags, and of clear ones, from every bit of a word on and from every word of a line of the cache: whatever a form
+// looks at together begins and ends within a run somewhere.
+TEST_P(BlockKernel, MovesRunsFromEveryBitToEveryPlace)
+{
+    constexpr int c_nElements = 1200;
+    const tBytes every(c_nElements / 8 + 1 + c_unMaskReach, 0xff);
+    for (int nFirst = 0; nFirst < 2 * 64; ++nFirst)
+    {
+        for (const int nLength : {1, 63, 64, 65, 447, 505, 511, 512, 513, 520, 1024, 1071})
+        {
+            tBytes run(every.size(), 0);
+            for (int nElement = nFirst; nElement < std::min(nFirst + nLength, c_nElements); ++nElement)
+            {
+                unsigned char& ucByte = run[static_cast<std::size_t>(nElement / 8)];
+                ucByte = static_cast<unsigned char>(ucByte | 1 << nElement % 8);
+            }
+            tBytes rest = run;
+            std::transform(run.begin(), run.end(), rest.begin(),
+                           [](unsigned char ucByte) { return static_cast<unsigned char>(~ucByte); });
+            const std::size_t unOffset = static_cast<std::size_t>(nFirst + nLength) % 16 * 4;
+            MovesOnce(Form().MoveWords, c_nElements, 4, unOffset, run, every);
+            MovesOnce(Form().MoveWords, c_nElements, 4, unOffset, every, rest);
+        }
+    }
+}
+
+TEST_F(MaskedBits, AreMergedWhereBothMasksNameThem)
 {
     for (const int nBytes : {0, 1, 7, 8, 63, 64, 65, 127, 128, 300, 17337})
     {
@@ -189,7 +225,7 @@ TEST_P(BlockKernel, MergesTheBitsThatBothMasksName)
             const int nMask = maskA[unByte] & maskB[unByte];
             expected[unByte] = static_cast<unsigned char>((from[unByte] & nMask) | (to[unByte] & ~nMask));
         }
-        Form().MergeBits(to.data(), from.data(), maskA.data(), maskB.data(), nBytes);
+        MergeMaskedBits(to.data(), from.data(), maskA.data(), maskB.data(), nBytes);
         ASSERT_EQ(expected, to) << nBytes;
     }
 }

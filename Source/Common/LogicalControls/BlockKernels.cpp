@@ -6,7 +6,7 @@
 
 #include <cstring>
 
-#if defined(__x86_64__)
+#if defined(__x86_64__) && !defined(LOGICALCONTROLS_PORTABLE)
 #define LOGICALCONTROLS_WIDE_KERNELS
 #include <immintrin.h>
 #endif
@@ -86,8 +86,8 @@ void SwapWordsPortable(unsigned char* pTo, const unsigned char* pFrom, std::size
     SwapWords(pTo, pFrom, unBytes);
 }
 
-const stBlockKernels c_Portable = {
-    "portable", JoinWordsPortable, SwapWordsPortable, MoveMaskedElements<4>, MoveMaskedElements<c_nStringBytes>, MergeMaskedBits};
+const stBlockKernels c_Portable = {"portable", JoinWordsPortable, SwapWordsPortable, MoveMaskedElements<4>,
+                                   MoveMaskedElements<c_nStringBytes>};
 
 #ifdef LOGICALCONTROLS_WIDE_KERNELS
 
@@ -104,8 +104,7 @@ LC_AVX2 void SwapWordsAvx2(unsigned char* pTo, const unsigned char* pFrom, std::
     SwapWords(pTo, pFrom, unBytes);
 }
 
-const stBlockKernels c_Avx2 = {
-    "avx2", JoinWordsAvx2, SwapWordsAvx2, MoveMaskedElements<4>, MoveMaskedElements<c_nStringBytes>, MergeMaskedBits};
+const stBlockKernels c_Avx2 = {"avx2", JoinWordsAvx2, SwapWordsAvx2, MoveMaskedElements<4>, MoveMaskedElements<c_nStringBytes>};
 
 LC_AVX512 std::uint32_t JoinWordsAvx512(const unsigned char* pWords, long lWords)
 {
@@ -223,41 +222,20 @@ LC_AVX512 void MoveWordsAvx512(unsigned char* pTo, const unsigned char* pFrom, c
 }
 
 // Four strings at a time: 52 bytes under a mask of as many bits.
-LC_AVX512 void MoveStringsAvx512(unsigned char* pTo, const unsigned char* pFrom, const unsigned char* pMaskA,
-                                 const unsigned char* pMaskB, int nElements)
+LC_AVX512 void SelectStringsAvx512(unsigned char* pTo, const unsigned char* pFrom, std::uint64_t unMask)
 {
     constexpr std::uint64_t c_unFirstBytes =
         1u | 1u << c_nStringBytes | std::uint64_t(1) << 2 * c_nStringBytes | std::uint64_t(1) << 3 * c_nStringBytes;
     constexpr std::uint64_t c_unString = (1u << c_nStringBytes) - 1;
-    for (int nFirst = 0; nFirst < nElements; nFirst += c_nMaskWordBits)
+    for (; unMask != 0; unMask >>= 4, pTo += 4 * c_nStringBytes, pFrom += 4 * c_nStringBytes)
     {
-        std::uint64_t unMask =
-            _bzhi_u64(MaskAt(pMaskA, pMaskB, nFirst), static_cast<unsigned int>(std::min(nElements - nFirst, 64)));
-        for (std::ptrdiff_t nOffset = std::ptrdiff_t(nFirst) * c_nStringBytes; unMask != 0;
-             unMask >>= 4, nOffset += 4 * c_nStringBytes)
-        {
-            const __mmask64 unTake = _pdep_u64(unMask, c_unFirstBytes) * c_unString;
-            _mm512_mask_storeu_epi8(pTo + nOffset, unTake, _mm512_maskz_loadu_epi8(unTake, pFrom + nOffset));
-        }
+        const __mmask64 unTake = _pdep_u64(unMask, c_unFirstBytes) * c_unString;
+        _mm512_mask_storeu_epi8(pTo, unTake, _mm512_maskz_loadu_epi8(unTake, pFrom));
     }
 }
 
-LC_AVX512 void MergeBitsAvx512(unsigned char* pTo, const unsigned char* pFrom, const unsigned char* pMaskA,
-                               const unsigned char* pMaskB, int nBytes)
-{
-    for (int nByte = 0; nByte < nBytes; nByte += 64)
-    {
-        const __mmask64 unThere = _bzhi_u64(~std::uint64_t(0), static_cast<unsigned int>(std::min(nBytes - nByte, 64)));
-        const __m512i mask =
-            _mm512_and_si512(_mm512_maskz_loadu_epi8(unThere, pMaskA + nByte), _mm512_maskz_loadu_epi8(unThere, pMaskB + nByte));
-        const __m512i from = _mm512_maskz_loadu_epi8(unThere, pFrom + nByte);
-        const __m512i to = _mm512_maskz_loadu_epi8(unThere, pTo + nByte);
-        constexpr int c_nMaskThenFromElseTo = 0xca;
-        _mm512_mask_storeu_epi8(pTo + nByte, unThere, _mm512_ternarylogic_epi64(mask, from, to, c_nMaskThenFromElseTo));
-    }
-}
-
-const stBlockKernels c_Avx512 = {"avx512", JoinWordsAvx512, SwapWordsAvx2, MoveWordsAvx512, MoveStringsAvx512, MergeBitsAvx512};
+const stBlockKernels c_Avx512 = {"avx512", JoinWordsAvx512, SwapWordsAvx2, MoveWordsAvx512,
+                                 MoveMaskedElements<c_nStringBytes, SelectStringsAvx512>};
 
 #endif
 

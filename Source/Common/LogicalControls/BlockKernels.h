@@ -19,13 +19,11 @@ struct stBlockKernels
     // Copies whole 32-bit words between the machine's order and the wire's, big-endian; the way back is the same.
     void (*SwapWords)(unsigned char* pTo, const unsigned char* pFrom, std::size_t unBytes);
 
-    // Move elements, or bits, as MaskedMove.h says.
+    // Move elements as MaskedMove.h says.
     void (*MoveWords)(unsigned char* pTo, const unsigned char* pFrom, const unsigned char* pMaskA, const unsigned char* pMaskB,
                       int nElements);
     void (*MoveStrings)(unsigned char* pTo, const unsigned char* pFrom, const unsigned char* pMaskA, const unsigned char* pMaskB,
                         int nElements);
-    void (*MergeBits)(unsigned char* pTo, const unsigned char* pFrom, const unsigned char* pMaskA, const unsigned char* pMaskB,
-                      int nBytes);
 };
 
 // The forms that this processor can run, the narrowest (the portable one) first. Returns how many.

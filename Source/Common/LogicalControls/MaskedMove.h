@@ -95,7 +95,12 @@ void SelectElements(unsigned char* pTo, const unsigned char* pFrom, std::uint64_
 
 inline int LowestBit(std::uint64_t unBits)
 {
-    return __builtin_ctzll(unBits);
+    if constexpr (sizeof(long) == sizeof unBits)
+    {
+        return __builtin_ctzl(unBits);
+    }
+    const std::uint32_t unLow = static_cast<std::uint32_t>(unBits);
+    return unLow != 0 ? __builtin_ctz(unLow) : 32 + __builtin_ctz(static_cast<std::uint32_t>(unBits >> 32));
 }
 
 // The same for a word whose bits are in few runs, as those of whole paths or of single parameters: each run is one copy.
@@ -131,8 +136,8 @@ inline bool HasFewRuns(std::uint64_t unMask)
     return unFirsts == 0;
 }
 
-// Empty words are passed over, full ones in a row are one copy.
-template <std::size_t Width>
+// Empty words are passed over, full ones in a row are one copy. Select is for those of which many elements are to move.
+template <std::size_t Width, void (*Select)(unsigned char*, const unsigned char*, std::uint64_t) = SelectElements<Width>>
 void MoveMaskedElements(unsigned char* pDestination, const unsigned char* pSource, const unsigned char* pMaskA,
                         const unsigned char* pMaskB, int nElements)
 {
@@ -169,7 +174,7 @@ void MoveMaskedElements(unsigned char* pDestination, const unsigned char* pSourc
         }
         else
         {
-            SelectElements<Width>(pDestination + unOffset, pSource + unOffset, unMask);
+            Select(pDestination + unOffset, pSource + unOffset, unMask);
         }
         nFirst = nEnd;
     }
@@ -201,8 +206,8 @@ int MergeMaskedWords(unsigned char* pDestination, const unsigned char* pSource, 
     return nByte;
 }
 
-inline void MergeMaskedBits(unsigned char* pDestination, const unsigned char* pSource, const unsigned char* pMaskA,
-                            const unsigned char* pMaskB, int nBytes)
+[[gnu::noinline]] inline void MergeMaskedBits(unsigned char* pDestination, const unsigned char* pSource,
+                                              const unsigned char* pMaskA, const unsigned char* pMaskB, int nBytes)
 {
     const int nByte = MergeMaskedWords<std::uint64_t>(pDestination, pSource, pMaskA, pMaskB, 0, nBytes);
     MergeMaskedWords<std::uint8_t>(pDestination, pSource, pMaskA, pMaskB, nByte, nBytes);

@@ -216,7 +216,7 @@ void CParameterArray<T, N, compressed>::Import(const CParameterArray& source, co
     }
     if constexpr (compressed)
     {
-        BlockKernels().MergeBits(Block(), source.Block(), pMaskA, pMaskB, (m_nElements + 7) / 8);
+        MergeMaskedBits(Block(), source.Block(), pMaskA, pMaskB, (m_nElements + 7) / 8);
     }
     else if constexpr (sizeof(T) == 4)
     {
