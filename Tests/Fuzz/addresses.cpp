@@ -249,6 +249,10 @@ enVerdicts Judge(tagenPPCMessageType enType, const std::string& strText, stValue
         }
         errno = 0;
         value.fValue = std::strtof(strText.c_str(), nullptr);
+        if (value.fValue == 0 && strText.find_first_of("123456789") < strText.find_first_of("eE"))
+        {
+            return enEither; // not every C library says so
+        }
         return errno == 0 ? enTaken : std::fabs(value.fValue) > 1 ? enRefused : enEither;
     default:
         if (!IsWhole(strText, nWhole) || (enType == enSwitch && nWhole != 0 && nWhole != 1))

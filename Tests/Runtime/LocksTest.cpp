@@ -2,6 +2,7 @@
 
 #include "Support/Interruptions.h"
 #include "Support/SystemCalls.h"
+#include "Support/SystemLibrary.h"
 
 #include <gtest/gtest.h>
 
@@ -86,7 +87,7 @@ std::string Printed(Call call)
     return testing::internal::GetCapturedStdout();
 }
 
-const std::string c_strInterrupted = "sem_wait returned: " + std::to_string(EINTR) + "\n";
+const std::string c_strInterrupted = "sem_wait returned: " + std::to_string(Support::WaitError(EINTR)) + "\n";
 
 } // namespace
 
@@ -297,9 +298,11 @@ TEST(RWMutex, LockObjectsStayBoundToTheirLock)
     EXPECT_TRUE(first.Write().Unlock());
 }
 
-#ifdef __GLIBC__ // where a second lock by the writer is refused; others wait for ever
 TEST(RWMutex, LockObjectThatGoesAwayLeavesTheLockHeld)
 {
+#ifndef __GLIBC__
+    GTEST_SKIP() << "this C library lets a writer wait for itself for ever";
+#endif
     CRWMutex lock;
     {
         CRWMutex::CWriteLock passing(lock);
@@ -311,7 +314,6 @@ TEST(RWMutex, LockObjectThatGoesAwayLeavesTheLockHeld)
     EXPECT_TRUE(lock.Write().Lock());
     EXPECT_TRUE(lock.Write().Unlock());
 }
-#endif
 
 // ---- CSema --------------------------------------------------------------------------------------------------------------------
 

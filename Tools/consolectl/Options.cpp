@@ -10,9 +10,12 @@
 namespace
 {
 
+// As it is written: some C libraries read leading zeros, too.
 bool IsAddress(const std::string& strText, in_addr& address)
 {
-    return inet_pton(AF_INET, strText.c_str(), &address) == 1;
+    char acText[INET_ADDRSTRLEN];
+    return inet_pton(AF_INET, strText.c_str(), &address) == 1 && inet_ntop(AF_INET, &address, acText, sizeof acText) != nullptr &&
+           strText == acText;
 }
 
 std::string CheckGroup(const std::string& strText)

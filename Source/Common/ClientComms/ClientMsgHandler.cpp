@@ -401,8 +401,12 @@ void CClientMsgHandler::CountUnlocked()
 
 bool CClientMsgHandler::AcceptSender(const char* szAddress)
 {
+    // As senders' addresses are written: some C libraries read others, too, that nobody would ever have.
     in_addr address;
-    if (szAddress == nullptr || inet_pton(AF_INET, szAddress, &address) != 1 || m_nAcceptedSenders >= enMaxAcceptedSenders)
+    char acAddress[INET_ADDRSTRLEN];
+    if (szAddress == nullptr || inet_pton(AF_INET, szAddress, &address) != 1 ||
+        inet_ntop(AF_INET, &address, acAddress, sizeof acAddress) == nullptr || std::strcmp(acAddress, szAddress) != 0 ||
+        m_nAcceptedSenders >= enMaxAcceptedSenders)
     {
         return false;
     }

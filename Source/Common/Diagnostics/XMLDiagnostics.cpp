@@ -2,10 +2,11 @@
 
 #include "Runtime/TextOrEmpty.h"
 
+#include <algorithm>
+#include <cfloat>
 #include <charconv>
-#include <iomanip>
-#include <locale>
-#include <sstream>
+#include <climits>
+#include <cstring>
 
 namespace XMLDiagnostics
 {
@@ -13,15 +14,27 @@ namespace XMLDiagnostics
 namespace
 {
 
-template <typename T>
-T Extract(const std::string& strText)
+bool IsDigit(char cDigit)
 {
-    std::istringstream stream(strText);
-    stream.imbue(std::locale::classic());
-    stream.exceptions(std::ios_base::badbit); // no memory: thrown, not swallowed
-    T value = 0;
-    stream >> value;
-    return value;
+    return cDigit >= '0' && cDigit <= '9';
+}
+
+const char* SkipBlanks(const char* pText, const char* pEnd)
+{
+    return std::find_if(pText, pEnd, [](char cBlank) { return cBlank == '\0' || std::strchr(" \t\n\v\f\r", cBlank) == nullptr; });
+}
+
+const char* SkipDigits(const char* pText, const char* pEnd)
+{
+    return std::find_if_not(pText, pEnd, IsDigit);
+}
+
+// Of digits with a point among them: by how many places the first that is not 0 lies before the point; 0 or less behind it.
+long PlacesBeforePoint(const char* pDigits, const char* pEnd)
+{
+    const char* const pPoint = std::find(pDigits, pEnd, '.');
+    const char* const pFirst = std::find_if(pDigits, pEnd, [](char cDigit) { return cDigit != '0' && cDigit != '.'; });
+    return pFirst < pPoint ? pPoint - pFirst : pPoint - pFirst + 1;
 }
 
 } // namespace
@@ -33,35 +46,86 @@ std::string int2String(int nValue)
 
 std::string float2String(float fValue, short nPrecision)
 {
-    std::ostringstream stream;
-    stream.imbue(std::locale::classic());
-    stream.exceptions(std::ios_base::badbit);
-    stream << std::setprecision(nPrecision) << fValue;
-    return stream.str();
+    constexpr int c_nUsual = 6;     // digits of a stream, also where a precision is none
+    constexpr int c_nLongest = 112; // no float has more digits than that
+    char acText[c_nLongest + sizeof "-0.0000e+38"];
+    const int nDigits = nPrecision < 0 ? c_nUsual : std::min<int>(nPrecision, c_nLongest);
+    const std::to_chars_result written =
+        std::to_chars(acText, acText + sizeof acText, static_cast<double>(fValue), std::chars_format::general, nDigits);
+    return std::string(acText, written.ptr);
 }
 
+// Texts are read as a stream of the classic locale reads them: blanks first, then as much as belongs to a number; 0 where there is
+// none, and the largest or least number there is for those beyond it.
 int string2Int(const char* szText)
 {
     return string2Int(std::string(TextOrEmpty(szText)));
 }
 
-// By value: clients link it so. Nearly all texts are a number and nothing else.
+// By value: clients link it so.
 int string2Int(std::string strText) // NOLINT(performance-unnecessary-value-param)
 {
-    int nValue = 0;
     const char* const pEnd = strText.data() + strText.size();
-    const std::from_chars_result read = std::from_chars(strText.data(), pEnd, nValue);
-    return read.ec == std::errc() && read.ptr == pEnd ? nValue : Extract<int>(strText);
+    const char* pNumber = SkipBlanks(strText.data(), pEnd);
+    if (pEnd - pNumber >= 2 && pNumber[0] == '+' && IsDigit(pNumber[1]))
+    {
+        ++pNumber;
+    }
+    int nValue = 0;
+    if (std::from_chars(pNumber, pEnd, nValue).ec == std::errc::result_out_of_range)
+    {
+        nValue = *pNumber == '-' ? INT_MIN : INT_MAX;
+    }
+    return nValue;
 }
 
 float string2Float(const char* szText)
 {
-    return Extract<float>(TextOrEmpty(szText));
+    return string2Float(std::string(TextOrEmpty(szText)));
 }
 
 float string2Float(std::string strText) // NOLINT(performance-unnecessary-value-param)
 {
-    return Extract<float>(strText);
+    const char* const pEnd = strText.data() + strText.size();
+    const char* pNumber = SkipBlanks(strText.data(), pEnd);
+    const bool bNegative = pNumber != pEnd && *pNumber == '-';
+    if (pNumber != pEnd && (*pNumber == '-' || *pNumber == '+'))
+    {
+        ++pNumber;
+    }
+    const char* pPoint = SkipDigits(pNumber, pEnd);
+    const char* const pMantissaEnd = pPoint != pEnd && *pPoint == '.' ? SkipDigits(pPoint + 1, pEnd) : pPoint;
+    if (pMantissaEnd - pNumber == (pMantissaEnd != pPoint ? 1 : 0)) // no digit, or the point alone
+    {
+        return 0;
+    }
+    const char* pNumberEnd = pMantissaEnd;
+    long lExponent = 0;
+    if (pMantissaEnd != pEnd && (*pMantissaEnd == 'e' || *pMantissaEnd == 'E'))
+    {
+        const char* pExponent = pMantissaEnd + 1;
+        const bool bNegativeExponent = pExponent != pEnd && *pExponent == '-';
+        if (pExponent != pEnd && (*pExponent == '-' || *pExponent == '+'))
+        {
+            ++pExponent;
+        }
+        pNumberEnd = SkipDigits(pExponent, pEnd);
+        if (pNumberEnd == pExponent)
+        {
+            return 0;
+        }
+        if (std::from_chars(pExponent, pNumberEnd, lExponent).ec == std::errc::result_out_of_range)
+        {
+            lExponent = INT_MAX;
+        }
+        lExponent = bNegativeExponent ? -lExponent : lExponent;
+    }
+    float fValue = 0;
+    if (std::from_chars(pNumber, pNumberEnd, fValue).ec == std::errc::result_out_of_range)
+    {
+        fValue = lExponent > -PlacesBeforePoint(pNumber, pMantissaEnd) ? FLT_MAX : 0;
+    }
+    return bNegative ? -fValue : fValue;
 }
 
 } // namespace XMLDiagnostics

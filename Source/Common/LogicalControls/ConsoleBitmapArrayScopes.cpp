@@ -4,6 +4,8 @@
 #include "LogicalControls/ScopeMask.h"
 
 #include <cstdio>
+#include <memory>
+#include <new>
 
 namespace
 {
@@ -221,9 +223,14 @@ void CBMAContainer::ExportScope(enScopes enScope, CBMAContainer& destination, co
 {
     if (pMask != nullptr)
     {
-        CCBMAContainerScopeMask every; // and nothing behind the last flag, whatever the given mask has there
-        every.BlockAssign(1);
-        MoveMasked(m_aScopeFlags[enScope], destination.m_aScopeFlags[enScope], pMask->m_Flags, every.m_Flags);
+        // And nothing behind the last flag, whatever the given mask has there. On the heap, as it is too large for a small stack;
+        // without memory nothing moves, as without memory for its flags.
+        const std::unique_ptr<CCBMAContainerScopeMask> pEvery(new (std::nothrow) CCBMAContainerScopeMask);
+        if (pEvery != nullptr)
+        {
+            pEvery->BlockAssign(1);
+            MoveMasked(m_aScopeFlags[enScope], destination.m_aScopeFlags[enScope], pMask->m_Flags, pEvery->m_Flags);
+        }
     }
     else
     {
