@@ -1,5 +1,5 @@
-// What C libraries for small systems get wrong, and what stands on it here. SYSTEM_LIBRARY says which one the tests are meant to run
-// with: "sound" or "unpatched", uClibc-ng as it is without toolchains/uclibc-waits.patch.
+// What C libraries for small systems get wrong, and what stands on it here. SYSTEM_LIBRARY says which one the tests are meant to
+// run with: "sound" or "unpatched", uClibc-ng as it is without toolchains/uclibc-waits.patch.
 #include "Runtime/Locks.h"
 
 #include "Support/SystemLibrary.h"
