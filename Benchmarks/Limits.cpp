@@ -66,7 +66,7 @@ void stCheckedFloats::Read(int nPathType, int nPath, int nParam, float& fValue)
     }
 }
 
-#if defined(__x86_64__)
+#if defined(__x86_64__) && !defined(__clang__) // which links no such functions of a shared library
 __attribute__((target_clones("avx2", "default")))
 #endif
 void CopySwapped(unsigned char* pTo, const unsigned char* pFrom, std::size_t unBytes)

@@ -51,8 +51,7 @@
     CALL(pthread_rwlockattr_init, enReadersAttributeInit, (pthread_rwlockattr_t * a), (a))                                         \
     CALL(pthread_rwlock_rdlock, enReadersRead, (pthread_rwlock_t * a), (a))                                                        \
     CALL(pthread_rwlock_wrlock, enReadersWrite, (pthread_rwlock_t * a), (a))                                                       \
-    CALL(pthread_rwlock_unlock, enReadersUnlock, (pthread_rwlock_t * a), (a))                                                      \
-    CALL(pthread_once, enOnce, (pthread_once_t * a, void (*b)()), (a, b))
+    CALL(pthread_rwlock_unlock, enReadersUnlock, (pthread_rwlock_t * a), (a))
 
 namespace
 {

@@ -51,7 +51,6 @@ enum enCalls : int
     enOpen,
     enDescriptorControl,
     enSleep,
-    enOnce,
     enCallCount
 };
 

@@ -308,7 +308,6 @@ TEST(RuntimeCallWalk, ASchemaThatCanNotBeOpenedIsARefusalAndTheNextValidationWor
              });
     WithEach(enDescriptorControl, {EBADF, EINVAL, EPERM}, [&](int) { EXPECT_TRUE(reader.validate(SCHEMA_FILE)); });
     WithEach(enClose, c_CloseErrors, [&](int) { EXPECT_TRUE(reader.validate(SCHEMA_FILE)); });
-    WithEach(enOnce, {EINVAL}, [](int) { diagnostics_xml_reader(); });
 }
 
 TEST(RuntimeCallWalk, ASocketThatCanNotBeKeptOffTheStandardStreamsIsNotOpened)

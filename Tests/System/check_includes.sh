@@ -33,8 +33,8 @@ if grep -rnE '\b(hton|ntoh)[sl]\(|bswap|reinterpret_cast<(const )?(std::)?(u?int
     grep -vE '(SimpleUDPPPC|DiagnosticsSocket)Sender.cpp:.*htons\('; then
     bad=1
 fi
-# On the console's C library a function that throws out of call_once leaves the next caller waiting for ever.
-if grep -rn 'std::call_once' .; then
+# On the console's C library a function that throws out of these leaves the next caller waiting for ever.
+if grep -rnE '(call|pthread)_once' .; then
     bad=1
 fi
 [ $bad = 0 ] && echo passed

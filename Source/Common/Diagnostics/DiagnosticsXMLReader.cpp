@@ -54,13 +54,13 @@ typedef std::unique_ptr<xmlSchemaValidCtxt, stFree<xmlSchemaFreeValidCtxt>> tVal
 // The library's own tables, which two threads at once would not make safely.
 void InitialiseLibrary()
 {
-    static pthread_once_t s_Once = PTHREAD_ONCE_INIT;
-    pthread_once(&s_Once,
-                 []
-                 {
-                     xmlInitParser();
-                     xmlSchemaInitTypes();
-                 });
+    static const bool s_bInitialised = []
+    {
+        xmlInitParser();
+        xmlSchemaInitTypes();
+        return true;
+    }();
+    static_cast<void>(s_bInitialised);
 }
 
 class CHeld
