@@ -22,7 +22,7 @@ constexpr unsigned char c_ucUntouched = 0x5c;
 class CSmallStack
 {
 public:
-    CSmallStack() : m_unSize(std::max<std::size_t>(c_unWish, PTHREAD_STACK_MIN)), m_pStack(nullptr)
+    CSmallStack() : m_unSize(std::max(c_unWish, static_cast<std::size_t>(PTHREAD_STACK_MIN))), m_pStack(nullptr)
     {
         void* pStack = nullptr;
         if (posix_memalign(&pStack, static_cast<std::size_t>(sysconf(_SC_PAGESIZE)), m_unSize) == 0)
