@@ -27,7 +27,7 @@ inline int ErrorOfLateWait()
     return nResult == -1 ? nError : 0;
 }
 
-// As such a C library gives it.
+// The error number of a wait as this C library gives it.
 inline int WaitError(int nError)
 {
     return ErrorOfLateWait() < 0 ? -nError : nError;

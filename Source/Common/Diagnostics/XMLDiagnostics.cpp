@@ -93,7 +93,7 @@ float string2Float(std::string strText) // NOLINT(performance-unnecessary-value-
     {
         ++pNumber;
     }
-    const char* pPoint = SkipDigits(pNumber, pEnd);
+    const char* const pPoint = SkipDigits(pNumber, pEnd);
     const char* const pMantissaEnd = pPoint != pEnd && *pPoint == '.' ? SkipDigits(pPoint + 1, pEnd) : pPoint;
     if (pMantissaEnd - pNumber == (pMantissaEnd != pPoint ? 1 : 0)) // no digit, or the point alone
     {
