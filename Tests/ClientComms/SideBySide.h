@@ -3,7 +3,7 @@
 
 #include "ClientComms/ClientMsgHandler.h"
 
-#include "BadNetwork.h"
+#include "Network/BadNetwork.h"
 #include "Support/Bytes.h"
 #include "Support/NumberedHandler.h"
 #include "Support/ReassemblyModel.h"

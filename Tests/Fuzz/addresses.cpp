@@ -1,5 +1,5 @@
 // Addresses, patterns and changes as they stand on a command line.
-#include "Address.h"
+#include "Images/Address.h"
 
 #include "Common.h"
 #include "Input.h"

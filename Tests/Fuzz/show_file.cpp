@@ -1,6 +1,6 @@
 // Files that are said to be show files, and blocks that are said to be a show.
-#include "ShowBlocks.h"
-#include "ShowFile.h"
+#include "Images/ShowBlocks.h"
+#include "Images/ShowFile.h"
 
 #include "Input.h"
 

@@ -1,8 +1,8 @@
 // One seed of updates through a bad network, over real sockets.
 #pragma once
 
-#include "BadNetwork.h"
 #include "LogicalControls.h"
+#include "Network/BadNetwork.h"
 #include "Support/Figures.h"
 #include "Support/NumberedHandler.h"
 #include "Support/ReassemblyModel.h"

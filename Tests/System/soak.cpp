@@ -1,7 +1,7 @@
 // How the receiving side holds out: full load, a flood of junk, and a bad network for as long as one likes. What must hold is
 // checked; how fast it went is told. Multicast: run it in a network namespace of its own.    soak [SECONDS]
-#include "BadNetwork.h"
 #include "LogicalControls.h"
+#include "Network/BadNetwork.h"
 #include "Support/Figures.h"
 
 #include <dirent.h>

@@ -1,4 +1,4 @@
-#include "ShowBlocks.h"
+#include "Images/ShowBlocks.h"
 
 #include "Support/Bytes.h"
 

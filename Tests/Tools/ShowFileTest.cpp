@@ -1,4 +1,4 @@
-#include "ShowFile.h"
+#include "Images/ShowFile.h"
 
 #include "Support/InChild.h"
 

@@ -1,6 +1,6 @@
 // consolectl: the engineer's view of a console's logical controls.
-#include "Common.h"
-#include "Subcommands.h"
+#include "Subcommands/Subcommands.h"
+#include "Terminal/Common.h"
 
 #include <CLI/CLI.hpp>
 

@@ -1,9 +1,9 @@
 // The simulated MC's way to its clients: a socket behind a network that may be a bad one.
 #pragma once
 
-#include "BadNetwork.h"
-#include "Common.h"
-#include "Options.h"
+#include "Network/BadNetwork.h"
+#include "Terminal/Common.h"
+#include "Terminal/Options.h"
 
 #include "LogicalControls.h"
 

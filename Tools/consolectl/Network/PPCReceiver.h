@@ -1,7 +1,7 @@
 // The simulated MC's ear for changes.
 #pragma once
 
-#include "Mailbox.h"
+#include "Network/Mailbox.h"
 
 #include "LogicalControls.h"
 

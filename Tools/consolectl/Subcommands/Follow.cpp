@@ -1,8 +1,8 @@
 // consolectl follow: a client that is kept in step.
-#include "Client.h"
-#include "Common.h"
-#include "ImageFile.h"
-#include "Subcommands.h"
+#include "Images/ImageFile.h"
+#include "Network/Client.h"
+#include "Subcommands/Subcommands.h"
+#include "Terminal/Common.h"
 
 #include <CLI/CLI.hpp>
 

@@ -1,8 +1,8 @@
 // consolectl verify: are two images the same?
-#include "Address.h"
-#include "Common.h"
-#include "ImageFile.h"
-#include "Subcommands.h"
+#include "Images/Address.h"
+#include "Images/ImageFile.h"
+#include "Subcommands/Subcommands.h"
+#include "Terminal/Common.h"
 
 #include <CLI/CLI.hpp>
 

@@ -1,4 +1,4 @@
-#include "ImageFile.h"
+#include "Images/ImageFile.h"
 
 #include <unistd.h>
 

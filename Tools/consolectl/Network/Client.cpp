@@ -1,6 +1,6 @@
-#include "Client.h"
+#include "Network/Client.h"
 
-#include "Common.h"
+#include "Terminal/Common.h"
 
 #include <CLI/CLI.hpp>
 

@@ -1,8 +1,8 @@
 // A client of the MC, as several subcommands are one.
 #pragma once
 
-#include "Address.h"
-#include "Options.h"
+#include "Images/Address.h"
+#include "Terminal/Options.h"
 
 #include "LogicalControls.h"
 

@@ -1,6 +1,6 @@
-#include "Options.h"
+#include "Terminal/Options.h"
 
-#include "Common.h"
+#include "Terminal/Common.h"
 
 #include <CLI/CLI.hpp>
 

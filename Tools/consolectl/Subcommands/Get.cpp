@@ -1,7 +1,7 @@
 // consolectl get: reads parameters of the MC.
-#include "Client.h"
-#include "Common.h"
-#include "Subcommands.h"
+#include "Network/Client.h"
+#include "Subcommands/Subcommands.h"
+#include "Terminal/Common.h"
 
 #include <CLI/CLI.hpp>
 

@@ -1,6 +1,6 @@
-#include "Report.h"
+#include "Terminal/Report.h"
 
-#include "Common.h"
+#include "Terminal/Common.h"
 
 #include <algorithm>
 #include <charconv>

@@ -1,7 +1,7 @@
 // Takes diagnostics reports off the network and shows them.
 #pragma once
 
-#include "Options.h"
+#include "Terminal/Options.h"
 
 #include "LogicalControls.h"
 

@@ -1,7 +1,7 @@
 // Shows in a file: an SQLite database that reads the same on every machine.
 #pragma once
 
-#include "ShowBlocks.h"
+#include "Images/ShowBlocks.h"
 
 #include <cstdint>
 #include <memory>

@@ -1,4 +1,4 @@
-#include "ShowBlocks.h"
+#include "Images/ShowBlocks.h"
 
 #include <boost/endian/arithmetic.hpp>
 

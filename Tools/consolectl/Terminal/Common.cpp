@@ -1,4 +1,4 @@
-#include "Common.h"
+#include "Terminal/Common.h"
 
 #include <algorithm>
 #include <csignal>

@@ -1,13 +1,13 @@
 // consolectl mc: a simulated master controller.
-#include "Address.h"
-#include "Common.h"
-#include "ImageFile.h"
-#include "MovingImage.h"
-#include "Options.h"
-#include "PPCReceiver.h"
-#include "Report.h"
-#include "Subcommands.h"
-#include "UpdateLink.h"
+#include "Images/Address.h"
+#include "Images/ImageFile.h"
+#include "Images/MovingImage.h"
+#include "Network/PPCReceiver.h"
+#include "Network/UpdateLink.h"
+#include "Subcommands/Subcommands.h"
+#include "Terminal/Common.h"
+#include "Terminal/Options.h"
+#include "Terminal/Report.h"
 
 #include <CLI/CLI.hpp>
 

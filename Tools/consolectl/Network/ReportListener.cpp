@@ -1,8 +1,8 @@
-#include "ReportListener.h"
+#include "Network/ReportListener.h"
 
-#include "Common.h"
-#include "Mailbox.h"
-#include "Report.h"
+#include "Network/Mailbox.h"
+#include "Terminal/Common.h"
+#include "Terminal/Report.h"
 
 #include <map>
 #include <vector>

@@ -1,8 +1,8 @@
 // consolectl show: keeps shows in a file, and brings them back.
-#include "Client.h"
-#include "Common.h"
-#include "ShowFile.h"
-#include "Subcommands.h"
+#include "Images/ShowFile.h"
+#include "Network/Client.h"
+#include "Subcommands/Subcommands.h"
+#include "Terminal/Common.h"
 
 #include <CLI/CLI.hpp>
 

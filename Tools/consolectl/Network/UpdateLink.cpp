@@ -1,4 +1,4 @@
-#include "UpdateLink.h"
+#include "Network/UpdateLink.h"
 
 #include <CLI/CLI.hpp>
 

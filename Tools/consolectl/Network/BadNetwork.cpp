@@ -1,4 +1,4 @@
-#include "BadNetwork.h"
+#include "Network/BadNetwork.h"
 
 #include <algorithm>
 #include <utility>

@@ -1,6 +1,6 @@
-#include "MovingImage.h"
+#include "Images/MovingImage.h"
 
-#include "Common.h"
+#include "Terminal/Common.h"
 
 #include <algorithm>
 #include <cstdint>

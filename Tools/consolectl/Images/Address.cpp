@@ -1,6 +1,6 @@
-#include "Address.h"
+#include "Images/Address.h"
 
-#include "Common.h"
+#include "Terminal/Common.h"
 
 #include <algorithm>
 #include <charconv>

@@ -1,9 +1,9 @@
 // consolectl diagnostics: reports of devices' health, sent, listened to, validated and shown.
-#include "Common.h"
-#include "Options.h"
-#include "Report.h"
-#include "ReportListener.h"
-#include "Subcommands.h"
+#include "Network/ReportListener.h"
+#include "Subcommands/Subcommands.h"
+#include "Terminal/Common.h"
+#include "Terminal/Options.h"
+#include "Terminal/Report.h"
 
 #include <CLI/CLI.hpp>
 
