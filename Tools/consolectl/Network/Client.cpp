@@ -1,5 +1,6 @@
 #include "Network/Client.h"
 
+#include "Terminal/Arguments.h"
 #include "Terminal/Common.h"
 
 #include <CLI/CLI.hpp>

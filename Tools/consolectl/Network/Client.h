@@ -2,7 +2,7 @@
 #pragma once
 
 #include "Images/Address.h"
-#include "Terminal/Options.h"
+#include "Network/Options.h"
 
 #include "LogicalControls.h"
 

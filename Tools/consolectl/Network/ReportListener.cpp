@@ -1,8 +1,8 @@
 #include "Network/ReportListener.h"
 
 #include "Network/Mailbox.h"
+#include "Network/Report.h"
 #include "Terminal/Common.h"
-#include "Terminal/Report.h"
 
 #include <map>
 #include <vector>

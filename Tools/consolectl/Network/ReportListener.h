@@ -1,7 +1,7 @@
 // Takes diagnostics reports off the network and shows them.
 #pragma once
 
-#include "Terminal/Options.h"
+#include "Network/Options.h"
 
 #include "LogicalControls.h"
 

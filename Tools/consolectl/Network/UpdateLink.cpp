@@ -1,5 +1,7 @@
 #include "Network/UpdateLink.h"
 
+#include "Terminal/Arguments.h"
+
 #include <CLI/CLI.hpp>
 
 #include <algorithm>

@@ -2,8 +2,8 @@
 #pragma once
 
 #include "Network/BadNetwork.h"
+#include "Network/Options.h"
 #include "Terminal/Common.h"
-#include "Terminal/Options.h"
 
 #include "LogicalControls.h"
 

@@ -1,9 +1,10 @@
 // consolectl diagnostics: reports of devices' health, sent, listened to, validated and shown.
+#include "Network/Options.h"
+#include "Network/Report.h"
 #include "Network/ReportListener.h"
 #include "Subcommands/Subcommands.h"
+#include "Terminal/Arguments.h"
 #include "Terminal/Common.h"
-#include "Terminal/Options.h"
-#include "Terminal/Report.h"
 
 #include <CLI/CLI.hpp>
 

@@ -2,6 +2,7 @@
 #include "Images/ImageFile.h"
 #include "Network/Client.h"
 #include "Subcommands/Subcommands.h"
+#include "Terminal/Arguments.h"
 #include "Terminal/Common.h"
 
 #include <CLI/CLI.hpp>

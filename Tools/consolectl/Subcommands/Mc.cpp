@@ -2,12 +2,13 @@
 #include "Images/Address.h"
 #include "Images/ImageFile.h"
 #include "Images/MovingImage.h"
+#include "Network/Options.h"
 #include "Network/PPCReceiver.h"
+#include "Network/Report.h"
 #include "Network/UpdateLink.h"
 #include "Subcommands/Subcommands.h"
+#include "Terminal/Arguments.h"
 #include "Terminal/Common.h"
-#include "Terminal/Options.h"
-#include "Terminal/Report.h"
 
 #include <CLI/CLI.hpp>
 

@@ -12,6 +12,7 @@ namespace
 {
 
 volatile std::sig_atomic_t g_nStop = 0;
+bool g_bNotesAside = false;
 
 std::string FormatList(const char* szFormat, va_list arguments)
 {
@@ -81,7 +82,7 @@ void SleepUntil(tSteadyClock::time_point time)
 std::string Styled(enTextStyle enStyle, const std::string& strText)
 {
     static const char* const caCodes[] = {"", "\033[32m", "\033[31m", "\033[1m", "\033[2m"};
-    return IsTerminal() && enStyle != enPlain ? caCodes[enStyle] + strText + "\033[0m" : strText;
+    return IsTerminal() && !g_bNotesAside && enStyle != enPlain ? caCodes[enStyle] + strText + "\033[0m" : strText;
 }
 
 bool IsTerminal()
@@ -111,13 +112,19 @@ std::string Format(const char* szFormat, ...)
     return strText;
 }
 
+void SendNotesAside(bool bAside)
+{
+    g_bNotesAside = bAside;
+}
+
 void Line(const char* szFormat, ...)
 {
+    std::FILE* const pOutput = g_bNotesAside ? stderr : stdout;
     va_list arguments;
     va_start(arguments, szFormat);
-    std::printf("%s%s\n", IsTerminal() ? "\r\033[K" : "", FormatList(szFormat, arguments).c_str());
+    std::fprintf(pOutput, "%s%s\n", IsTerminal() && !g_bNotesAside ? "\r\033[K" : "", FormatList(szFormat, arguments).c_str());
     va_end(arguments);
-    std::fflush(stdout);
+    std::fflush(pOutput);
 }
 
 std::string Grouped(long lNumber)

@@ -49,7 +49,8 @@ std::string Printable(const std::string& strText);
 // printf into a string.
 std::string Format(const char* szFormat, ...) __attribute__((format(printf, 1, 2)));
 
-// One line on standard output, at once; on a terminal it takes the place of a live line.
+// One line on standard output, at once; on a terminal it takes the place of a live line. Set aside, notes go to standard error.
+void SendNotesAside(bool bAside);
 void Line(const char* szFormat, ...) __attribute__((format(printf, 1, 2)));
 
 // "241,339".

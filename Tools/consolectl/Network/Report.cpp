@@ -1,4 +1,4 @@
-#include "Terminal/Report.h"
+#include "Network/Report.h"
 
 #include "Terminal/Common.h"
 

@@ -6,8 +6,7 @@
 namespace CLI
 {
 class App;
-class Validator;
-} // namespace CLI
+}
 
 // Where something is multicast: at first, where the MC's updates are.
 struct stMulticastLink
@@ -25,9 +24,6 @@ constexpr unsigned int c_unPPCPort = 7050;
 void AddGroupOptions(CLI::App& command, stMulticastLink& link, const std::string& strWhat);
 void AddInterfaceOption(CLI::App& command, stMulticastLink& link);
 void AddLinkOptions(CLI::App& command, stMulticastLink& link);
-
-// A number within these limits: not a number is outside them.
-CLI::Validator Between(double dLow, double dHigh);
 
 // "225.0.0.46:7060, interface 127.0.0.1".
 std::string LinkText(const stMulticastLink& link);

@@ -1,5 +1,6 @@
-#include "Terminal/Options.h"
+#include "Network/Options.h"
 
+#include "Network/Interface.h"
 #include "Terminal/Common.h"
 
 #include <CLI/CLI.hpp>
@@ -25,12 +26,6 @@ std::string CheckGroup(const std::string& strText)
     return bGroup ? std::string() : strText + " is not a multicast group (224.0.0.0 to 239.255.255.255)";
 }
 
-std::string CheckInterface(const std::string& strText)
-{
-    in_addr address = {};
-    return IsAddress(strText, address) ? std::string() : strText + " is not an IPv4 address of an interface";
-}
-
 } // namespace
 
 void AddGroupOptions(CLI::App& command, stMulticastLink& link, const std::string& strWhat)
@@ -43,8 +38,11 @@ void AddGroupOptions(CLI::App& command, stMulticastLink& link, const std::string
 
 void AddInterfaceOption(CLI::App& command, stMulticastLink& link)
 {
-    command.add_option("--interface", link.strInterface, "IPv4 address of the network interface; default: the system's choice")
-        ->check(CLI::Validator(CheckInterface, "ADDRESS"));
+    command
+        .add_option_function<std::string>(
+            "--interface", [&link](const std::string& strName) { link.strInterface = FindInterface(strName); },
+            "Name or IPv4 address of the network interface; default: where the system routes the group")
+        ->type_name("NAME|ADDRESS");
 }
 
 void AddLinkOptions(CLI::App& command, stMulticastLink& link)
@@ -53,22 +51,9 @@ void AddLinkOptions(CLI::App& command, stMulticastLink& link)
     AddInterfaceOption(command, link);
 }
 
-CLI::Validator Between(double dLow, double dHigh)
-{
-    return CLI::Validator(
-        [dLow, dHigh](std::string& strText)
-        {
-            double dValue = 0;
-            const bool bInside = CLI::detail::lexical_cast(strText, dValue) && dValue >= dLow && dValue <= dHigh;
-            return bInside ? std::string() : Format("Value %s not in range %g to %g", strText.c_str(), dLow, dHigh);
-        },
-        Format("NUMBER in [%g - %g]", dLow, dHigh));
-}
-
 std::string LinkText(const stMulticastLink& link)
 {
-    return Format("%s:%u, interface %s", link.strGroup.c_str(), link.unPort,
-                  link.strInterface.empty() ? "as the system routes multicast" : link.strInterface.c_str());
+    return Format("%s:%u, %s", link.strGroup.c_str(), link.unPort, ChoiceText(link.strInterface, link.strGroup).c_str());
 }
 
 std::string Describe(const stMulticastLink& link, int nReceiveBuffer)

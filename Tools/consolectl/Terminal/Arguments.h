@@ -1,0 +1,28 @@
+// What the arguments of several subcommands have in common.
+#pragma once
+
+#include "Terminal/Common.h"
+
+#include <string>
+
+namespace CLI
+{
+class App;
+class Validator;
+} // namespace CLI
+
+// A number within these limits: not a number is outside them.
+CLI::Validator Between(double dLow, double dHigh);
+
+// When to stop: --count and --timeout, of what strWhat names.
+struct stLimits
+{
+    int nCount = 0;      // 0: no end
+    double dTimeout = 0; // seconds; 0: none
+
+    bool Reached(long lCame, tSteadyClock::time_point start) const;
+
+    // Done when as many came as were asked for, or, without a count, any at all; else timed out, which it says.
+    int Status(long lCame, const std::string& strWhat) const;
+};
+void AddLimitOptions(CLI::App& command, stLimits& limits, const std::string& strWhat);

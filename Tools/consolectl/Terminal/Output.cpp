@@ -1,0 +1,231 @@
+#include "Terminal/Output.h"
+
+#include <CLI/CLI.hpp>
+
+#include <nlohmann/json.hpp>
+
+#include <algorithm>
+#include <cmath>
+#include <cstdio>
+#include <ctime>
+
+namespace
+{
+
+enFormat g_enFormat = enFormatText;
+
+// Characters, not bytes: of UTF-8 the first byte of each counts.
+int Width(const std::string& strText)
+{
+    return static_cast<int>(
+        std::count_if(strText.begin(), strText.end(), [](char c) { return (static_cast<unsigned char>(c) & 0xc0) != 0x80; }));
+}
+
+std::string Quoted(const std::string& strText)
+{
+    return nlohmann::json(strText).dump(-1, ' ', false, nlohmann::json::error_handler_t::replace);
+}
+
+std::string CsvField(const std::string& strText)
+{
+    if (strText.find_first_of(",\"\r\n") == std::string::npos)
+    {
+        return strText;
+    }
+    std::string strField = "\"";
+    for (const char c : strText)
+    {
+        strField += c == '"' ? "\"\"" : std::string(1, c);
+    }
+    return strField + "\"";
+}
+
+std::string TimeFormat(const char* szFormat, const std::tm& time)
+{
+    char acText[32] = "";
+    std::strftime(acText, sizeof acText, szFormat, &time);
+    return acText;
+}
+
+} // namespace
+
+void AddFormatOption(CLI::App& command)
+{
+    static const std::map<std::string, enFormat> formats = {{"text", enFormatText}, {"json", enFormatJson}, {"csv", enFormatCsv}};
+    command
+        .add_option_function<std::string>(
+            "--format",
+            [](const std::string& strName)
+            {
+                g_enFormat = formats.at(strName);
+                SendNotesAside(g_enFormat != enFormatText);
+            },
+            "How it is printed: text for people, json (an object a line) or csv")
+        ->type_name("text|json|csv")
+        ->check(CLI::Validator([](const std::string& strName)
+                               { return formats.count(strName) != 0 ? std::string() : strName + " is none of text, json, csv"; },
+                               ""))
+        ->default_str("text");
+}
+
+enFormat GetFormat()
+{
+    return g_enFormat;
+}
+
+std::int64_t TimeNow()
+{
+    return std::chrono::duration_cast<std::chrono::microseconds>(std::chrono::system_clock::now().time_since_epoch()).count();
+}
+
+CCell::CCell() : m_bNone(true) {}
+
+CCell::CCell(const char* szText) : CCell(std::string(szText)) {}
+
+CCell::CCell(const std::string& strText) : m_strText(Printable(strText)), m_strMachine(strText) {}
+
+CCell::CCell(enTextStyle enStyle, const std::string& strText) : CCell(strText)
+{
+    m_enStyle = enStyle;
+}
+
+CCell::CCell(int nNumber) : CCell(static_cast<long>(nNumber)) {}
+
+CCell::CCell(long lNumber) : m_strText(Grouped(lNumber)), m_strMachine(std::to_string(lNumber)), m_bNumber(true) {}
+
+CCell::CCell(unsigned int unNumber)
+    : m_strText(Grouped(static_cast<long>(unNumber))), m_strMachine(std::to_string(unNumber)), m_bNumber(true)
+{
+}
+
+CCell::CCell(double dNumber, int nDecimals)
+    : m_strText(Format("%.*f", nDecimals, dNumber)), m_strMachine(m_strText), m_bNumber(std::isfinite(dNumber))
+{
+}
+
+CCell CCell::Time(std::int64_t nTime)
+{
+    const std::time_t seconds = static_cast<std::time_t>(nTime / 1000000);
+    const int nMicroseconds = static_cast<int>(nTime % 1000000);
+    std::tm here = {};
+    std::tm utc = {};
+    localtime_r(&seconds, &here);
+    gmtime_r(&seconds, &utc);
+    CCell cell;
+    cell.m_bNone = false;
+    cell.m_strText = TimeFormat("%H:%M:%S", here) + Format(".%03d", nMicroseconds / 1000);
+    cell.m_strMachine = TimeFormat("%Y-%m-%dT%H:%M:%S", utc) + Format(".%06dZ", nMicroseconds);
+    return cell;
+}
+
+CTable::CTable(std::vector<stColumn> columns) : m_Columns(std::move(columns)) {}
+
+void CTable::PrintHead()
+{
+    if (g_enFormat == enFormatText)
+    {
+        std::vector<CCell> names;
+        for (const stColumn& column : m_Columns)
+        {
+            names.emplace_back(enStrong, column.szName);
+        }
+        Line("%s", TextLine(names).c_str());
+    }
+}
+
+void CTable::Print(const std::vector<CCell>& row)
+{
+    if (g_enFormat == enFormatText)
+    {
+        Line("%s", TextLine(row).c_str());
+        return;
+    }
+    std::string strText;
+    if (g_enFormat == enFormatJson)
+    {
+        strText = JsonLine(row) + "\n";
+    }
+    else
+    {
+        for (std::size_t unColumn = 0; unColumn < m_Columns.size() && !m_bNamed; ++unColumn)
+        {
+            strText += (unColumn == 0 ? "" : ",") + std::string(m_Columns[unColumn].szName);
+        }
+        strText += m_bNamed ? "" : "\n";
+        for (std::size_t unColumn = 0; unColumn < m_Columns.size(); ++unColumn)
+        {
+            strText += (unColumn == 0 ? "" : ",") + CsvField(row[unColumn].m_strMachine);
+        }
+        strText += "\n";
+    }
+    m_bNamed = true;
+    std::fwrite(strText.data(), 1, strText.size(), stdout);
+    std::fflush(stdout);
+}
+
+// The last cell isn't padded, and a cell that needs more room than its column takes it.
+std::string CTable::TextLine(const std::vector<CCell>& row) const
+{
+    std::string strLine;
+    std::string strGap;
+    for (std::size_t unColumn = 0; unColumn < m_Columns.size(); ++unColumn)
+    {
+        const int nWidth = m_Columns[unColumn].nWidth;
+        if (nWidth == 0)
+        {
+            continue;
+        }
+        const CCell& cell = row[unColumn];
+        const std::string strRest(static_cast<std::size_t>(std::max(std::abs(nWidth) - Width(cell.m_strText), 0)), ' ');
+        strLine += strGap + (nWidth < 0 ? strRest : "") + Styled(cell.m_enStyle, cell.m_strText);
+        strGap = (nWidth < 0 ? "" : strRest) + "  ";
+    }
+    strLine.erase(strLine.find_last_not_of(' ') + 1);
+    return strLine;
+}
+
+std::string CTable::JsonLine(const std::vector<CCell>& row) const
+{
+    std::string strLine = "{";
+    for (std::size_t unColumn = 0; unColumn < m_Columns.size(); ++unColumn)
+    {
+        const CCell& cell = row[unColumn];
+        strLine += (unColumn == 0 ? "" : ", ") + Quoted(m_Columns[unColumn].szName) + ": " +
+                   (cell.m_bNone     ? "null"
+                    : cell.m_bNumber ? cell.m_strMachine
+                                     : Quoted(cell.m_strMachine));
+    }
+    return strLine + "}";
+}
+
+CProgress::CProgress(const std::string& strWhat, long lAll) : m_strWhat(strWhat), m_lAll(std::max(lAll, 1L)) {}
+
+CProgress::~CProgress()
+{
+    if (m_bShown)
+    {
+        std::printf("\r\033[K");
+        std::fflush(stdout);
+    }
+}
+
+void CProgress::Show(long lDone)
+{
+    constexpr int c_nWidth = 30;
+    const tSteadyClock::time_point now = tSteadyClock::now();
+    if (!IsTerminal() || g_enFormat != enFormatText || now < m_NextShown)
+    {
+        return;
+    }
+    m_NextShown = now + std::chrono::milliseconds(100);
+    m_bShown = true;
+    const double dShare = std::min(static_cast<double>(lDone) / static_cast<double>(m_lAll), 1.0);
+    const int nFull = static_cast<int>(dShare * c_nWidth);
+    std::string strBar;
+    for (int nPlace = 0; nPlace < c_nWidth; ++nPlace)
+    {
+        strBar += nPlace < nFull ? "█" : "░";
+    }
+    std::printf("\r\033[K%s %s %3.0f %%", m_strWhat.c_str(), strBar.c_str(), dShare * 100);
+    std::fflush(stdout);
+}

@@ -1,0 +1,95 @@
+// What a subcommand finds, as rows of a table: aligned text for people, JSON or CSV for programs.
+#pragma once
+
+#include "Terminal/Common.h"
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+namespace CLI
+{
+class App;
+}
+
+enum enFormat
+{
+    enFormatText,
+    enFormatJson, // an object a line
+    enFormatCsv   // a line of names, then one for each row
+};
+
+// --format. What Line says goes to standard error beside JSON and CSV, so that only rows are on standard output.
+void AddFormatOption(CLI::App& command);
+enFormat GetFormat();
+
+// Microseconds since 1970, of the system's clock.
+std::int64_t TimeNow();
+
+struct stColumn
+{
+    const char* szName; // in JSON and CSV, and over the text
+    int nWidth;         // of the text; negative: set to the right; 0: not in the text
+};
+
+// One value of a row. None: null in JSON, empty elsewhere.
+class CCell
+{
+public:
+    CCell();
+    CCell(const char* szText);
+    CCell(const std::string& strText);
+    CCell(enTextStyle enStyle, const std::string& strText);
+    CCell(int nNumber);
+    CCell(long lNumber);
+    CCell(unsigned int unNumber);
+    CCell(double dNumber, int nDecimals);
+
+    // "10:12:31.042" here, "2026-11-22T09:12:31.042117Z" for programs.
+    static CCell Time(std::int64_t nTime);
+
+private:
+    friend class CTable;
+
+    std::string m_strText;
+    std::string m_strMachine; // of JSON and CSV
+    enTextStyle m_enStyle = enPlain;
+    bool m_bNumber = false;
+    bool m_bNone = false;
+};
+
+// Rows of the same columns. The first row brings CSV's line of names along.
+class CTable
+{
+public:
+    explicit CTable(std::vector<stColumn> columns);
+
+    // The names over the columns, in text alone.
+    void PrintHead();
+    void Print(const std::vector<CCell>& row);
+
+private:
+    std::string TextLine(const std::vector<CCell>& row) const;
+    std::string JsonLine(const std::vector<CCell>& row) const;
+
+    const std::vector<stColumn> m_Columns;
+    bool m_bNamed = false;
+};
+
+// How far long work has come: a bar on a terminal, nothing elsewhere. Gone when it ends.
+class CProgress
+{
+public:
+    CProgress(const std::string& strWhat, long lAll);
+    ~CProgress();
+    CProgress(const CProgress&) = delete;
+    CProgress& operator=(const CProgress&) = delete;
+
+    void Show(long lDone);
+
+private:
+    const std::string m_strWhat;
+    const long m_lAll;
+    tSteadyClock::time_point m_NextShown = {};
+    bool m_bShown = false;
+};
