@@ -27,6 +27,10 @@ int Run(int nArguments, char** ppArguments)
     int nStatus = enExitDone;
     AddMc(app, nStatus);
     AddFollow(app, nStatus);
+    AddWatch(app, nStatus);
+    AddStats(app, nStatus);
+    AddRecord(app, nStatus);
+    AddReplay(app, nStatus);
     AddSet(app, nStatus);
     AddGet(app, nStatus);
 #ifdef CONSOLECTL_HAVE_SHOWS

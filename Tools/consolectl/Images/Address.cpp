@@ -3,14 +3,25 @@
 #include "Terminal/Common.h"
 
 #include <algorithm>
+#include <cctype>
 #include <charconv>
 #include <climits>
 #include <cmath>
 #include <cstring>
+#include <numeric>
 #include <vector>
 
 namespace
 {
+
+constexpr std::size_t c_unLongestName = 40; // that is looked for
+
+// The others go by number.
+constexpr struct
+{
+    int nCommonType;
+    const char* szName;
+} caCommonNames[] = {{enCommonFader, "Fader"}, {enCommonName, "Name"}};
 
 [[noreturn]] void Refuse(const std::string& strWhat)
 {
@@ -42,12 +53,38 @@ bool ParseNumber(const std::string& strText, Number& number)
     return result.ec == std::errc() && result.ptr == pEnd && std::isfinite(static_cast<double>(number));
 }
 
-int FindName(const std::string& strName, const char* const* ppNames, int nNames, const char* szWhat, const char* szExamples)
+// How many characters have to be changed, put in or left out to make one text of the other; upper case and lower are alike.
+std::size_t Distance(const std::string& strA, const std::string& strB)
+{
+    std::vector<std::size_t> row(strB.size() + 1);
+    std::iota(row.begin(), row.end(), std::size_t(0));
+    for (std::size_t unA = 0; unA < strA.size(); ++unA)
+    {
+        std::size_t unDiagonal = row[0]++;
+        for (std::size_t unB = 0; unB < strB.size(); ++unB)
+        {
+            const bool bSame = std::tolower(static_cast<unsigned char>(strA[unA])) == std::tolower(static_cast<unsigned char>(strB[unB]));
+            const std::size_t unChanged = unDiagonal + (bSame ? 0 : 1);
+            unDiagonal = row[unB + 1];
+            row[unB + 1] = std::min({unChanged, row[unB] + 1, row[unB + 1] + 1});
+        }
+    }
+    return row.back();
+}
+
+bool IsDigits(const std::string& strText)
+{
+    return !strText.empty() && strText.find_first_not_of("0123456789") == std::string::npos;
+}
+
+int FindName(const std::string& strName, const char* const* ppNames, int nNames, const char* szWhat)
 {
     const auto found = std::find(ppNames, ppNames + nNames, strName);
     if (found == ppNames + nNames)
     {
-        Refuse(Format("\"%s\" is no %s; %s", strName.c_str(), szWhat, szExamples));
+        const std::string strShort = strName.substr(0, c_unLongestName);
+        const auto closer = [&](const char* szA, const char* szB) { return Distance(strShort, szA) < Distance(strShort, szB); };
+        Refuse(Format("\"%s\" is no %s; the nearest is %s", strName.c_str(), szWhat, *std::min_element(ppNames, ppNames + nNames, closer)));
     }
     return static_cast<int>(found - ppNames);
 }
@@ -55,9 +92,12 @@ int FindName(const std::string& strName, const char* const* ppNames, int nNames,
 int ParseIndex(const std::string& strText, int nLimit, const char* szWhat, const char* szOf)
 {
     int nIndex = 0;
-    if (!ParseNumber(strText, nIndex) || nIndex < 0 || nIndex >= nLimit)
+    const bool bNumber = ParseNumber(strText, nIndex);
+    if (!bNumber || nIndex < 0 || nIndex >= nLimit)
     {
-        Refuse(Format("%s \"%s\" is out of range: %s has 0 to %d", szWhat, strText.c_str(), szOf, nLimit - 1));
+        const bool bBeyond = bNumber ? nIndex > 0 : IsDigits(strText);
+        Refuse(Format("%s \"%s\" is out of range: %s has 0 to %d; the nearest is %d", szWhat, strText.c_str(), szOf, nLimit - 1,
+                      bBeyond ? nLimit - 1 : 0));
     }
     return nIndex;
 }
@@ -92,33 +132,92 @@ stRange ParseRange(const std::string& strText, int nLimit, const char* szWhat, c
     return {nFirst, nLast};
 }
 
-stRange ParseName(const std::string& strName, const char* const* ppNames, int nNames, const char* szWhat, const char* szExamples)
+// A name fits one type alone.
+void NarrowTypes(stPattern& pattern)
+{
+    if (pattern.nCommonType >= 0)
+    {
+        const int nType = caCommonParamTypeToMessageType[pattern.nCommonType];
+        pattern.types = {nType, nType};
+    }
+}
+
+stRange ParseName(const std::string& strName, const char* const* ppNames, int nNames, const char* szWhat)
 {
     if (strName == "*")
     {
         return {0, nNames - 1};
     }
-    const int nName = FindName(strName, ppNames, nNames, szWhat, szExamples);
+    const int nName = FindName(strName, ppNames, nNames, szWhat);
     return {nName, nName};
 }
 
-constexpr char c_szGroupExamples[] = "Globals, MicInput, VCAGroups and Auk are some";
-constexpr char c_szTypes[] = "String, Rotary, Switch, Integer, Fader, Other and Meter are all";
+std::string CommonTypeName(int nCommonType)
+{
+    for (const auto& named : caCommonNames)
+    {
+        if (named.nCommonType == nCommonType)
+        {
+            return named.szName;
+        }
+    }
+    return Format("Common%d", nCommonType);
+}
+
+int ParseCommonType(const std::string& strName)
+{
+    for (int nCommonType = 0; nCommonType < c_nCommonParamTypes; ++nCommonType)
+    {
+        if (CommonTypeName(nCommonType) == strName)
+        {
+            return nCommonType;
+        }
+    }
+    Refuse(Format("\"%s\" is no name of a parameter: Fader, Name, and Common0 to Common%d are", strName.c_str(),
+                  c_nCommonParamTypes - 1));
+}
+
+bool Contains(const stRange& range, int nNumber)
+{
+    return nNumber >= range.nFirst && nNumber <= range.nLast;
+}
+
+int ParametersOf(int nGroup, int nType)
+{
+    return canMaxParams[nGroup * c_nMessageTypes + nType];
+}
 
 } // namespace
 
-const stPattern c_EveryParameter = {{0, c_nPathTypes - 1}, {0, INT_MAX}, {0, c_nMessageTypes - 1}, {0, INT_MAX}};
+const stPattern c_EveryParameter = {{0, c_nPathTypes - 1}, {0, INT_MAX}, {0, c_nMessageTypes - 1}, {0, INT_MAX}, -1};
+
+stRange stPattern::ParamsOf(int nGroup, int nType) const
+{
+    if (nCommonType >= 0)
+    {
+        const int nParam = canCommonParamTypesTable[nCommonType][nGroup];
+        return nParam >= 0 && caCommonParamTypeToMessageType[nCommonType] == nType ? stRange{nParam, nParam} : stRange{0, -1};
+    }
+    return {params.nFirst, std::min(params.nLast, ParametersOf(nGroup, nType) - 1)};
+}
 
 stPattern ParsePattern(const std::string& strText)
 {
     const std::vector<std::string> parts = Split(strText, '/');
-    if (parts.size() != 4)
+    if (parts.size() != 4 && parts.size() != 3)
     {
-        Refuse(Format("\"%s\" is no address: Group/path/Type/parameter, such as MicInput/3/Fader/0", strText.c_str()));
+        Refuse(Format("\"%s\" is no address: Group/path/Type/parameter, such as MicInput/3/Fader/0, or Group/path/name", strText.c_str()));
     }
     stPattern pattern = c_EveryParameter;
-    pattern.groups = ParseName(parts[0], caParameterGroupNames, c_nPathTypes, "parameter group", c_szGroupExamples);
-    pattern.types = ParseName(parts[2], caMessageTypeNames, c_nMessageTypes, "message type", c_szTypes);
+    pattern.groups = ParseName(parts[0], caParameterGroupNames, c_nPathTypes, "parameter group");
+    if (parts.size() == 3)
+    {
+        pattern.nCommonType = ParseCommonType(parts[2]);
+    }
+    else
+    {
+        pattern.types = ParseName(parts[2], caMessageTypeNames, c_nMessageTypes, "message type");
+    }
     // How many there are at most, of what the names leave open.
     int nPaths = 0;
     int nParams = 0;
@@ -127,12 +226,16 @@ stPattern ParsePattern(const std::string& strText)
         nPaths = std::max(nPaths, canMaxPaths[nGroup]);
         for (int nType = pattern.types.nFirst; nType <= pattern.types.nLast; ++nType)
         {
-            nParams = std::max(nParams, canMaxParams[nGroup * c_nMessageTypes + nType]);
+            nParams = std::max(nParams, ParametersOf(nGroup, nType));
         }
     }
-    const std::string strGroup = parts[0] + "/" + parts[2];
     pattern.paths = ParseRange(parts[1], nPaths, "path", parts[0].c_str());
-    pattern.params = ParseRange(parts[3], nParams, "parameter", strGroup.c_str());
+    if (parts.size() == 4)
+    {
+        const std::string strGroup = parts[0] + "/" + parts[2];
+        pattern.params = ParseRange(parts[3], nParams, "parameter", strGroup.c_str());
+    }
+    NarrowTypes(pattern);
     bool bAny = false;
     ForEachParameter(pattern, [&bAny](const stAddress&) { bAny = true; });
     if (!bAny)
@@ -144,16 +247,13 @@ stPattern ParsePattern(const std::string& strText)
 
 stAddress ParseAddress(const std::string& strText)
 {
-    const stPattern pattern = ParsePattern(strText);
-    for (const stRange& range : {pattern.groups, pattern.paths, pattern.types, pattern.params})
+    std::vector<stAddress> named;
+    ForEachParameter(ParsePattern(strText), [&named](const stAddress& address) { named.push_back(address); });
+    if (named.size() != 1)
     {
-        if (range.nFirst != range.nLast)
-        {
-            Refuse(Format("\"%s\" names more than one parameter", strText.c_str()));
-        }
+        Refuse(Format("\"%s\" names more than one parameter", strText.c_str()));
     }
-    return {static_cast<tagenPPCMessageType>(pattern.types.nFirst), static_cast<tagenVirtualPathType>(pattern.groups.nFirst),
-            pattern.paths.nFirst, pattern.params.nFirst};
+    return named[0];
 }
 
 stValue ParseValue(tagenPPCMessageType enType, const std::string& strText)
@@ -200,6 +300,59 @@ std::string AddressText(const stAddress& address)
                   address.nParam);
 }
 
+std::string CommonNameText(const stAddress& address)
+{
+    for (int nCommonType = 0; nCommonType < c_nCommonParamTypes; ++nCommonType)
+    {
+        if (caCommonParamTypeToMessageType[nCommonType] == address.enType &&
+            canCommonParamTypesTable[nCommonType][address.enPathType] == address.nParam)
+        {
+            return CommonTypeName(nCommonType);
+        }
+    }
+    return std::string();
+}
+
+std::string NameText(const CBMAContainer& image, const stAddress& address)
+{
+    RyGConsoleString strName;
+    const int nName = canCommonParamTypesTable[enCommonName][address.enPathType];
+    if (nName >= 0)
+    {
+        image.GetPPC(enString, address.enPathType, address.nPath, nName, strName);
+    }
+    const std::string strCommon = CommonNameText(address);
+    const std::string strPath = Printable(strName.Text());
+    return strPath + (strPath.empty() || strCommon.empty() ? "" : " ") + strCommon;
+}
+
+bool IsNamedBy(const stPattern& pattern, const stAddress& address)
+{
+    return Contains(pattern.types, address.enType) && Contains(pattern.groups, address.enPathType) &&
+           Contains(pattern.paths, address.nPath) && Contains(pattern.ParamsOf(address.enPathType, address.enType), address.nParam);
+}
+
+stAddress AddressAt(tagenPPCMessageType enType, int nNumber)
+{
+    int nGroup = 0;
+    for (; nGroup < c_nPathTypes - 1 && nNumber >= canMaxPaths[nGroup] * ParametersOf(nGroup, enType); ++nGroup)
+    {
+        nNumber -= canMaxPaths[nGroup] * ParametersOf(nGroup, enType);
+    }
+    const int nParams = ParametersOf(nGroup, enType);
+    return {enType, static_cast<tagenVirtualPathType>(nGroup), nNumber / nParams, nNumber % nParams};
+}
+
+int NumberOf(const stAddress& address)
+{
+    int nNumber = address.nPath * ParametersOf(address.enPathType, address.enType) + address.nParam;
+    for (int nGroup = 0; nGroup < address.enPathType; ++nGroup)
+    {
+        nNumber += canMaxPaths[nGroup] * ParametersOf(nGroup, address.enType);
+    }
+    return nNumber;
+}
+
 std::string ValueText(const stAddress& address, const stValue& value)
 {
     if (address.enType == enString)
@@ -240,4 +393,25 @@ bool SameValue(const stAddress& address, const stValue& a, const stValue& b)
         return a.strValue == b.strValue;
     }
     return IsFloat(address.enType) ? Bits(a.fValue) == Bits(b.fValue) : a.nValue == b.nValue;
+}
+
+void ReadCheckWords(CBMAContainer& image, std::uint32_t (&aunCheckWords)[c_nMessageTypes])
+{
+    image.UpdateXors();
+    for (int nType = 0; nType < c_nMessageTypes; ++nType)
+    {
+        aunCheckWords[nType] = image.GetXorVal(static_cast<tagenPPCMessageType>(nType));
+    }
+}
+
+std::string CheckWordText(CBMAContainer& image)
+{
+    std::uint32_t aunCheckWords[c_nMessageTypes];
+    ReadCheckWords(image, aunCheckWords);
+    std::uint32_t unCheck = 0;
+    for (const std::uint32_t unCheckWord : aunCheckWords)
+    {
+        unCheck = (unCheck << 5 | unCheck >> 27) ^ unCheckWord;
+    }
+    return Format("%08x", unCheck);
 }

@@ -1,4 +1,4 @@
-// Parameters as text: "MicInput/3/Fader/0".
+// Parameters as text: "MicInput/3/Fader/0", or by what it is on its path, "MicInput/3/Fader".
 #pragma once
 
 #include "LogicalControls.h"
@@ -31,10 +31,14 @@ struct stRange
 // Many parameters by one text: an address of which each coordinate may be "*", and path and parameter a range such as "0-9".
 struct stPattern
 {
+    // Of a group: none where last is below first.
+    stRange ParamsOf(int nGroup, int nType) const;
+
     stRange groups;
     stRange paths;
     stRange types;
     stRange params;
+    int nCommonType = -1; // instead of params: the one of each group that has this role
 };
 
 // These throw stWrongUse with one line that says which part is wrong and what is right.
@@ -42,6 +46,12 @@ stAddress ParseAddress(const std::string& strText);
 stChange ParseChange(const std::string& strText); // "MicInput/3/Fader/0=0.75"
 stPattern ParsePattern(const std::string& strText);
 stValue ParseValue(tagenPPCMessageType enType, const std::string& strText);
+
+bool IsNamedBy(const stPattern& pattern, const stAddress& address);
+
+// The parameter with this number among all of its type, and the number of one.
+stAddress AddressAt(tagenPPCMessageType enType, int nNumber);
+int NumberOf(const stAddress& address);
 
 // Calls visit with each parameter that the pattern names, in flat order.
 template <class Visitor>
@@ -52,10 +62,10 @@ void ForEachParameter(const stPattern& pattern, Visitor visit)
         for (int nGroup = pattern.groups.nFirst; nGroup <= pattern.groups.nLast; ++nGroup)
         {
             const int nLastPath = std::min(pattern.paths.nLast, canMaxPaths[nGroup] - 1);
-            const int nLastParam = std::min(pattern.params.nLast, canMaxParams[nGroup * c_nMessageTypes + nType] - 1);
+            const stRange params = pattern.ParamsOf(nGroup, nType);
             for (int nPath = pattern.paths.nFirst; nPath <= nLastPath; ++nPath)
             {
-                for (int nParam = pattern.params.nFirst; nParam <= nLastParam; ++nParam)
+                for (int nParam = params.nFirst; nParam <= params.nLast; ++nParam)
                 {
                     visit(stAddress{static_cast<tagenPPCMessageType>(nType), static_cast<tagenVirtualPathType>(nGroup), nPath,
                                     nParam});
@@ -69,8 +79,17 @@ void ForEachParameter(const stPattern& pattern, Visitor visit)
 extern const stPattern c_EveryParameter;
 
 std::string AddressText(const stAddress& address);
+
+// What it is on its path, "Fader", "Name" or "Common7", and empty for most; behind the name that its path has in an image: "Mic13
+// Fader".
+std::string CommonNameText(const stAddress& address);
+std::string NameText(const CBMAContainer& image, const stAddress& address);
 std::string ValueText(const stAddress& address, const stValue& value);
 
 stValue ReadValue(const CBMAContainer& image, const stAddress& address);
 void WriteValue(CBMAContainer& image, const stChange& change, bool bSendOnly);
 bool SameValue(const stAddress& address, const stValue& a, const stValue& b);
+
+// The check words of an image as it is now; and one of all seven, which no two of them can cancel out in, as text.
+void ReadCheckWords(CBMAContainer& image, std::uint32_t (&aunCheckWords)[c_nMessageTypes]);
+std::string CheckWordText(CBMAContainer& image);

@@ -150,13 +150,9 @@ std::string RouteTo(const std::string& strGroup, std::string& strWhyNot)
 
 std::string ChoiceText(const std::string& strChosenAddress, const std::string& strGroup)
 {
-    if (!strChosenAddress.empty())
-    {
-        return Format("interface %s (%s): --interface names it", NameOf(strChosenAddress).c_str(), strChosenAddress.c_str());
-    }
     std::string strWhyNot;
-    const std::string strAddress = RouteTo(strGroup, strWhyNot);
-    return strAddress.empty() ? Format("no interface: the system has no route to %s (%s)", strGroup.c_str(), strWhyNot.c_str())
-                              : Format("interface %s (%s): the system routes %s there", NameOf(strAddress).c_str(),
-                                       strAddress.c_str(), strGroup.c_str());
+    const std::string strAddress = strChosenAddress.empty() ? RouteTo(strGroup, strWhyNot) : strChosenAddress;
+    return strAddress.empty() ? Format("no interface: the system has no route to the group (%s)", strWhyNot.c_str())
+                              : Format("interface %s (%s), %s", NameOf(strAddress).c_str(), strAddress.c_str(),
+                                       strChosenAddress.empty() ? "where the system routes the group" : "as --interface says");
 }

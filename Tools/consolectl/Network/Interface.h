@@ -30,5 +30,5 @@ std::string FindInterface(const std::string& strNameOrAddress);
 // The address that the system sends from to a group when nothing else is said. Empty when it can't, and why.
 std::string RouteTo(const std::string& strGroup, std::string& strWhyNot);
 
-// "interface lo (127.0.0.1): the system routes 225.0.0.46 there", of the address that was chosen, or of none.
+// "interface lo (127.0.0.1), where the system routes the group", of the address that was chosen, or of none.
 std::string ChoiceText(const std::string& strChosenAddress, const std::string& strGroup);

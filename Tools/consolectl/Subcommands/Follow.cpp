@@ -154,16 +154,11 @@ bool CFollow::IsOver() const
 // In place on a terminal, a line of its own into a pipe.
 void CFollow::PrintLiveLine(bool bLast)
 {
-    m_Image.UpdateXors();
-    std::uint32_t unCheck = 0; // of all seven blocks; rotated, so that no two of them cancel out
-    for (int nType = 0; nType < c_nMessageTypes; ++nType)
-    {
-        unCheck = (unCheck << 5 | unCheck >> 27) ^ m_Image.GetXorVal(static_cast<tagenPPCMessageType>(nType));
-    }
     m_lTimeouts += m_Follower.GetMCTimeouts();
-    std::printf("%s%6.2f s  surface %s  rotary %s  time-outs %ld  check %08x%s", IsTerminal() ? "\r\033[K" : "",
+    std::printf("%s%6.2f s  surface %s  rotary %s  time-outs %ld  check %s%s", IsTerminal() ? "\r\033[K" : "",
                 SecondsSince(m_Start), PeriodText(m_Follower.GetSurfUpdatePeriod()).c_str(),
-                PeriodText(m_Follower.GetRotsUpdatePeriod()).c_str(), m_lTimeouts, unCheck, IsTerminal() && !bLast ? "" : "\n");
+                PeriodText(m_Follower.GetRotsUpdatePeriod()).c_str(), m_lTimeouts,
+                CheckWordText(m_Image).c_str(), IsTerminal() && !bLast ? "" : "\n");
     std::fflush(stdout);
 }
 

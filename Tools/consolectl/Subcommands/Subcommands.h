@@ -8,6 +8,10 @@ class App;
 
 void AddMc(CLI::App& app, int& nStatus);
 void AddFollow(CLI::App& app, int& nStatus);
+void AddWatch(CLI::App& app, int& nStatus);
+void AddStats(CLI::App& app, int& nStatus);
+void AddRecord(CLI::App& app, int& nStatus);
+void AddReplay(CLI::App& app, int& nStatus);
 void AddSet(CLI::App& app, int& nStatus);
 void AddGet(CLI::App& app, int& nStatus);
 void AddShow(CLI::App& app, int& nStatus);

@@ -21,6 +21,11 @@ bool stLimits::Reached(long lCame, tSteadyClock::time_point start) const
     return StopRequested() || (nCount > 0 && lCame >= nCount) || (dTimeout > 0 && SecondsSince(start) >= dTimeout);
 }
 
+double stLimits::TimeLeft(tSteadyClock::time_point start, double dMost) const
+{
+    return dTimeout > 0 ? std::clamp(dTimeout - SecondsSince(start), 0.0, dMost) : dMost;
+}
+
 int stLimits::Status(long lCame, const std::string& strWhat) const
 {
     if (StopRequested() || lCame >= std::max(nCount, 1))

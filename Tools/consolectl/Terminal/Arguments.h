@@ -22,6 +22,9 @@ struct stLimits
 
     bool Reached(long lCame, tSteadyClock::time_point start) const;
 
+    // How long may be waited, for so many seconds at most.
+    double TimeLeft(tSteadyClock::time_point start, double dMost) const;
+
     // Done when as many came as were asked for, or, without a count, any at all; else timed out, which it says.
     int Status(long lCame, const std::string& strWhat) const;
 };

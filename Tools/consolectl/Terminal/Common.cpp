@@ -64,6 +64,11 @@ bool StopRequested()
     return g_nStop != 0;
 }
 
+std::int64_t TimeNow()
+{
+    return std::chrono::duration_cast<std::chrono::microseconds>(std::chrono::system_clock::now().time_since_epoch()).count();
+}
+
 double SecondsSince(tSteadyClock::time_point start)
 {
     return std::chrono::duration<double>(tSteadyClock::now() - start).count();

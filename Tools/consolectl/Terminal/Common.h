@@ -2,6 +2,7 @@
 #pragma once
 
 #include <chrono>
+#include <cstdint>
 #include <stdexcept>
 #include <string>
 
@@ -24,6 +25,9 @@ void CatchStopSignals();
 bool StopRequested();
 
 typedef std::chrono::steady_clock tSteadyClock;
+
+// Microseconds since 1970, of the system's clock.
+std::int64_t TimeNow();
 
 double SecondsSince(tSteadyClock::time_point start);
 

@@ -73,11 +73,6 @@ enFormat GetFormat()
     return g_enFormat;
 }
 
-std::int64_t TimeNow()
-{
-    return std::chrono::duration_cast<std::chrono::microseconds>(std::chrono::system_clock::now().time_since_epoch()).count();
-}
-
 CCell::CCell() : m_bNone(true) {}
 
 CCell::CCell(const char* szText) : CCell(std::string(szText)) {}
@@ -101,6 +96,20 @@ CCell::CCell(unsigned int unNumber)
 CCell::CCell(double dNumber, int nDecimals)
     : m_strText(Format("%.*f", nDecimals, dNumber)), m_strMachine(m_strText), m_bNumber(std::isfinite(dNumber))
 {
+}
+
+CCell CCell::Number(const std::string& strNumber)
+{
+    CCell cell(strNumber);
+    cell.m_bNumber = strNumber.find_first_not_of("+-.0123456789e") == std::string::npos; // neither "inf" nor "nan"
+    return cell;
+}
+
+CCell CCell::In(enTextStyle enStyle) const
+{
+    CCell cell = *this;
+    cell.m_enStyle = enStyle;
+    return cell;
 }
 
 CCell CCell::Time(std::int64_t nTime)

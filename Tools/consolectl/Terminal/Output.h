@@ -23,9 +23,6 @@ enum enFormat
 void AddFormatOption(CLI::App& command);
 enFormat GetFormat();
 
-// Microseconds since 1970, of the system's clock.
-std::int64_t TimeNow();
-
 struct stColumn
 {
     const char* szName; // in JSON and CSV, and over the text
@@ -44,6 +41,12 @@ public:
     CCell(long lNumber);
     CCell(unsigned int unNumber);
     CCell(double dNumber, int nDecimals);
+
+    // A number as it is written.
+    static CCell Number(const std::string& strNumber);
+
+    // The same in a style.
+    CCell In(enTextStyle enStyle) const;
 
     // "10:12:31.042" here, "2026-11-22T09:12:31.042117Z" for programs.
     static CCell Time(std::int64_t nTime);

@@ -1,0 +1,85 @@
+// consolectl record: the network's datagrams in a capture file.
+#include "Network/Capture.h"
+#include "Network/Shadow.h"
+#include "Subcommands/Subcommands.h"
+#include "Terminal/Arguments.h"
+#include "Terminal/Output.h"
+
+#include <CLI/CLI.hpp>
+
+#include <memory>
+
+namespace
+{
+
+constexpr double c_dLongestWait = 0.05;
+
+struct stOptions
+{
+    stTrafficOptions traffic;
+    stLimits limits;
+    std::string strFile;
+};
+
+std::string Finish(CCaptureWriter& writer, CShadow& shadow)
+{
+    std::uint32_t aunCheckWords[c_nMessageTypes];
+    ReadCheckWords(shadow.Image(), aunCheckWords);
+    return writer.Finish(aunCheckWords);
+}
+
+int Record(const stOptions& options)
+{
+    const std::unique_ptr<CTraffic> pTraffic = OpenTraffic(options.traffic);
+    CCaptureWriter writer;
+    std::string strError = pTraffic == nullptr ? std::string() : writer.Open(options.strFile);
+    if (pTraffic == nullptr || !strError.empty())
+    {
+        return strError.empty() ? int(enExitFailed) : Fail(strError);
+    }
+    const auto pShadow = std::make_unique<CShadow>(options.traffic.link);
+    const tSteadyClock::time_point start = tSteadyClock::now();
+    for (stDatagram datagram; strError.empty() && !options.limits.Reached(writer.GetDatagrams(), start) && !pTraffic->IsOver();)
+    {
+        if (pTraffic->Next(datagram, options.limits.TimeLeft(start, c_dLongestWait)))
+        {
+            strError = writer.Write(datagram);
+            pShadow->Take(datagram);
+        }
+        else if (strError.empty())
+        {
+            strError = writer.Flush();
+        }
+    }
+    strError = strError.empty() ? Finish(writer, *pShadow) : strError;
+    if (!strError.empty())
+    {
+        return Fail(strError);
+    }
+    const stTrafficLoss loss = pTraffic->GetLoss();
+    Line("%s: %s datagrams in %.2f s, %u dropped by the kernel; the image they lead to is %s, check word %s", options.strFile.c_str(),
+         Grouped(writer.GetDatagrams()).c_str(), SecondsSince(start), loss.unKernel + loss.unSize,
+         pShadow->IsWhole() ? "whole" : "not whole", CheckWordText(pShadow->Image()).c_str());
+    return options.limits.Status(writer.GetDatagrams(), "datagrams");
+}
+
+} // namespace
+
+void AddRecord(CLI::App& app, int& nStatus)
+{
+    const auto pOptions = std::make_shared<stOptions>();
+    CLI::App* pCommand = app.add_subcommand(
+        "record", "Write the MC's updates and the clients' changes to a capture file, which packet tools can open");
+    AddTrafficOptions(*pCommand, pOptions->traffic);
+    AddLimitOptions(*pCommand, pOptions->limits, "datagrams");
+    AddFormatOption(*pCommand);
+    pCommand->add_option("FILE", pOptions->strFile, "The capture file, which must not be there yet")->required();
+    pCommand->footer("consolectl record --timeout 10 FILE.pcap\n"
+                     "A recording ends with the check words of the image that it leads to. One that was broken off lacks them.");
+    pCommand->callback(
+        [pOptions, &nStatus]
+        {
+            CatchStopSignals();
+            nStatus = Record(*pOptions);
+        });
+}

@@ -1,0 +1,219 @@
+// consolectl replay: a capture file on the network again, and what image it leads to.
+#include "Images/ImageFile.h"
+#include "Network/Capture.h"
+#include "Network/Shadow.h"
+#include "Subcommands/Subcommands.h"
+#include "Terminal/Arguments.h"
+#include "Terminal/Output.h"
+
+#include <CLI/CLI.hpp>
+
+#include <cstring>
+#include <memory>
+
+namespace
+{
+
+constexpr double c_dLongestSleep = 0.05;
+
+struct stOptions
+{
+    stMulticastLink link;
+    std::string strFile;
+    std::string strSave;
+    double dSpeed = 1; // 0: as fast as it goes
+    double dAt = -1;   // seconds; below 0: the end
+    bool bLoop = false;
+    bool bChanges = false;
+    bool bSilent = false;
+};
+
+tSteadyClock::duration Duration(double dSeconds)
+{
+    return std::chrono::duration_cast<tSteadyClock::duration>(std::chrono::duration<double>(dSeconds));
+}
+
+class CReplay
+{
+public:
+    explicit CReplay(const stOptions& options)
+        : m_Options(options), m_Updates(MakeEndpoint(options.link.strGroup, options.link.unPort)),
+          m_Changes(MakeEndpoint(c_szPPCGroup, c_unPPCPort)), m_Socket(RySocketIO::enConnectionUDP, false, false)
+    {
+    }
+
+    int Run();
+
+private:
+    bool PlayOnce(CCaptureFile& capture);
+    bool WaitFor(std::int64_t nTime);
+    bool Send(stDatagram& datagram);
+    int Judge(const CCaptureFile& capture);
+
+    const stOptions& m_Options;
+    const stEndpoint m_Updates;
+    const stEndpoint m_Changes;
+    RySocketIO::CSocket m_Socket;
+    std::unique_ptr<CShadow> m_pShadow;
+    tSteadyClock::time_point m_Start;
+    std::int64_t m_nFirst = 0; // time of the first datagram
+    std::uint32_t m_unIdShift = 0; // a loop goes on where the numbers of the one before ended
+    std::uint32_t m_unLastId = 0;
+    std::uint32_t m_unFirstId = 0;
+    long m_lRead = 0;
+    long m_lSent = 0;
+};
+
+// False when a stop was asked for meanwhile.
+bool CReplay::WaitFor(std::int64_t nTime)
+{
+    if (m_Options.bSilent || m_Options.dSpeed <= 0)
+    {
+        return !StopRequested();
+    }
+    const tSteadyClock::time_point due = m_Start + Duration(static_cast<double>(nTime - m_nFirst) / 1e6 / m_Options.dSpeed);
+    while (tSteadyClock::now() < due && !StopRequested())
+    {
+        SleepUntil(std::min(due, tSteadyClock::now() + Duration(c_dLongestSleep)));
+    }
+    return !StopRequested();
+}
+
+bool CReplay::Send(stDatagram& datagram)
+{
+    const bool bUpdate = datagram.destination == m_Updates;
+    if (m_Options.bSilent || (!bUpdate && !(m_Options.bChanges && datagram.destination == m_Changes)))
+    {
+        return true;
+    }
+    UDP_PACKET_HEADER header;
+    if (bUpdate && datagram.bytes.size() >= sizeof header)
+    {
+        std::memcpy(&header, datagram.bytes.data(), sizeof header);
+        m_unFirstId = m_lSent == 0 ? std::uint32_t(header.unMessageId) : m_unFirstId;
+        header.unMessageId += m_unIdShift;
+        m_unLastId = header.unMessageId;
+        std::memcpy(datagram.bytes.data(), &header, sizeof header);
+    }
+    ++m_lSent;
+    return m_Socket.Send(datagram.destination.AddressText().c_str(), datagram.destination.usPort,
+                         reinterpret_cast<const char*>(datagram.bytes.data()), static_cast<long>(datagram.bytes.size()));
+}
+
+// The shadow sees what is sent, as it is in the file. False when it was stopped, or nothing can be sent.
+bool CReplay::PlayOnce(CCaptureFile& capture)
+{
+    m_pShadow = std::make_unique<CShadow>(m_Options.link);
+    m_Start = tSteadyClock::now();
+    m_lRead = 0;
+    CProgress progress("replay", capture.GetSize());
+    for (stDatagram datagram; capture.Next(datagram, 0);)
+    {
+        m_nFirst = m_lRead == 0 ? datagram.nTime : m_nFirst;
+        if (m_Options.dAt >= 0 && static_cast<double>(datagram.nTime - m_nFirst) / 1e6 > m_Options.dAt)
+        {
+            return true;
+        }
+        ++m_lRead;
+        m_pShadow->Take(datagram);
+        progress.Show(capture.GetPosition());
+        if (!WaitFor(datagram.nTime) || !Send(datagram))
+        {
+            return false;
+        }
+    }
+    return true;
+}
+
+// Whether it got where the recording did.
+int CReplay::Judge(const CCaptureFile& capture)
+{
+    CBMAContainer& image = m_pShadow->Image();
+    Line("%s: %s datagrams, %s sent; the image they lead to is %s, check word %s", m_Options.strFile.c_str(),
+         Grouped(m_lRead).c_str(), Grouped(m_lSent).c_str(), m_pShadow->IsWhole() ? "whole" : "not whole",
+         CheckWordText(image).c_str());
+    const std::string strError = m_Options.strSave.empty() ? std::string() : SaveImage(image, m_Options.strSave);
+    if (!strError.empty())
+    {
+        return Fail(strError);
+    }
+    if (StopRequested() || m_Options.dAt >= 0)
+    {
+        return enExitDone;
+    }
+    const stCaptureEnd* const pEnd = capture.GetEnd();
+    if (pEnd == nullptr)
+    {
+        return Fail(m_Options.strFile + (capture.GetError().empty() ? " has no end of a recording: broken off, or made by another tool"
+                                                                    : " was broken off: " + capture.GetError()));
+    }
+    std::uint32_t aunCheckWords[c_nMessageTypes];
+    ReadCheckWords(image, aunCheckWords);
+    if (pEnd->lDatagrams != m_lRead || std::memcmp(aunCheckWords, pEnd->aunCheckWords, sizeof aunCheckWords) != 0)
+    {
+        return Fail(Format("the recording led elsewhere: it ended after %s datagrams with other check words",
+                           Grouped(pEnd->lDatagrams).c_str()));
+    }
+    Line("%s: the same check words as at the end of the recording", Styled(enGood, "it got there").c_str());
+    return enExitDone;
+}
+
+int CReplay::Run()
+{
+    if (!m_Options.bSilent)
+    {
+        if (!m_Socket.InitialiseLocalSockets(0, nullptr, m_Options.link.strInterface.c_str(), 1))
+        {
+            return Fail("the network can't be had: " + LinkText(m_Options.link));
+        }
+        Line("replay to %s", LinkText(m_Options.link).c_str());
+    }
+    for (;;)
+    {
+        CCaptureFile capture;
+        const std::string strError = capture.Open(m_Options.strFile);
+        if (!strError.empty())
+        {
+            return Fail(strError);
+        }
+        if (!PlayOnce(capture) && !StopRequested())
+        {
+            return Fail("nothing can be sent: " + LinkText(m_Options.link));
+        }
+        if (!m_Options.bLoop || StopRequested())
+        {
+            return Judge(capture);
+        }
+        m_unIdShift = m_unLastId + 1 - m_unFirstId;
+    }
+}
+
+} // namespace
+
+void AddReplay(CLI::App& app, int& nStatus)
+{
+    const auto pOptions = std::make_shared<stOptions>();
+    CLI::App* pCommand = app.add_subcommand(
+        "replay", "Send a recording's updates again, and prove that they lead to the image that the recording led to");
+    AddLinkOptions(*pCommand, pOptions->link);
+    pCommand->add_option("FILE", pOptions->strFile, "The capture file")->required();
+    pCommand->add_option("--speed", pOptions->dSpeed, "So many times as fast; 0: as fast as it goes")
+        ->check(Between(0, 1000))
+        ->capture_default_str();
+    CLI::Option* const pLoop = pCommand->add_flag("--loop", pOptions->bLoop, "Again and again, until Ctrl-C");
+    pCommand->add_option("--at", pOptions->dAt, "Stop at so many seconds after the first datagram: the image as it was then")
+        ->check(Between(0, 1e9))
+        ->excludes(pLoop);
+    pCommand->add_option("--save", pOptions->strSave, "Write the image to this file at the end");
+    pCommand->add_flag("--changes", pOptions->bChanges, "Send the clients' changes, too: an MC will take them");
+    pCommand->add_flag("--silent", pOptions->bSilent, "Send nothing: only see what image it leads to")->excludes(pLoop);
+    AddFormatOption(*pCommand);
+    pCommand->footer("consolectl replay FILE.pcap --speed 2\n"
+                     "consolectl replay FILE.pcap --silent --at 3.5 --save IMAGE");
+    pCommand->callback(
+        [pOptions, &nStatus]
+        {
+            CatchStopSignals();
+            nStatus = std::make_unique<CReplay>(*pOptions)->Run();
+        });
+}

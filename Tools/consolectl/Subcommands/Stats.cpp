@@ -1,0 +1,183 @@
+// consolectl stats: who sent what, how fast, and what was lost on the way.
+#include "Network/LossFinder.h"
+#include "Network/Shadow.h"
+#include "Subcommands/Subcommands.h"
+#include "Terminal/Arguments.h"
+#include "Terminal/Output.h"
+
+#include <CLI/CLI.hpp>
+
+#include <cmath>
+#include <map>
+#include <memory>
+
+namespace
+{
+
+constexpr double c_dLongestWait = 0.2;
+
+struct stOptions
+{
+    stTrafficOptions traffic;
+    stLimits limits;
+};
+
+// What one sender sent of one kind.
+struct stFlow
+{
+    long lDatagrams = 0;
+    double dBytes = 0;
+};
+
+const char* KindOf(const stDatagram& datagram)
+{
+    UDP_PACKET_HEADER header;
+    if (datagram.bytes.size() < sizeof header)
+    {
+        return "no header";
+    }
+    std::memcpy(&header, datagram.bytes.data(), sizeof header);
+    return header.nType == enDatagramMCUpdate                                           ? "updates"
+           : header.nType == enDatagramPPC || header.nType == enDatagramPPCFlagged ? "changes"
+                                                                                        : "others";
+}
+
+// The counters of the receive path by the layer that they tell of. What is lost of a whole message stands beside the lost messages.
+constexpr struct
+{
+    const char* szLayer;
+    enReceiveCounter enCounter;
+} caLayers[] = {
+    {"frame size", enRejectedTooShort}, {"frame size", enRejectedPayload},    {"frame size", enRejectedTooLarge},
+    {"header", enRejectedHeader},       {"ring", enCountEvicted},             {"ring", enCountMixed},
+    {"decode", enDecodeErrorNull},      {"decode", enDecodeErrorInvalid},     {"decode", enCountLengthMismatch},
+};
+
+class CStats
+{
+public:
+    explicit CStats(const stOptions& options) : m_Options(options), m_Shadow(options.traffic.link) {}
+
+    int Run();
+
+private:
+    void Take(stDatagram& datagram);
+    void PrintLost(const std::vector<stLostMessage>& lost);
+    void PrintFlows();
+    void PrintLayers(const stTrafficLoss& loss);
+    void Row(const std::string& strSender, const char* szKind, const std::string& strWhat, long lCount, double dBytes = -1);
+    double Seconds() const { return static_cast<double>(m_nLast - m_nFirst) / 1e6; }
+
+    const stOptions& m_Options;
+    CShadow m_Shadow;
+    CLossFinder m_LossFinder;
+    std::map<std::pair<std::string, std::string>, stFlow> m_Flows; // by sender and kind
+    CTable m_Table{
+        {{"time", 12}, {"sender", 21}, {"kind", 10}, {"count", -10}, {"rate", -9}, {"byte_rate", -12}, {"what", 1}}};
+    std::int64_t m_nFirst = 0;
+    std::int64_t m_nLast = 0;
+    long m_lDatagrams = 0;
+    long m_lLost = 0;
+};
+
+void CStats::Row(const std::string& strSender, const char* szKind, const std::string& strWhat, long lCount, double dBytes)
+{
+    const bool bRates = Seconds() > 0;
+    m_Table.Print({CCell::Time(m_nLast), strSender, szKind, lCount,
+                   bRates ? CCell(static_cast<double>(lCount) / Seconds(), 1) : CCell(),
+                   bRates && dBytes >= 0 ? CCell(std::lround(dBytes / Seconds())) : CCell(), strWhat});
+}
+
+void CStats::Take(stDatagram& datagram)
+{
+    m_nFirst = m_lDatagrams == 0 ? datagram.nTime : m_nFirst;
+    m_nLast = datagram.nTime;
+    ++m_lDatagrams;
+    stFlow& flow = m_Flows[{datagram.source.Text(), KindOf(datagram)}];
+    ++flow.lDatagrams;
+    flow.dBytes += static_cast<double>(datagram.bytes.size());
+    PrintLost(m_LossFinder.Take(datagram));
+    m_Shadow.Take(datagram);
+}
+
+void CStats::PrintLost(const std::vector<stLostMessage>& lost)
+{
+    for (const stLostMessage& message : lost)
+    {
+        m_Table.Print({CCell::Time(message.nTime), message.sender.Text(), CCell(enBad, "lost"), 1, CCell(), CCell(),
+                       Format("message %u: %s", message.unMessageId, message.Text().c_str())});
+        ++m_lLost;
+    }
+}
+
+void CStats::PrintFlows()
+{
+    for (const auto& entry : m_Flows)
+    {
+        Row(entry.first.first, "datagrams", entry.first.second, entry.second.lDatagrams, entry.second.dBytes);
+    }
+    const stReceiveStatistics statistics = m_Shadow.Follower().GetStatistics();
+    const std::string strMC = m_Shadow.GetMC().Text();
+    Row(strMC, "updates", "whole messages", statistics.aunCount[enCountUpdates]);
+    Row(strMC, "updates", "applied to the image", m_Shadow.Follower().GetUpdatesApplied());
+    Row(strMC, "updates", "overtaken by newer ones", m_Shadow.Follower().GetUpdatesOvertaken());
+}
+
+void CStats::PrintLayers(const stTrafficLoss& loss)
+{
+    Row("", "kernel", "the receive buffer was full", loss.unKernel);
+    Row("", "frame size", "longer than a datagram, or cut short", loss.unSize);
+    const stReceiveStatistics statistics = m_Shadow.Follower().GetStatistics();
+    for (const auto& layer : caLayers)
+    {
+        Row("", layer.szLayer, ReceiveCounterText(layer.enCounter), statistics.aunCount[layer.enCounter]);
+    }
+    Row("", "fragments", "messages that never came whole", m_lLost);
+}
+
+int CStats::Run()
+{
+    const std::unique_ptr<CTraffic> pTraffic = OpenTraffic(m_Options.traffic);
+    if (pTraffic == nullptr)
+    {
+        return enExitFailed;
+    }
+    m_Table.PrintHead();
+    const tSteadyClock::time_point start = tSteadyClock::now();
+    for (stDatagram datagram; !m_Options.limits.Reached(m_lDatagrams, start) && !pTraffic->IsOver();)
+    {
+        if (pTraffic->Next(datagram, m_Options.limits.TimeLeft(start, c_dLongestWait)))
+        {
+            Take(datagram);
+        }
+    }
+    PrintLost(m_LossFinder.Finish(m_nLast));
+    PrintFlows();
+    PrintLayers(pTraffic->GetLoss());
+    Line("%s datagrams in %.3f s, %s messages lost", Grouped(m_lDatagrams).c_str(), Seconds(), Grouped(m_lLost).c_str());
+    if (!pTraffic->GetError().empty())
+    {
+        return Fail("the capture was broken off: " + pTraffic->GetError());
+    }
+    return pTraffic->IsOver() ? int(enExitDone) : m_Options.limits.Status(m_lDatagrams, "datagrams");
+}
+
+} // namespace
+
+void AddStats(CLI::App& app, int& nStatus)
+{
+    const auto pOptions = std::make_shared<stOptions>();
+    CLI::App* pCommand = app.add_subcommand(
+        "stats", "Who sends what and how fast, and what is lost in which layer: each lost message in a line of its own");
+    AddTrafficOptions(*pCommand, pOptions->traffic);
+    AddLimitOptions(*pCommand, pOptions->limits, "datagrams");
+    AddFormatOption(*pCommand);
+    pCommand->footer("consolectl stats --timeout 5\n"
+                     "consolectl stats --capture FILE.pcap");
+    pCommand->callback(
+        [pOptions, &nStatus]
+        {
+            CatchStopSignals();
+            nStatus = std::make_unique<CStats>(*pOptions)->Run();
+        });
+}

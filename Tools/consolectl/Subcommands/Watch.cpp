@@ -1,0 +1,101 @@
+// consolectl watch: each change of the parameters that somebody asks about.
+#include "Network/Shadow.h"
+#include "Subcommands/Subcommands.h"
+#include "Terminal/Arguments.h"
+#include "Terminal/Output.h"
+
+#include <CLI/CLI.hpp>
+
+#include <algorithm>
+#include <memory>
+
+namespace
+{
+
+constexpr double c_dLongestWait = 0.2;
+
+struct stOptions
+{
+    stTrafficOptions traffic;
+    stLimits limits;
+    std::vector<std::string> patterns;
+};
+
+CCell ValueCell(const stAddress& address, const stValue& value)
+{
+    return address.enType == enString ? CCell(value.strValue.Text()) : CCell::Number(ValueText(address, value));
+}
+
+void PrintChange(CTable& table, const CBMAContainer& image, const stImageChange& change)
+{
+    const stAddress& address = change.address;
+    const std::string strOrigin = change.client == stEndpoint() ? "MC" : "client " + change.client.AddressText();
+    table.Print({CCell::Time(change.nTime), change.sender.AddressText(), AddressText(address), NameText(image, address),
+                 ValueCell(address, change.before), ValueCell(address, change.after).In(enGood), strOrigin});
+}
+
+int Watch(const stOptions& options)
+{
+    std::vector<stPattern> patterns(options.patterns.size());
+    std::transform(options.patterns.begin(), options.patterns.end(), patterns.begin(), ParsePattern);
+    const std::unique_ptr<CTraffic> pTraffic = OpenTraffic(options.traffic);
+    if (pTraffic == nullptr)
+    {
+        return enExitFailed;
+    }
+    CTable table({{"time", 12}, {"sender", 15}, {"address", 26}, {"name", 18}, {"old", -12}, {"new", -12}, {"origin", 1}});
+    const auto pShadow = std::make_unique<CShadow>(options.traffic.link);
+    const auto isWatched = [&patterns](const stImageChange& change)
+    {
+        return std::any_of(patterns.begin(), patterns.end(),
+                           [&change](const stPattern& pattern) { return IsNamedBy(pattern, change.address); });
+    };
+    long lChanges = 0;
+    const tSteadyClock::time_point start = tSteadyClock::now();
+    for (stDatagram datagram; !options.limits.Reached(lChanges, start) && !pTraffic->IsOver();)
+    {
+        if (!pTraffic->Next(datagram, options.limits.TimeLeft(start, c_dLongestWait)))
+        {
+            continue;
+        }
+        pShadow->Take(datagram);
+        for (const stImageChange& change : pShadow->GetChanges())
+        {
+            if (isWatched(change) && !options.limits.Reached(lChanges, start))
+            {
+                PrintChange(table, pShadow->Image(), change);
+                ++lChanges;
+            }
+        }
+    }
+    Line("%s changes%s", Grouped(lChanges).c_str(), pShadow->IsWhole() ? "" : "; the image never was whole");
+    if (!pTraffic->GetError().empty())
+    {
+        return Fail("the capture was broken off: " + pTraffic->GetError());
+    }
+    return pTraffic->IsOver() ? int(enExitDone) : options.limits.Status(lChanges, "changes");
+}
+
+} // namespace
+
+void AddWatch(CLI::App& app, int& nStatus)
+{
+    const auto pOptions = std::make_shared<stOptions>();
+    CLI::App* pCommand =
+        app.add_subcommand("watch", "Show each change of parameters: when, who sent it, old and new value, and who had asked for it");
+    AddTrafficOptions(*pCommand, pOptions->traffic);
+    AddLimitOptions(*pCommand, pOptions->limits, "changes");
+    AddFormatOption(*pCommand);
+    pCommand
+        ->add_option("ADDRESS", pOptions->patterns,
+                     "Such as MicInput/12/Fader or 'MicInput/*/Switch/0-9'; each part may be '*', path and parameter a range")
+        ->required();
+    pCommand->footer("consolectl watch 'MicInput/*/Fader'\n"
+                     "consolectl watch '*/*/*/*' --format csv --timeout 10 >changes.csv");
+    pCommand->callback(
+        [pOptions, &nStatus]
+        {
+            CatchStopSignals();
+            nStatus = Watch(*pOptions);
+        });
+}
