@@ -28,15 +28,18 @@ int Run(int nArguments, char** ppArguments)
     AddMc(app, nStatus);
     AddFollow(app, nStatus);
     AddWatch(app, nStatus);
+    AddGet(app, nStatus);
+    AddSet(app, nStatus);
+    AddSend(app, nStatus);
+    AddParams(app, nStatus);
     AddStats(app, nStatus);
+    AddVerify(app, nStatus);
     AddRecord(app, nStatus);
     AddReplay(app, nStatus);
-    AddSet(app, nStatus);
-    AddGet(app, nStatus);
 #ifdef CONSOLECTL_HAVE_SHOWS
     AddShow(app, nStatus);
 #endif
-    AddVerify(app, nStatus);
+    AddWhy(app, nStatus);
     AddDiagnostics(app, nStatus);
     try
     {

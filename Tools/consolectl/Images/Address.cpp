@@ -63,7 +63,8 @@ std::size_t Distance(const std::string& strA, const std::string& strB)
         std::size_t unDiagonal = row[0]++;
         for (std::size_t unB = 0; unB < strB.size(); ++unB)
         {
-            const bool bSame = std::tolower(static_cast<unsigned char>(strA[unA])) == std::tolower(static_cast<unsigned char>(strB[unB]));
+            const bool bSame =
+                std::tolower(static_cast<unsigned char>(strA[unA])) == std::tolower(static_cast<unsigned char>(strB[unB]));
             const std::size_t unChanged = unDiagonal + (bSame ? 0 : 1);
             unDiagonal = row[unB + 1];
             row[unB + 1] = std::min({unChanged, row[unB] + 1, row[unB + 1] + 1});
@@ -84,7 +85,8 @@ int FindName(const std::string& strName, const char* const* ppNames, int nNames,
     {
         const std::string strShort = strName.substr(0, c_unLongestName);
         const auto closer = [&](const char* szA, const char* szB) { return Distance(strShort, szA) < Distance(strShort, szB); };
-        Refuse(Format("\"%s\" is no %s; the nearest is %s", strName.c_str(), szWhat, *std::min_element(ppNames, ppNames + nNames, closer)));
+        Refuse(Format("\"%s\" is no %s; the nearest is %s", strName.c_str(), szWhat,
+                      *std::min_element(ppNames, ppNames + nNames, closer)));
     }
     return static_cast<int>(found - ppNames);
 }
@@ -206,7 +208,8 @@ stPattern ParsePattern(const std::string& strText)
     const std::vector<std::string> parts = Split(strText, '/');
     if (parts.size() != 4 && parts.size() != 3)
     {
-        Refuse(Format("\"%s\" is no address: Group/path/Type/parameter, such as MicInput/3/Fader/0, or Group/path/name", strText.c_str()));
+        Refuse(Format("\"%s\" is no address: Group/path/Type/parameter, such as MicInput/3/Fader/0, or Group/path/name",
+                      strText.c_str()));
     }
     stPattern pattern = c_EveryParameter;
     pattern.groups = ParseName(parts[0], caParameterGroupNames, c_nPathTypes, "parameter group");
@@ -243,6 +246,18 @@ stPattern ParsePattern(const std::string& strText)
         Refuse(Format("\"%s\" names no parameter", strText.c_str()));
     }
     return pattern;
+}
+
+std::vector<stPattern> ParsePatterns(const std::vector<std::string>& texts)
+{
+    std::vector<stPattern> patterns(texts.size());
+    std::transform(texts.begin(), texts.end(), patterns.begin(), ParsePattern);
+    return patterns;
+}
+
+unsigned int TypesOf(const stPattern& pattern)
+{
+    return (2u << pattern.types.nLast) - (1u << pattern.types.nFirst);
 }
 
 stAddress ParseAddress(const std::string& strText)

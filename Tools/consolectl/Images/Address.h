@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <string>
+#include <vector>
 
 typedef stPPCAddress stAddress;
 
@@ -46,6 +47,11 @@ stAddress ParseAddress(const std::string& strText);
 stChange ParseChange(const std::string& strText); // "MicInput/3/Fader/0=0.75"
 stPattern ParsePattern(const std::string& strText);
 stValue ParseValue(tagenPPCMessageType enType, const std::string& strText);
+
+std::vector<stPattern> ParsePatterns(const std::vector<std::string>& texts);
+
+// The message types that it may name, bit t for type t.
+unsigned int TypesOf(const stPattern& pattern);
 
 bool IsNamedBy(const stPattern& pattern, const stAddress& address);
 

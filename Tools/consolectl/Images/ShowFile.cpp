@@ -396,3 +396,17 @@ std::string CShowFile::Error() const
         strWords.begin(), strWords.end(), [](char c) { return static_cast<unsigned char>(c) < ' '; }, ' ');
     return m_strFile + ": " + strWords;
 }
+
+std::string ReadShow(const std::string& strFile, const std::string& strName, CBMAContainer& image)
+{
+    CShowFile file;
+    std::vector<stShowBlock> blocks;
+    std::string strError = file.Open(strFile, false);
+    strError = strError.empty() ? file.Load(strName, blocks) : strError;
+    if (!strError.empty())
+    {
+        return strError;
+    }
+    strError = ApplyShowBlocks(blocks, image);
+    return strError.empty() ? strError : strFile + ": show \"" + strName + "\": " + strError;
+}

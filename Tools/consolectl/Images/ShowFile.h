@@ -58,3 +58,6 @@ private:
     std::unique_ptr<sqlite3, stCloser> m_pDatabase;
     bool m_bNew = false; // nothing in it yet, the layout neither
 };
+
+// A show's image and flags. Empty, or what went wrong; then image is half-written.
+std::string ReadShow(const std::string& strFile, const std::string& strName, CBMAContainer& image);

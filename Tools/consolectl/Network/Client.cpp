@@ -2,28 +2,24 @@
 
 #include "Terminal/Arguments.h"
 #include "Terminal/Common.h"
+#include "Terminal/Output.h"
 
 #include <CLI/CLI.hpp>
 
 #include <array>
+#include <bitset>
 #include <set>
 
 namespace
 {
 
-// So many changes, nine datagrams full, are queued and sent at once; then the MC gets time to take them.
-constexpr std::size_t c_unChangesAtOnce = 20000;
+// Between as many changes as are sent at once the MC gets time to take them.
 constexpr double c_dBreather = 0.005;
 
 constexpr char c_szInterrupted[] = "interrupted";
 
 constexpr double c_dSendAgainAfter = 0.5;
 constexpr double c_dLoopPeriod = 0.002;
-
-void Sleep(double dSeconds)
-{
-    SleepUntil(tSteadyClock::now() + std::chrono::duration_cast<tSteadyClock::duration>(std::chrono::duration<double>(dSeconds)));
-}
 
 // Of several changes of one parameter the last counts: the others would never show, or undo it.
 std::vector<const stChange*> LastOfEachParameter(const std::vector<stChange>& changes)
@@ -42,7 +38,9 @@ std::vector<const stChange*> LastOfEachParameter(const std::vector<stChange>& ch
     return last;
 }
 
-bool Queue(CClientMsgHandler& handler, const stChange& change)
+} // namespace
+
+bool QueueChange(CClientMsgHandler& handler, const stChange& change)
 {
     const stAddress& address = change.address;
     switch (address.enType)
@@ -56,8 +54,6 @@ bool Queue(CClientMsgHandler& handler, const stChange& change)
         return handler.QueuePPC(address.enType, address.enPathType, address.nPath, address.nParam, change.value.nValue);
     }
 }
-
-} // namespace
 
 // The group is joined apart, to tell which of the two failed.
 std::string OpenLink(CImageFollower& follower, const stMulticastLink& link)
@@ -108,8 +104,10 @@ int CClient::Open(unsigned int unTypes)
         return Fail(strError);
     }
     const tSteadyClock::time_point start = tSteadyClock::now();
+    CProgress progress("waiting for the MC's image", c_nMessageTypes);
     while ((m_Follower.GetTypesReceived() & unTypes) != unTypes)
     {
+        progress.Show(static_cast<long>(std::bitset<c_nMessageTypes>(m_Follower.GetTypesReceived()).count()));
         if (StopRequested())
         {
             return Fail(c_szInterrupted);
@@ -120,7 +118,7 @@ int CClient::Open(unsigned int unTypes)
                         m_Options.dTimeout));
             return enExitTimedOut;
         }
-        Sleep(c_dLoopPeriod);
+        SleepSeconds(c_dLoopPeriod);
         Update();
     }
     return enExitDone;
@@ -133,10 +131,13 @@ int CClient::Send(const std::vector<stChange>& changes)
     m_lSent += static_cast<long>(left.size());
     SendOnce(left);
     tSteadyClock::time_point sent = tSteadyClock::now();
-    tSteadyClock::time_point progress = sent;
+    tSteadyClock::time_point lastBack = sent;
+    const long lAll = static_cast<long>(left.size());
+    CProgress progress("changes back from the MC", lAll);
     while (!left.empty())
     {
-        Sleep(c_dLoopPeriod);
+        progress.Show(lAll - static_cast<long>(left.size()));
+        SleepSeconds(c_dLoopPeriod);
         const std::size_t unBefore = left.size();
         if (Update())
         {
@@ -144,13 +145,13 @@ int CClient::Send(const std::vector<stChange>& changes)
         }
         if (left.size() < unBefore)
         {
-            progress = tSteadyClock::now();
+            lastBack = tSteadyClock::now();
         }
         else if (StopRequested())
         {
             return Fail(c_szInterrupted);
         }
-        else if (SecondsSince(progress) > m_Options.dTimeout)
+        else if (SecondsSince(lastBack) > m_Options.dTimeout)
         {
             Fail(Format("%s of %s changes never came back from the MC; the first: %s",
                         Grouped(static_cast<long>(left.size())).c_str(), Grouped(static_cast<long>(changes.size())).c_str(),
@@ -182,6 +183,11 @@ bool CClient::Update()
     {
         m_Follower.ClearReceiveErrors();
     }
+    RySocketIO::CIPString sender;
+    if (m_Follower.GetLastSender(sender))
+    {
+        m_strSender = sender.Text();
+    }
     return m_Follower.GetUpdatesApplied() != unBefore;
 }
 
@@ -199,13 +205,13 @@ void CClient::SendOnce(const std::vector<const stChange*>& changes)
             }
             else
             {
-                Queue(m_Follower, *changes[unChange]);
+                QueueChange(m_Follower, *changes[unChange]);
             }
         }
         m_Follower.SendAll();
         if (unChange < changes.size())
         {
-            Sleep(c_dBreather);
+            SleepSeconds(c_dBreather);
         }
     }
 }

@@ -12,6 +12,10 @@
 // Opens a follower's link: empty, or what went wrong.
 std::string OpenLink(CImageFollower& follower, const stMulticastLink& link);
 
+// So many changes are queued and sent at once: nine datagrams full.
+constexpr std::size_t c_unChangesAtOnce = 20000;
+bool QueueChange(CClientMsgHandler& handler, const stChange& change);
+
 struct stClientOptions
 {
     stMulticastLink link;
@@ -32,6 +36,7 @@ public:
     ~CClient();
 
     CBMAContainer& Image() { return m_Image; }
+    const std::string& Sender() const { return m_strSender; } // of the last update
 
     // Opens the link and waits until the MC's updates have brought these message types (bit t for type t).
     int Open(unsigned int unTypes = c_unWholeImage);
@@ -52,6 +57,7 @@ private:
     const stClientOptions& m_Options;
     CBMAContainer m_Image;
     CImageFollower m_Follower;
+    std::string m_strSender;
     long m_lSent = 0;
     long m_lResent = 0;
 };

@@ -10,9 +10,9 @@ constexpr std::int64_t c_nAnswerTime = 5000000; // microseconds that an MC takes
 // The value of a record; false when it is too short for its type.
 bool ReadRecord(const CPPCStreamReader& reader, tagenPPCMessageType enType, stValue& value)
 {
-    return enType == enString                          ? reader.GetValue(value.strValue)
+    return enType == enString                        ? reader.GetValue(value.strValue)
            : enType == enRotary || enType == enFader ? reader.GetValue(value.fValue)
-                                                       : reader.GetValue(value.nValue);
+                                                     : reader.GetValue(value.nValue);
 }
 
 } // namespace
@@ -20,7 +20,7 @@ bool ReadRecord(const CPPCStreamReader& reader, tagenPPCMessageType enType, stVa
 CShadow::CShadow(const stMulticastLink& updates)
     : m_Updates(MakeEndpoint(updates.strGroup, updates.unPort)), m_ChangesGroup(MakeEndpoint(c_szPPCGroup, c_unPPCPort)),
       m_pImage(std::make_unique<CBMAContainer>()), m_pBefore(std::make_unique<CBMAContainer>()),
-      m_pFollower(std::make_unique<CImageFollower>(*m_pImage)), m_pRequestHandler(std::make_unique<CMsgHandlerBase>()),
+      m_pFollower(std::make_unique<CStateFollower>(*m_pImage)), m_pRequestHandler(std::make_unique<CMsgHandlerBase>()),
       m_RequestBuffer(c_nMaxPayload * c_nMaxFragments)
 {
 }

@@ -3,6 +3,7 @@
 
 #include "Images/Address.h"
 #include "Network/Options.h"
+#include "Network/StateFollower.h"
 #include "Network/Traffic.h"
 
 #include "LogicalControls.h"
@@ -49,7 +50,7 @@ public:
     const std::vector<stClientChange>& GetRequests() const { return m_Requests; }
 
     CBMAContainer& Image() { return *m_pImage; }
-    const CImageFollower& Follower() const { return *m_pFollower; }
+    const CStateFollower& Follower() const { return *m_pFollower; }
     bool IsWhole() const { return m_pFollower->GetTypesReceived() == c_unWholeImage; }
     const stEndpoint& GetMC() const { return m_MC; } // who sent the last update
 
@@ -70,7 +71,7 @@ private:
     const stEndpoint m_ChangesGroup;
     const std::unique_ptr<CBMAContainer> m_pImage;
     const std::unique_ptr<CBMAContainer> m_pBefore;
-    const std::unique_ptr<CImageFollower> m_pFollower;
+    const std::unique_ptr<CStateFollower> m_pFollower;
     const std::unique_ptr<CMsgHandlerBase> m_pRequestHandler;
     std::vector<unsigned char> m_RequestBuffer;
     std::vector<stImageChange> m_Changes;

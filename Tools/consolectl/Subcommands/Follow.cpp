@@ -1,13 +1,13 @@
 // consolectl follow: a client that is kept in step.
 #include "Images/ImageFile.h"
 #include "Network/Client.h"
+#include "Network/StateFollower.h"
 #include "Subcommands/Subcommands.h"
 #include "Terminal/Arguments.h"
-#include "Terminal/Common.h"
+#include "Terminal/Output.h"
 
 #include <CLI/CLI.hpp>
 
-#include <cstdio>
 #include <memory>
 #include <vector>
 
@@ -35,9 +35,31 @@ struct stTrackedChange
     tSteadyClock::time_point sent = {};
 };
 
-std::string PeriodText(float fMilliseconds)
+CCell PeriodCell(float fMilliseconds)
 {
-    return fMilliseconds < 0 ? "  none   " : Format("%6.1f ms", static_cast<double>(fMilliseconds));
+    return fMilliseconds < 0 ? CCell() : CCell(static_cast<double>(fMilliseconds), 1);
+}
+
+// Each second's row: text says the types' states in one, programs get the state and age of each.
+std::vector<stColumn> RowColumns()
+{
+    static const auto names = []
+    {
+        std::vector<std::string> texts;
+        for (const char* szType : caMessageTypeNames)
+        {
+            texts.push_back(szType);
+            texts.push_back(std::string(szType) + "_age");
+        }
+        return texts;
+    }();
+    std::vector<stColumn> columns = {{"time", 12},      {"sender", 15}, {"surface_ms", -10}, {"rotary_ms", -9},
+                                     {"time_outs", -9}, {"check", 8},   {"types", 1}};
+    for (const std::string& strName : names)
+    {
+        columns.push_back({strName.c_str(), 0});
+    }
+    return columns;
 }
 
 // Every counter that moved.
@@ -73,12 +95,15 @@ private:
     bool IsWhole() const { return m_Follower.GetTypesReceived() == c_unWholeImage; }
     void SendChanges();
     void LookForChanges();
-    void PrintLiveLine(bool bLast);
+    void PrintRow(bool bLast);
     int Finish();
 
     const stOptions& m_Options;
     CBMAContainer m_Image;
-    CImageFollower m_Follower;
+    CStateFollower m_Follower;
+    CTable m_Table{RowColumns()};
+    bool m_bHeadPrinted = false;
+    std::string m_strSender;
     std::vector<stTrackedChange> m_Changes;
     tSteadyClock::time_point m_Start;
     tSteadyClock::time_point m_LastUpdate = {};
@@ -152,14 +177,33 @@ bool CFollow::IsOver() const
 }
 
 // In place on a terminal, a line of its own into a pipe.
-void CFollow::PrintLiveLine(bool bLast)
+void CFollow::PrintRow(bool bLast)
 {
+    RySocketIO::CIPString sender;
+    if (m_Follower.GetLastSender(sender))
+    {
+        m_strSender = sender.Text();
+    }
     m_lTimeouts += m_Follower.GetMCTimeouts();
-    std::printf("%s%6.2f s  surface %s  rotary %s  time-outs %ld  check %s%s", IsTerminal() ? "\r\033[K" : "",
-                SecondsSince(m_Start), PeriodText(m_Follower.GetSurfUpdatePeriod()).c_str(),
-                PeriodText(m_Follower.GetRotsUpdatePeriod()).c_str(), m_lTimeouts,
-                CheckWordText(m_Image).c_str(), IsTerminal() && !bLast ? "" : "\n");
-    std::fflush(stdout);
+    std::vector<CCell> row = {CCell::Time(TimeNow()),
+                              m_strSender,
+                              PeriodCell(m_Follower.GetSurfUpdatePeriod()),
+                              PeriodCell(m_Follower.GetRotsUpdatePeriod()),
+                              m_lTimeouts,
+                              CheckWordText(m_Image),
+                              m_Follower.StatesText()};
+    for (int nType = 0; nType < c_nMessageTypes; ++nType)
+    {
+        const tagenPPCMessageType enType = static_cast<tagenPPCMessageType>(nType);
+        row.emplace_back(TypeStateText(m_Follower.GetState(enType)));
+        row.push_back(m_Follower.GetAge(enType) < 0 ? CCell() : CCell(m_Follower.GetAge(enType), 3));
+    }
+    if (!m_bHeadPrinted)
+    {
+        m_Table.PrintHead();
+        m_bHeadPrinted = true;
+    }
+    m_Table.Print(row, IsTerminal() && !bLast);
 }
 
 void CFollow::Loop()
@@ -175,7 +219,7 @@ void CFollow::Loop()
         }
         if (dNow >= m_dNextLine)
         {
-            PrintLiveLine(false);
+            PrintRow(false);
             m_dNextLine += 1;
         }
         SleepUntil(next);
@@ -184,7 +228,7 @@ void CFollow::Loop()
 
 int CFollow::Finish()
 {
-    PrintLiveLine(true);
+    PrintRow(true);
     Line("client: %s updates applied, %ld bad ones, %u datagrams dropped by the kernel",
          Grouped(m_Follower.GetUpdatesApplied()).c_str(), m_lErrors, m_Follower.GetSocketStatistics().unKernelDrops);
     if (m_Options.bStatistics)
@@ -261,6 +305,7 @@ void AddFollow(CLI::App& app, int& nStatus)
         ->take_all()
         ->allow_extra_args(false);
     pCommand->add_option("--save", pOptions->strSave, "Write the image to this file at the end");
+    AddFormatOption(*pCommand);
     pCommand->add_flag("--statistics", pOptions->bStatistics, "At the end, say what came and what became of it");
     pCommand->callback(
         [pOptions, &nStatus]

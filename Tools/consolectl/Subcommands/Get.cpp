@@ -1,7 +1,7 @@
-// consolectl get: reads parameters of the MC.
-#include "Network/Client.h"
+// consolectl get: reads parameters of the MC, or of another image.
+#include "Images/Cells.h"
+#include "Network/ImageSource.h"
 #include "Subcommands/Subcommands.h"
-#include "Terminal/Common.h"
 
 #include <CLI/CLI.hpp>
 
@@ -13,30 +13,39 @@ namespace
 struct stOptions
 {
     stClientOptions client;
+    std::string strSource = "mc";
     std::vector<std::string> addresses;
 };
 
 int Get(const stOptions& options)
 {
-    std::vector<stPattern> patterns;
+    std::vector<stPattern> patterns = ParsePatterns(options.addresses);
     unsigned int unTypes = 0;
-    for (const std::string& strAddress : options.addresses)
+    for (const stPattern& pattern : patterns)
     {
-        patterns.push_back(ParsePattern(strAddress));
-        for (int nType = patterns.back().types.nFirst; nType <= patterns.back().types.nLast; ++nType)
-        {
-            unTypes |= 1u << nType;
-        }
+        unTypes |= TypesOf(pattern);
     }
-    const auto pClient = std::make_unique<CClient>(options.client);
-    const int nStatus = pClient->Open(unTypes);
-    for (std::size_t unPattern = 0; nStatus == enExitDone && unPattern < patterns.size(); ++unPattern)
+    stNamedImage named;
+    const int nStatus = LoadNamedImage(options.strSource, options.client, named, unTypes);
+    if (nStatus != enExitDone)
     {
-        ForEachParameter(
-            patterns[unPattern], [&](const stAddress& address)
-            { Line("%-28s  %s", AddressText(address).c_str(), ValueText(address, ReadValue(pClient->Image(), address)).c_str()); });
+        return nStatus;
     }
-    return nStatus;
+    CTable table({{"time", 12}, {"sender", 15}, {"address", 26}, {"name", 18}, {"value", 1}});
+    const CCell now = CCell::Time(TimeNow());
+    for (const stPattern& pattern : patterns)
+    {
+        ForEachParameter(pattern,
+                         [&](const stAddress& address)
+                         {
+                             if (named.Holds(address))
+                             {
+                                 table.Print({now, named.strSender, AddressText(address), NameText(*named.pImage, address),
+                                              ValueCell(address, ReadValue(*named.pImage, address))});
+                             }
+                         });
+    }
+    return enExitDone;
 }
 
 } // namespace
@@ -44,12 +53,16 @@ int Get(const stOptions& options)
 void AddGet(CLI::App& app, int& nStatus)
 {
     const auto pOptions = std::make_shared<stOptions>();
-    CLI::App* pCommand = app.add_subcommand("get", "Show parameters of the MC, a line each: address and value");
+    CLI::App* pCommand = app.add_subcommand("get", "Show parameters of the MC, or of another image, a line each");
     AddClientOptions(*pCommand, pOptions->client);
+    AddFormatOption(*pCommand);
+    pCommand->add_option("--from", pOptions->strSource, std::string("The image: ") + c_szImageSources)->capture_default_str();
     pCommand
         ->add_option("ADDRESS", pOptions->addresses,
-                     "Such as MicInput/12/Fader/0; each part may be \"*\", path and parameter a range (0-9)")
+                     "Such as MicInput/12/Fader/0 or MicInput/12/Name; each part may be '*', path and parameter a range (0-9)")
         ->required();
+    pCommand->footer("consolectl get 'MicInput/*/Name'\n"
+                     "consolectl get MicInput/12/Fader --from FILE.pcap@3.5");
     pCommand->callback(
         [pOptions, &nStatus]
         {

@@ -57,9 +57,18 @@ int Record(const stOptions& options)
         return Fail(strError);
     }
     const stTrafficLoss loss = pTraffic->GetLoss();
-    Line("%s: %s datagrams in %.2f s, %u dropped by the kernel; the image they lead to is %s, check word %s", options.strFile.c_str(),
-         Grouped(writer.GetDatagrams()).c_str(), SecondsSince(start), loss.unKernel + loss.unSize,
-         pShadow->IsWhole() ? "whole" : "not whole", CheckWordText(pShadow->Image()).c_str());
+    const char* const szImage = pShadow->IsWhole() ? "whole" : "not whole";
+    const std::string strCheckWord = CheckWordText(pShadow->Image());
+    PrintResult(Format("%s: %s datagrams in %.2f s, %u dropped by the kernel; the image they lead to is %s, check word %s",
+                       options.strFile.c_str(), Grouped(writer.GetDatagrams()).c_str(), SecondsSince(start),
+                       loss.unKernel + loss.unSize, szImage, strCheckWord.c_str()),
+                {{"time", CCell::Time(TimeNow())},
+                 {"sender", pShadow->GetMC().AddressText()},
+                 {"file", options.strFile},
+                 {"datagrams", writer.GetDatagrams()},
+                 {"dropped", loss.unKernel + loss.unSize},
+                 {"image", szImage},
+                 {"check_word", strCheckWord}});
     return options.limits.Status(writer.GetDatagrams(), "datagrams");
 }
 

@@ -56,7 +56,7 @@ private:
     RySocketIO::CSocket m_Socket;
     std::unique_ptr<CShadow> m_pShadow;
     tSteadyClock::time_point m_Start;
-    std::int64_t m_nFirst = 0; // time of the first datagram
+    std::int64_t m_nFirst = 0;     // time of the first datagram
     std::uint32_t m_unIdShift = 0; // a loop goes on where the numbers of the one before ended
     std::uint32_t m_unLastId = 0;
     std::uint32_t m_unFirstId = 0;
@@ -129,9 +129,17 @@ bool CReplay::PlayOnce(CCaptureFile& capture)
 int CReplay::Judge(const CCaptureFile& capture)
 {
     CBMAContainer& image = m_pShadow->Image();
-    Line("%s: %s datagrams, %s sent; the image they lead to is %s, check word %s", m_Options.strFile.c_str(),
-         Grouped(m_lRead).c_str(), Grouped(m_lSent).c_str(), m_pShadow->IsWhole() ? "whole" : "not whole",
-         CheckWordText(image).c_str());
+    const char* const szImage = m_pShadow->IsWhole() ? "whole" : "not whole";
+    const std::string strCheckWord = CheckWordText(image);
+    PrintResult(Format("%s: %s datagrams, %s sent; the image they lead to is %s, check word %s", m_Options.strFile.c_str(),
+                       Grouped(m_lRead).c_str(), Grouped(m_lSent).c_str(), szImage, strCheckWord.c_str()),
+                {{"time", CCell::Time(TimeNow())},
+                 {"sender", m_pShadow->GetMC().AddressText()},
+                 {"file", m_Options.strFile},
+                 {"datagrams", m_lRead},
+                 {"sent", m_lSent},
+                 {"image", szImage},
+                 {"check_word", strCheckWord}});
     const std::string strError = m_Options.strSave.empty() ? std::string() : SaveImage(image, m_Options.strSave);
     if (!strError.empty())
     {
@@ -144,8 +152,9 @@ int CReplay::Judge(const CCaptureFile& capture)
     const stCaptureEnd* const pEnd = capture.GetEnd();
     if (pEnd == nullptr)
     {
-        return Fail(m_Options.strFile + (capture.GetError().empty() ? " has no end of a recording: broken off, or made by another tool"
-                                                                    : " was broken off: " + capture.GetError()));
+        return Fail(m_Options.strFile + (capture.GetError().empty()
+                                             ? " has no end of a recording: broken off, or made by another tool"
+                                             : " was broken off: " + capture.GetError()));
     }
     std::uint32_t aunCheckWords[c_nMessageTypes];
     ReadCheckWords(image, aunCheckWords);

@@ -1,7 +1,7 @@
 // consolectl set: changes parameters at the MC.
 #include "Network/Client.h"
 #include "Subcommands/Subcommands.h"
-#include "Terminal/Common.h"
+#include "Terminal/Output.h"
 
 #include <CLI/CLI.hpp>
 
@@ -68,15 +68,23 @@ int Set(const stOptions& options)
     {
         return nStatus;
     }
-    if (changes.size() == 1)
-    {
-        Line("%s  %s -> %s, back from the MC after %.1f ms", AddressText(changes[0].address).c_str(), strBefore.c_str(),
-             Styled(enGood, ValueText(changes[0].address, changes[0].value)).c_str(), SecondsSince(start) * 1000);
-        return enExitDone;
-    }
-    Line("%s parameters: %s changes sent, all back from the MC after %.1f ms%s", Grouped(static_cast<long>(changes.size())).c_str(),
-         Grouped(pClient->GetSent()).c_str(), SecondsSince(start) * 1000,
-         pClient->GetResent() == 0 ? "" : Format(" (%s sent again)", Grouped(pClient->GetResent()).c_str()).c_str());
+    const double dMilliseconds = SecondsSince(start) * 1000;
+    const bool bOne = changes.size() == 1;
+    const std::string strResent =
+        pClient->GetResent() == 0 ? "" : Format(" (%s sent again)", Grouped(pClient->GetResent()).c_str());
+    PrintResult(bOne ? Format("%s  %s -> %s, back from the MC after %.1f ms", AddressText(changes[0].address).c_str(),
+                              strBefore.c_str(), Styled(enGood, ValueText(changes[0].address, changes[0].value)).c_str(),
+                              dMilliseconds)
+                     : Format("%s parameters: %s changes sent, all back from the MC after %.1f ms%s",
+                              Grouped(static_cast<long>(changes.size())).c_str(), Grouped(pClient->GetSent()).c_str(),
+                              dMilliseconds, strResent.c_str()),
+                {{"time", CCell::Time(TimeNow())},
+                 {"sender", pClient->Sender()},
+                 {"address", bOne ? CCell(AddressText(changes[0].address)) : CCell()},
+                 {"parameters", static_cast<long>(changes.size())},
+                 {"sent", pClient->GetSent()},
+                 {"resent", pClient->GetResent()},
+                 {"milliseconds", {dMilliseconds, 1}}});
     return enExitDone;
 }
 
@@ -90,6 +98,7 @@ void AddSet(CLI::App& app, int& nStatus)
         "Change parameters at the MC, and wait until its updates show them. A burst goes out in as few datagrams as it fits in");
     AddClientOptions(*pCommand, pOptions->client);
     AddDirectOption(*pCommand, pOptions->client);
+    AddFormatOption(*pCommand);
     // Taken as they are: the parser would read values such as -x and [x] its own way.
     pCommand->allow_extras();
     pCommand->footer(

@@ -1,8 +1,8 @@
 // consolectl verify: are two images the same?
-#include "Images/Address.h"
-#include "Images/ImageFile.h"
+#include "Images/Cells.h"
+#include "Images/Difference.h"
+#include "Network/ImageSource.h"
 #include "Subcommands/Subcommands.h"
-#include "Terminal/Common.h"
 
 #include <CLI/CLI.hpp>
 
@@ -11,80 +11,83 @@
 namespace
 {
 
-constexpr int c_nShown = 10;
-
 struct stOptions
 {
-    std::string strFileA;
-    std::string strFileB;
+    stClientOptions client;
+    std::string strA;
+    std::string strB;
+    int nCount = 10;
 };
 
-struct stComparison
+// Every byte is compared, whatever the check words say: changes that cancel out leave them equal.
+std::vector<stAddress> Compare(const stNamedImage& a, const stNamedImage& b)
 {
-    int anSame[c_nMessageTypes] = {};
-    int nDifferent = 0;
-};
-
-stComparison Compare(const CBMAContainer& imageA, const CBMAContainer& imageB)
-{
-    stComparison result;
-    ForEachParameter(c_EveryParameter,
-                     [&](const stAddress& address)
-                     {
-                         const stValue a = ReadValue(imageA, address);
-                         const stValue b = ReadValue(imageB, address);
-                         if (SameValue(address, a, b))
-                         {
-                             ++result.anSame[address.enType];
-                         }
-                         else if (++result.nDifferent <= c_nShown)
-                         {
-                             Line("%s  %s  %s | %s", Styled(enBad, "differs").c_str(), AddressText(address).c_str(),
-                                  ValueText(address, a).c_str(), ValueText(address, b).c_str());
-                         }
-                     });
-    if (result.nDifferent > c_nShown)
-    {
-        Line("... and %s more", Grouped(result.nDifferent - c_nShown).c_str());
-    }
-    return result;
+    std::vector<stAddress> different = FindDifferences(*a.pImage, *b.pImage);
+    const auto isLeftOut = [&](const stAddress& address) { return !a.Holds(address) || !b.Holds(address); };
+    different.erase(std::remove_if(different.begin(), different.end(), isLeftOut), different.end());
+    return different;
 }
 
-// True when every parameter and every check word is the same.
-bool PrintTable(const stComparison& result, const CBMAContainer& imageA, const CBMAContainer& imageB)
+void PrintDifferences(const stOptions& options, const std::vector<stAddress>& different, const stNamedImage& a,
+                      const stNamedImage& b)
 {
-    bool bSame = true;
-    int nSame = 0;
+    CShortTable table(options.nCount,
+                      {{"time", 0}, {"sender", 0}, {"verdict", 7}, {"address", 26}, {"name", 18}, {"a", 14}, {"b", 1}});
+    const CCell now = CCell::Time(TimeNow());
+    for (const stAddress& address : different)
+    {
+        table.Print({now, a.strSender.empty() ? b.strSender : a.strSender, CCell(enBad, "differs"), AddressText(address),
+                     NameText(*a.pImage, address), ValueCell(address, ReadValue(*a.pImage, address)),
+                     ValueCell(address, ReadValue(*b.pImage, address))});
+    }
+}
+
+// A show's check words are those of parameters that it doesn't hold, too: they say nothing.
+void PrintTypes(const std::vector<stAddress>& different, const stNamedImage& a, const stNamedImage& b)
+{
+    const bool bShow = a.bShow || b.bShow;
+    int anCompared[c_nMessageTypes] = {};
+    int anDifferent[c_nMessageTypes] = {};
+    ForEachParameter(c_EveryParameter,
+                     [&](const stAddress& address) { anCompared[address.enType] += a.Holds(address) && b.Holds(address) ? 1 : 0; });
+    for (const stAddress& address : different)
+    {
+        ++anDifferent[address.enType];
+    }
+    std::uint32_t aunA[c_nMessageTypes];
+    std::uint32_t aunB[c_nMessageTypes];
+    ReadCheckWords(*a.pImage, aunA);
+    ReadCheckWords(*b.pImage, aunB);
     Line("%s",
          Styled(enStrong, Format("%-10s %12s %12s   %-10s %-10s", "type", "parameters", "in step", "check A", "check B")).c_str());
+    int nCompared = 0;
     for (int nType = 0; nType < c_nMessageTypes; ++nType)
     {
-        const tagenPPCMessageType enType = static_cast<tagenPPCMessageType>(nType);
-        const bool bRow = result.anSame[nType] == canParameterCounts[nType] && imageA.GetXorVal(enType) == imageB.GetXorVal(enType);
-        Line("%-10s %12s %12s   %08x   %08x   %s", caMessageTypeNames[nType], Grouped(canParameterCounts[nType]).c_str(),
-             Grouped(result.anSame[nType]).c_str(), imageA.GetXorVal(enType), imageB.GetXorVal(enType),
-             bRow ? Styled(enGood, "in step").c_str() : Styled(enBad, "NOT in step").c_str());
-        bSame = bSame && bRow;
-        nSame += result.anSame[nType];
+        const bool bSame = anDifferent[nType] == 0 && (bShow || aunA[nType] == aunB[nType]);
+        const std::string strBad = aunA[nType] == aunB[nType] ? "NOT in step, though the check words are equal" : "NOT in step";
+        Line("%-10s %12s %12s   %-10s %-10s %s", caMessageTypeNames[nType], Grouped(anCompared[nType]).c_str(),
+             Grouped(anCompared[nType] - anDifferent[nType]).c_str(), bShow ? "" : Format("%08x", aunA[nType]).c_str(),
+             bShow ? "" : Format("%08x", aunB[nType]).c_str(),
+             bSame ? Styled(enGood, "in step").c_str() : Styled(enBad, strBad).c_str());
+        nCompared += anCompared[nType];
     }
-    Line("%-10s %12s %12s", "all", Grouped(c_nParameters).c_str(), Grouped(nSame).c_str());
-    return bSame;
+    Line("%-10s %12s %12s", "all", Grouped(nCompared).c_str(), Grouped(nCompared - static_cast<int>(different.size())).c_str());
 }
 
 int Verify(const stOptions& options)
 {
-    const auto pImageA = std::make_unique<CBMAContainer>();
-    const auto pImageB = std::make_unique<CBMAContainer>();
-    for (const std::string& strError : {LoadImage(options.strFileA, *pImageA), LoadImage(options.strFileB, *pImageB)})
+    stNamedImage a;
+    stNamedImage b;
+    int nStatus = LoadNamedImage(options.strA, options.client, a);
+    nStatus = nStatus == enExitDone ? LoadNamedImage(options.strB, options.client, b) : nStatus;
+    if (nStatus != enExitDone)
     {
-        if (!strError.empty())
-        {
-            return Fail(strError);
-        }
+        return nStatus;
     }
-    pImageA->UpdateXors();
-    pImageB->UpdateXors();
-    return PrintTable(Compare(*pImageA, *pImageB), *pImageA, *pImageB) ? enExitDone : enExitFailed;
+    const std::vector<stAddress> different = Compare(a, b);
+    PrintDifferences(options, different, a, b);
+    PrintTypes(different, a, b);
+    return different.empty() ? enExitDone : enExitFailed;
 }
 
 } // namespace
@@ -93,8 +96,22 @@ void AddVerify(CLI::App& app, int& nStatus)
 {
     const auto pOptions = std::make_shared<stOptions>();
     CLI::App* pCommand = app.add_subcommand(
-        "verify", "Compare two images that mc or follow saved, parameter by parameter; exit status 1 when they differ");
-    pCommand->add_option("A", pOptions->strFileA, "First image file")->required()->check(CLI::ExistingFile);
-    pCommand->add_option("B", pOptions->strFileB, "Second image file")->required()->check(CLI::ExistingFile);
-    pCommand->callback([pOptions, &nStatus] { nStatus = Verify(*pOptions); });
+        "verify",
+        "Are two images the same? Check words, then every byte; what differs by address and name; exit status 1 when they do");
+    AddClientOptions(*pCommand, pOptions->client);
+    AddFormatOption(*pCommand);
+    pCommand->add_option("--count", pOptions->nCount, "Show so many differences; 0: all")
+        ->check(CLI::Range(0, c_nParameters))
+        ->capture_default_str();
+    pCommand->add_option("A", pOptions->strA, std::string("An image: ") + c_szImageSources)->required();
+    pCommand->add_option("B", pOptions->strB, "The other one")->required();
+    pCommand->footer("consolectl verify mc FILE.pcap\n"
+                     "consolectl verify FILE.pcap@2 FILE.pcap@3\n"
+                     "consolectl verify mc SHOWS:Monday");
+    pCommand->callback(
+        [pOptions, &nStatus]
+        {
+            CatchStopSignals();
+            nStatus = Verify(*pOptions);
+        });
 }

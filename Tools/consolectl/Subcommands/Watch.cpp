@@ -1,8 +1,8 @@
 // consolectl watch: each change of the parameters that somebody asks about.
+#include "Images/Cells.h"
 #include "Network/Shadow.h"
 #include "Subcommands/Subcommands.h"
 #include "Terminal/Arguments.h"
-#include "Terminal/Output.h"
 
 #include <CLI/CLI.hpp>
 
@@ -21,11 +21,6 @@ struct stOptions
     std::vector<std::string> patterns;
 };
 
-CCell ValueCell(const stAddress& address, const stValue& value)
-{
-    return address.enType == enString ? CCell(value.strValue.Text()) : CCell::Number(ValueText(address, value));
-}
-
 void PrintChange(CTable& table, const CBMAContainer& image, const stImageChange& change)
 {
     const stAddress& address = change.address;
@@ -36,8 +31,7 @@ void PrintChange(CTable& table, const CBMAContainer& image, const stImageChange&
 
 int Watch(const stOptions& options)
 {
-    std::vector<stPattern> patterns(options.patterns.size());
-    std::transform(options.patterns.begin(), options.patterns.end(), patterns.begin(), ParsePattern);
+    std::vector<stPattern> patterns = ParsePatterns(options.patterns);
     const std::unique_ptr<CTraffic> pTraffic = OpenTraffic(options.traffic);
     if (pTraffic == nullptr)
     {
@@ -81,8 +75,8 @@ int Watch(const stOptions& options)
 void AddWatch(CLI::App& app, int& nStatus)
 {
     const auto pOptions = std::make_shared<stOptions>();
-    CLI::App* pCommand =
-        app.add_subcommand("watch", "Show each change of parameters: when, who sent it, old and new value, and who had asked for it");
+    CLI::App* pCommand = app.add_subcommand(
+        "watch", "Show each change of parameters: when, who sent it, old and new value, and who had asked for it");
     AddTrafficOptions(*pCommand, pOptions->traffic);
     AddLimitOptions(*pCommand, pOptions->limits, "changes");
     AddFormatOption(*pCommand);

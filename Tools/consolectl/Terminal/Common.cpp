@@ -84,6 +84,11 @@ void SleepUntil(tSteadyClock::time_point time)
     }
 }
 
+void SleepSeconds(double dSeconds)
+{
+    SleepUntil(tSteadyClock::now() + std::chrono::duration_cast<tSteadyClock::duration>(std::chrono::duration<double>(dSeconds)));
+}
+
 std::string Styled(enTextStyle enStyle, const std::string& strText)
 {
     static const char* const caCodes[] = {"", "\033[32m", "\033[31m", "\033[1m", "\033[2m"};
@@ -130,6 +135,12 @@ void Line(const char* szFormat, ...)
     std::fprintf(pOutput, "%s%s\n", IsTerminal() && !g_bNotesAside ? "\r\033[K" : "", FormatList(szFormat, arguments).c_str());
     va_end(arguments);
     std::fflush(pOutput);
+}
+
+void LiveLine(const std::string& strText)
+{
+    std::printf("\r\033[K%s", strText.c_str());
+    std::fflush(stdout);
 }
 
 std::string Grouped(long lNumber)

@@ -33,6 +33,7 @@ double SecondsSince(tSteadyClock::time_point start);
 
 // Sleeps until then, or until a signal.
 void SleepUntil(tSteadyClock::time_point time);
+void SleepSeconds(double dSeconds);
 
 enum enTextStyle
 {
@@ -56,6 +57,9 @@ std::string Format(const char* szFormat, ...) __attribute__((format(printf, 1, 2
 // One line on standard output, at once; on a terminal it takes the place of a live line. Set aside, notes go to standard error.
 void SendNotesAside(bool bAside);
 void Line(const char* szFormat, ...) __attribute__((format(printf, 1, 2)));
+
+// On a terminal: a line that the next one takes the place of.
+void LiveLine(const std::string& strText);
 
 // "241,339".
 std::string Grouped(long lNumber);

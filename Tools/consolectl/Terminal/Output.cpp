@@ -98,6 +98,13 @@ CCell::CCell(double dNumber, int nDecimals)
 {
 }
 
+CCell CCell::Text(const std::string& strPeople, const std::string& strPrograms)
+{
+    CCell cell(strPeople);
+    cell.m_strMachine = strPrograms;
+    return cell;
+}
+
 CCell CCell::Number(const std::string& strNumber)
 {
     CCell cell(strNumber);
@@ -142,11 +149,11 @@ void CTable::PrintHead()
     }
 }
 
-void CTable::Print(const std::vector<CCell>& row)
+void CTable::Print(const std::vector<CCell>& row, bool bLive)
 {
     if (g_enFormat == enFormatText)
     {
-        Line("%s", TextLine(row).c_str());
+        bLive ? LiveLine(TextLine(row)) : Line("%s", TextLine(row).c_str());
         return;
     }
     std::string strText;
@@ -207,14 +214,46 @@ std::string CTable::JsonLine(const std::vector<CCell>& row) const
     return strLine + "}";
 }
 
+CShortTable::~CShortTable()
+{
+    if (m_nMost > 0 && m_nRows > m_nMost)
+    {
+        Line("... and %s more; --count 0 shows all", Grouped(m_nRows - m_nMost).c_str());
+    }
+}
+
+void CShortTable::Print(const std::vector<CCell>& row)
+{
+    if (++m_nRows <= m_nMost || m_nMost == 0)
+    {
+        m_Table.Print(row);
+    }
+}
+
+void PrintResult(const std::string& strText, const std::vector<std::pair<const char*, CCell>>& row)
+{
+    if (g_enFormat == enFormatText)
+    {
+        Line("%s", strText.c_str());
+        return;
+    }
+    std::vector<stColumn> columns;
+    std::vector<CCell> cells;
+    for (const auto& named : row)
+    {
+        columns.push_back({named.first, 1});
+        cells.push_back(named.second);
+    }
+    CTable(columns).Print(cells);
+}
+
 CProgress::CProgress(const std::string& strWhat, long lAll) : m_strWhat(strWhat), m_lAll(std::max(lAll, 1L)) {}
 
 CProgress::~CProgress()
 {
     if (m_bShown)
     {
-        std::printf("\r\033[K");
-        std::fflush(stdout);
+        LiveLine("");
     }
 }
 
@@ -235,6 +274,5 @@ void CProgress::Show(long lDone)
     {
         strBar += nPlace < nFull ? "█" : "░";
     }
-    std::printf("\r\033[K%s %s %3.0f %%", m_strWhat.c_str(), strBar.c_str(), dShare * 100);
-    std::fflush(stdout);
+    LiveLine(Format("%s %s %3.0f %%", m_strWhat.c_str(), strBar.c_str(), dShare * 100));
 }

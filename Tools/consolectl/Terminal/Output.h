@@ -5,6 +5,7 @@
 
 #include <cstdint>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace CLI
@@ -42,7 +43,8 @@ public:
     CCell(unsigned int unNumber);
     CCell(double dNumber, int nDecimals);
 
-    // A number as it is written.
+    // Another text for people than for programs; a number as it is written.
+    static CCell Text(const std::string& strPeople, const std::string& strPrograms);
     static CCell Number(const std::string& strNumber);
 
     // The same in a style.
@@ -69,7 +71,8 @@ public:
 
     // The names over the columns, in text alone.
     void PrintHead();
-    void Print(const std::vector<CCell>& row);
+    // Live: the next line on the terminal takes its place.
+    void Print(const std::vector<CCell>& row, bool bLive = false);
 
 private:
     std::string TextLine(const std::vector<CCell>& row) const;
@@ -78,6 +81,26 @@ private:
     const std::vector<stColumn> m_Columns;
     bool m_bNamed = false;
 };
+
+// The first rows, as many as were asked for (0: all). Says in the end how many there are beside them.
+class CShortTable
+{
+public:
+    CShortTable(int nMost, std::vector<stColumn> columns) : m_nMost(nMost), m_Table(std::move(columns)) {}
+    ~CShortTable();
+    CShortTable(const CShortTable&) = delete;
+    CShortTable& operator=(const CShortTable&) = delete;
+
+    void Print(const std::vector<CCell>& row);
+
+private:
+    const int m_nMost;
+    int m_nRows = 0;
+    CTable m_Table;
+};
+
+// What a command came to: a line for people, a row for programs.
+void PrintResult(const std::string& strText, const std::vector<std::pair<const char*, CCell>>& row);
 
 // How far long work has come: a bar on a terminal, nothing elsewhere. Gone when it ends.
 class CProgress

@@ -1,0 +1,179 @@
+// consolectl send: changes at a rate, to see what a console makes of them.
+#include "Images/Address.h"
+#include "Network/Client.h"
+#include "Subcommands/Subcommands.h"
+#include "Terminal/Arguments.h"
+#include "Terminal/Output.h"
+
+#include <CLI/CLI.hpp>
+
+#include <cmath>
+#include <fstream>
+#include <memory>
+
+namespace
+{
+
+constexpr double c_dLongestSleep = 0.05;
+constexpr double c_dRound = 0.001; // changes that are due within it leave together
+
+struct stOptions
+{
+    stMulticastLink link;
+    std::string strAddress;
+    double dFrom = 0;
+    double dTo = 0;
+    std::string strScript;
+    double dRate = 1000;
+    int nCount = 0;
+};
+
+struct stTimedChange
+{
+    double dSeconds;
+    stChange change;
+};
+
+// The ramp's value of a step, as far as its type can take it.
+stValue RampValue(tagenPPCMessageType enType, double dValue)
+{
+    stValue value;
+    value.fValue = static_cast<float>(dValue);
+    value.nValue = static_cast<int>(std::lround(std::clamp(dValue, -2147483648.0, 2147483647.0)));
+    value.nValue = enType == enSwitch ? std::clamp(value.nValue, 0, 1) : value.nValue;
+    return value;
+}
+
+// Each step of the ramp goes to one parameter, in turn.
+std::vector<stTimedChange> MakeRamp(const stOptions& options)
+{
+    std::vector<stAddress> addresses;
+    ForEachParameter(ParsePattern(options.strAddress), [&](const stAddress& address) { addresses.push_back(address); });
+    for (const stAddress& address : addresses)
+    {
+        if (address.enType == enString || address.enType == enMeter)
+        {
+            throw stWrongUse("ADDRESS", AddressText(address) + " takes no numbers from clients: --script sends texts");
+        }
+    }
+    const std::size_t unCount = options.nCount > 0 ? std::size_t(options.nCount) : addresses.size();
+    std::vector<stTimedChange> changes;
+    for (std::size_t unStep = 0; unStep < unCount; ++unStep)
+    {
+        const stAddress& address = addresses[unStep % addresses.size()];
+        const double dShare = unCount < 2 ? 1 : static_cast<double>(unStep) / static_cast<double>(unCount - 1);
+        changes.push_back({options.dRate > 0 ? static_cast<double>(unStep) / options.dRate : 0,
+                           {address, RampValue(address.enType, options.dFrom + (options.dTo - options.dFrom) * dShare)}});
+    }
+    return changes;
+}
+
+// "SECONDS ADDRESS VALUE" a line; empty lines and those that begin with # are passed over.
+std::vector<stTimedChange> ReadScript(const std::string& strFile)
+{
+    std::ifstream file(strFile);
+    if (!file)
+    {
+        throw stWrongUse("--script", strFile + " can't be read");
+    }
+    std::vector<stTimedChange> changes;
+    std::string strLine;
+    for (int nLine = 1; std::getline(file, strLine); ++nLine)
+    {
+        if (strLine.empty() || strLine[0] == '#')
+        {
+            continue;
+        }
+        const std::size_t unAddress = strLine.find(' ');
+        const std::size_t unValue = unAddress == std::string::npos ? unAddress : strLine.find(' ', unAddress + 1);
+        double dSeconds = 0;
+        if (unValue == std::string::npos || !CLI::detail::lexical_cast(strLine.substr(0, unAddress), dSeconds) ||
+            !(dSeconds >= 0 && dSeconds <= 86400) || (!changes.empty() && dSeconds < changes.back().dSeconds))
+        {
+            throw stWrongUse("--script", Format("line %d is no SECONDS ADDRESS VALUE with a time after the one before", nLine));
+        }
+        changes.push_back(
+            {dSeconds, ParseChange(strLine.substr(unAddress + 1, unValue - unAddress - 1) + "=" + strLine.substr(unValue + 1))});
+    }
+    return changes;
+}
+
+int Send(const stOptions& options)
+{
+    if (options.strAddress.empty() == options.strScript.empty())
+    {
+        throw stWrongUse("send", "it takes an ADDRESS or a --script, one of them");
+    }
+    const std::vector<stTimedChange> changes = options.strScript.empty() ? MakeRamp(options) : ReadScript(options.strScript);
+    const auto pHandler = std::make_unique<CClientMsgHandler>(false);
+    pHandler->SetRemoteAddress(c_szPPCGroup, 0, int(c_unPPCPort));
+    if (!pHandler->InitialiseClient(0, nullptr, nullptr, options.link.strInterface.c_str()) && pHandler->GetLocalPort() == 0)
+    {
+        return Fail("the network can't be had: " + LinkText(options.link));
+    }
+    Line("changes to %s", LinkText(options.link).c_str());
+    const tSteadyClock::time_point start = tSteadyClock::now();
+    std::size_t unSent = 0;
+    bool bSent = true;
+    CProgress progress("send", static_cast<long>(changes.size()));
+    while (unSent < changes.size() && bSent && !StopRequested())
+    {
+        const double dNow = SecondsSince(start);
+        const double dDue = changes[unSent].dSeconds;
+        if (dDue > dNow)
+        {
+            SleepSeconds(std::min(std::max(dDue - dNow, c_dRound), c_dLongestSleep));
+            continue;
+        }
+        for (std::size_t unBegin = unSent;
+             unSent < changes.size() && changes[unSent].dSeconds <= dNow && unSent - unBegin < c_unChangesAtOnce; ++unSent)
+        {
+            QueueChange(*pHandler, changes[unSent].change);
+        }
+        bSent = pHandler->SendAll();
+        progress.Show(static_cast<long>(unSent));
+    }
+    pHandler->Shutdown();
+    if (!bSent)
+    {
+        return Fail("nothing can be sent: " + LinkText(options.link));
+    }
+    const double dSeconds = SecondsSince(start);
+    PrintResult(Format("%s changes sent in %.3f s", Grouped(static_cast<long>(unSent)).c_str(), dSeconds),
+                {{"time", CCell::Time(TimeNow())}, {"changes", static_cast<long>(unSent)}, {"seconds", {dSeconds, 3}}});
+    return enExitDone;
+}
+
+} // namespace
+
+void AddSend(CLI::App& app, int& nStatus)
+{
+    const auto pOptions = std::make_shared<stOptions>();
+    pOptions->link.strGroup = c_szPPCGroup;
+    pOptions->link.unPort = c_unPPCPort;
+    CLI::App* pCommand =
+        app.add_subcommand("send", "Send a burst, a ramp or a script of changes at a rate, and don't wait for the MC to show them");
+    AddInterfaceOption(*pCommand, pOptions->link);
+    AddFormatOption(*pCommand);
+    pCommand->add_option("--from", pOptions->dFrom, "The ramp's first value")->check(Between(-1e9, 1e9))->capture_default_str();
+    pCommand->add_option("--to", pOptions->dTo, "The ramp's last value")->check(Between(-1e9, 1e9))->capture_default_str();
+    pCommand->add_option("--rate", pOptions->dRate, "Changes a second; 0: all at once")
+        ->check(Between(0, 1e7))
+        ->capture_default_str();
+    pCommand->add_option("--count", pOptions->nCount, "Changes in all; 0: one for each parameter")
+        ->check(CLI::Range(0, 10000000))
+        ->capture_default_str();
+    pCommand->add_option("--script", pOptions->strScript, "Send what this file says: SECONDS ADDRESS VALUE a line")
+        ->type_name("FILE");
+    pCommand->add_option("ADDRESS", pOptions->strAddress, "The parameters that take the ramp's steps in turn");
+    pCommand->footer(
+        "consolectl send MicInput/12/Fader --from -60 --to 0 --count 100 --rate 50\n"
+        "consolectl send 'MicInput/*/Rotary/*' --to 0.5 --rate 0\n"
+        "printf '0 MicInput/0/Name Lead Vocal\\n0.5 MicInput/0/Fader -6.5\\n' >SCRIPT; consolectl send --script SCRIPT");
+    pCommand->callback(
+        [pOptions, &nStatus]
+        {
+            CatchStopSignals();
+            nStatus = Send(*pOptions);
+        });
+}

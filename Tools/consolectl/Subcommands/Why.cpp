@@ -1,0 +1,137 @@
+// consolectl why: every write to one parameter.
+#include "Images/Cells.h"
+#include "Network/Shadow.h"
+#include "Subcommands/Subcommands.h"
+#include "Terminal/Arguments.h"
+
+#include <CLI/CLI.hpp>
+
+#include <memory>
+
+namespace
+{
+
+constexpr double c_dLongestWait = 0.2;
+
+struct stOptions
+{
+    stTrafficOptions traffic;
+    stLimits limits;
+    std::string strAddress;
+};
+
+class CWhy
+{
+public:
+    explicit CWhy(const stOptions& options)
+        : m_Options(options), m_Address(ParseAddress(options.strAddress)), m_Shadow(options.traffic.link)
+    {
+    }
+
+    int Run();
+
+private:
+    void Take(stDatagram& datagram);
+    void PrintRequest(const stClientChange& request);
+    void PrintChange(const stImageChange& change);
+    bool IsIt(const stAddress& address) const
+    {
+        return address.enType == m_Address.enType && NumberOf(address) == NumberOf(m_Address);
+    }
+    bool IsFiltered() const { return SimpleUDPPPCSender()._FilterPacket(m_Address.enType, m_Address.enPathType, m_Address.nParam); }
+
+    const stOptions& m_Options;
+    const stAddress m_Address;
+    CShadow m_Shadow;
+    CTable m_Table{
+        {{"time", 12}, {"sender", 21}, {"address", 0}, {"write", 15}, {"old", -12}, {"new", -12}, {"datagram", 32}, {"filter", 1}}};
+    long m_lWrites = 0;
+};
+
+// One that is on the list may still come: the queue has no filter, and others may send what they like.
+void CWhy::PrintRequest(const stClientChange& request)
+{
+    const char* const szDatagram = request.nDatagramType == enDatagramPPCFlagged ? "flagged change" : "changes";
+    m_Table.Print({CCell::Time(request.nTime), request.client.Text(), AddressText(m_Address), "client asks for", CCell(),
+                   ValueCell(m_Address, request.value),
+                   Format("%s, message %u, record %d", szDatagram, request.unMessageId, request.nRecord),
+                   IsFiltered() ? "sent, though on the fixed filter list" : "sent"});
+    ++m_lWrites;
+}
+
+void CWhy::PrintChange(const stImageChange& change)
+{
+    const std::string strWrite = change.client == stEndpoint() ? "MC changes" : "MC grants";
+    m_Table.Print({CCell::Time(change.nTime), change.sender.Text(), AddressText(m_Address), strWrite,
+                   ValueCell(m_Address, change.before), ValueCell(m_Address, change.after),
+                   Format("update, message %u", change.unMessageId), "updates have no filter"});
+    ++m_lWrites;
+}
+
+void CWhy::Take(stDatagram& datagram)
+{
+    m_Shadow.Take(datagram);
+    for (const stClientChange& request : m_Shadow.GetRequests())
+    {
+        if (IsIt(request.address))
+        {
+            PrintRequest(request);
+        }
+    }
+    for (const stImageChange& change : m_Shadow.GetChanges())
+    {
+        if (IsIt(change.address))
+        {
+            PrintChange(change);
+        }
+    }
+}
+
+int CWhy::Run()
+{
+    const std::unique_ptr<CTraffic> pTraffic = OpenTraffic(m_Options.traffic);
+    if (pTraffic == nullptr)
+    {
+        return enExitFailed;
+    }
+    Line("%s: what a client sets with the simple sender is %s", AddressText(m_Address).c_str(),
+         IsFiltered() ? "not sent: fixed filter list" : "sent");
+    m_Table.PrintHead();
+    const tSteadyClock::time_point start = tSteadyClock::now();
+    for (stDatagram datagram; !m_Options.limits.Reached(m_lWrites, start) && !pTraffic->IsOver();)
+    {
+        if (pTraffic->Next(datagram, m_Options.limits.TimeLeft(start, c_dLongestWait)))
+        {
+            Take(datagram);
+        }
+    }
+    Line("%s writes; %s in the end, after %s updates", Grouped(m_lWrites).c_str(),
+         ValueText(m_Address, ReadValue(m_Shadow.Image(), m_Address)).c_str(),
+         Grouped(m_Shadow.Follower().GetUpdatesApplied()).c_str());
+    if (!pTraffic->GetError().empty())
+    {
+        return Fail("the capture was broken off: " + pTraffic->GetError());
+    }
+    return pTraffic->IsOver() ? int(enExitDone) : m_Options.limits.Status(m_lWrites, "writes");
+}
+
+} // namespace
+
+void AddWhy(CLI::App& app, int& nStatus)
+{
+    const auto pOptions = std::make_shared<stOptions>();
+    CLI::App* pCommand = app.add_subcommand(
+        "why", "Why a parameter is as it is: each write to it, who sent it in which datagram, and what the send filter says");
+    AddTrafficOptions(*pCommand, pOptions->traffic);
+    AddLimitOptions(*pCommand, pOptions->limits, "writes");
+    AddFormatOption(*pCommand);
+    pCommand->add_option("ADDRESS", pOptions->strAddress, "Such as MicInput/12/Fader")->required();
+    pCommand->footer("consolectl why MicInput/12/Fader --capture FILE.pcap\n"
+                     "An update carries a parameter whether it changed or not: what is shown are those that changed it.");
+    pCommand->callback(
+        [pOptions, &nStatus]
+        {
+            CatchStopSignals();
+            nStatus = std::make_unique<CWhy>(*pOptions)->Run();
+        });
+}
