@@ -33,6 +33,9 @@ int Run(int nArguments, char** ppArguments)
     AddSend(app, nStatus);
     AddParams(app, nStatus);
     AddStats(app, nStatus);
+#ifdef CONSOLECTL_HAVE_TOP
+    AddTop(app, nStatus);
+#endif
     AddVerify(app, nStatus);
     AddRecord(app, nStatus);
     AddReplay(app, nStatus);

@@ -1,6 +1,6 @@
 #include "Network/Report.h"
 
-#include "Terminal/Common.h"
+#include "Terminal/Output.h"
 
 #include <algorithm>
 #include <charconv>
@@ -43,6 +43,17 @@ int Widen(int nWidth, const std::string& strText)
 {
     constexpr std::size_t c_unWidest = 48;
     return std::max(nWidth, static_cast<int>(std::min(strText.size(), c_unWidest)));
+}
+
+// A row for each parameter.
+void PrintRows(const diagnostics_xml_reader& reader, const std::string& strSender)
+{
+    static CTable table({{"time", 1}, {"sender", 1}, {"device", 1}, {"number", 1}, {"name", 1}, {"value", 1}, {"second", 1}});
+    const CCell now = CCell::Time(TimeNow());
+    for (const auto& entry : reader.GetMap())
+    {
+        table.Print({now, strSender, DeviceText(reader), entry.first, NameText(entry.first), entry.second.v, entry.second.e});
+    }
 }
 
 } // namespace
@@ -117,8 +128,13 @@ std::string DeviceText(const diagnostics_xml_reader& reader)
     return strShown + " " + std::to_string(reader.GetDeviceID());
 }
 
-void PrintReport(const std::string& strHeading, const diagnostics_xml_reader& reader)
+void PrintReport(const std::string& strHeading, const diagnostics_xml_reader& reader, const std::string& strSender)
 {
+    if (GetFormat() != enFormatText)
+    {
+        PrintRows(reader, strSender);
+        return;
+    }
     struct stRow
     {
         std::string strNumber, strName, strValue, strSecond;

@@ -33,5 +33,6 @@ bool ReadReport(diagnostics_xml_reader& reader, char* pBuffer, int nSize);
 // "SURFACE 3"; a long name is cut, and ends in "...".
 std::string DeviceText(const diagnostics_xml_reader& reader);
 
-// A line of strHeading, then one for each parameter in the reader's map.
-void PrintReport(const std::string& strHeading, const diagnostics_xml_reader& reader);
+// A line of strHeading, then one for each parameter in the reader's map; to programs the latter alone. A report in a file has no
+// sender.
+void PrintReport(const std::string& strHeading, const diagnostics_xml_reader& reader, const std::string& strSender = "");

@@ -10,7 +10,7 @@
 namespace
 {
 
-constexpr std::chrono::milliseconds c_LoopPeriod(10);
+constexpr double c_dLoopPeriod = 0.01;
 constexpr std::size_t c_unMaxDevices = 1000;
 constexpr std::size_t c_unMaxWaiting = 4 << 20; // bytes
 
@@ -57,7 +57,7 @@ public:
 
 private:
     void Take(stReceivedReport& report);
-    bool IsOver() const;
+    bool IsOver() const { return m_Options.limits.Reached(m_lReports, m_Start); }
     void PrintSummary();
 
     const stListenOptions& m_Options;
@@ -98,13 +98,7 @@ void CListen::Take(stReceivedReport& report)
                                                       : ", " + Styled(enBad, "not valid: " + Printable(m_Reader.GetError()));
     PrintReport(Format("%s from %s: %zu parameters, %s%s", Styled(enStrong, strDevice).c_str(), report.sender.Text(),
                        m_Reader.GetMap().size(), strAge.c_str(), strValid.c_str()),
-                m_Reader);
-}
-
-bool CListen::IsOver() const
-{
-    return StopRequested() || (m_Options.nCount > 0 && m_lReports >= m_Options.nCount) ||
-           (m_Options.dTimeout > 0 && SecondsSince(m_Start) >= m_Options.dTimeout);
+                m_Reader, report.sender.Text());
 }
 
 void CListen::PrintSummary()
@@ -135,19 +129,14 @@ int CListen::Run()
         {
             Take(reports[unReport]);
         }
-        SleepUntil(tSteadyClock::now() + c_LoopPeriod);
+        SleepSeconds(c_dLoopPeriod);
     }
     PrintSummary();
     if (m_lRefused > 0)
     {
         return Fail(Format("%ld of what came was no valid report", m_lRefused));
     }
-    if (StopRequested() || (m_lReports > 0 && m_lReports >= m_Options.nCount))
-    {
-        return enExitDone;
-    }
-    Fail(Format("%ld reports within %g seconds", m_lReports, m_Options.dTimeout));
-    return enExitTimedOut;
+    return m_Options.limits.Status(m_lReports, "reports");
 }
 
 } // namespace

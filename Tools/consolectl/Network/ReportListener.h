@@ -2,6 +2,7 @@
 #pragma once
 
 #include "Network/Options.h"
+#include "Terminal/Arguments.h"
 
 #include "LogicalControls.h"
 
@@ -11,8 +12,7 @@ struct stListenOptions
 {
     stMulticastLink link;
     std::string strSchema = XMLDiagnostics::c_strSchemaFile;
-    int nCount = 0;      // of reports; 0: no end
-    double dTimeout = 0; // seconds; 0: none
+    stLimits limits; // of reports
     bool bValidate = false;
 };
 

@@ -4,7 +4,7 @@
 #include "Network/ReportListener.h"
 #include "Subcommands/Subcommands.h"
 #include "Terminal/Arguments.h"
-#include "Terminal/Common.h"
+#include "Terminal/Output.h"
 
 #include <CLI/CLI.hpp>
 
@@ -65,8 +65,7 @@ int Send(const stSendOptions& options)
     const tSteadyClock::time_point start = tSteadyClock::now();
     for (int nSent = 0; nSent < options.nCount; ++nSent)
     {
-        SleepUntil(start +
-                   std::chrono::duration_cast<tSteadyClock::duration>(std::chrono::duration<double>(nSent * options.dPeriod)));
+        SleepSeconds(nSent * options.dPeriod - SecondsSince(start));
         if (StopRequested())
         {
             break;
@@ -77,8 +76,13 @@ int Send(const stSendOptions& options)
             return Fail(Format("nothing could be sent to %s: is there an interface with a multicast route?",
                                options.link.strGroup.c_str()));
         }
-        Line("report of %s %d sent to %s:%u, %s bytes", options.strDevice.c_str(), options.nId, options.link.strGroup.c_str(),
-             options.link.unPort, Grouped(static_cast<long>(strReport.size())).c_str());
+        PrintResult(Format("report of %s %d sent to %s:%u, %s bytes", options.strDevice.c_str(), options.nId,
+                           options.link.strGroup.c_str(), options.link.unPort,
+                           Grouped(static_cast<long>(strReport.size())).c_str()),
+                    {{"time", CCell::Time(TimeNow())},
+                     {"device", options.strDevice},
+                     {"id", options.nId},
+                     {"bytes", static_cast<long>(strReport.size())}});
     }
     return enExitDone;
 }
@@ -127,12 +131,13 @@ bool HaveSchema(const std::string& strSchema)
 
 int Names()
 {
+    CTable table({{"number", -6}, {"name", 1}});
     for (int nNumber = 0; nNumber < XMLDiagnosticsParametersDSP::c_nNames; ++nNumber)
     {
         const char* szName = XMLDiagnosticsParametersDSP::GetName(nNumber);
         if (szName != nullptr)
         {
-            Line("%6d  %s", nNumber, szName);
+            table.Print({nNumber, szName});
         }
     }
     return enExitDone;
@@ -163,8 +168,10 @@ int Validate(const stFileOptions& options)
         return Fail(options.strFile + " is valid, but the reader finds no device in it");
     }
     reader.populateMap();
-    Line("%s is %s: %s, %zu parameters", Printable(options.strFile).c_str(), Styled(enGood, "valid").c_str(),
-         DeviceText(reader).c_str(), reader.GetMap().size());
+    const int nParameters = static_cast<int>(reader.GetMap().size());
+    PrintResult(Format("%s is %s: %s, %d parameters", Printable(options.strFile).c_str(), Styled(enGood, "valid").c_str(),
+                       DeviceText(reader).c_str(), nParameters),
+                {{"file", options.strFile}, {"valid", "valid"}, {"device", DeviceText(reader)}, {"parameters", nParameters}});
     return enExitDone;
 }
 
@@ -224,6 +231,7 @@ void AddDiagnostics(CLI::App& app, int& nStatus)
     pCommand->add_option("--period", pSend->dPeriod, "Seconds from one to the next")
         ->check(Between(0, 86400))
         ->capture_default_str();
+    AddFormatOption(*pCommand);
     pCommand->add_flag("--print", pSend->bPrint, "Print the report and send nothing");
     pCommand->add_option("PARAMETER=VALUE", pSend->values,
                          "Such as enUpTime=3600 or 0=3600; 0=3600,7 gives a second value. None: a sample");
@@ -234,12 +242,8 @@ void AddDiagnostics(CLI::App& app, int& nStatus)
         pDiagnostics->add_subcommand("listen", "Show each report as it comes, as a table: number, name, value, second value");
     AddReportGroup(*pCommand, pListen->link);
     AddInterfaceOption(*pCommand, pListen->link);
-    pCommand->add_option("--count", pListen->nCount, "Stop after so many reports; 0: at Ctrl-C")
-        ->check(CLI::Range(0, 1000000))
-        ->capture_default_str();
-    pCommand->add_option("--timeout", pListen->dTimeout, "Stop after so many seconds; 0: never")
-        ->check(Between(0, 86400))
-        ->capture_default_str();
+    AddLimitOptions(*pCommand, pListen->limits, "reports");
+    AddFormatOption(*pCommand);
     pCommand->add_flag("--validate", pListen->bValidate, "Validate each report");
     AddSchemaOption(*pCommand, pListen->strSchema);
     pCommand->callback([pListen, &nStatus] { nStatus = Stoppable(ListenAndValidate, *pListen); });
@@ -248,12 +252,15 @@ void AddDiagnostics(CLI::App& app, int& nStatus)
     pCommand = pDiagnostics->add_subcommand("validate", "Hold a report in a file against the schema, and say where it fails");
     pCommand->add_option("FILE", pFile->strFile, "The report")->required();
     AddSchemaOption(*pCommand, pFile->strSchema);
+    AddFormatOption(*pCommand);
     pCommand->callback([pFile, &nStatus] { nStatus = Validate(*pFile); });
 
     pCommand = pDiagnostics->add_subcommand("show", "Show a report in a file as a table");
     pCommand->add_option("FILE", pFile->strFile, "The report")->required();
+    AddFormatOption(*pCommand);
     pCommand->callback([pFile, &nStatus] { nStatus = Show(*pFile); });
 
     pCommand = pDiagnostics->add_subcommand("names", "List the parameters that have a name");
+    AddFormatOption(*pCommand);
     pCommand->callback([&nStatus] { nStatus = Names(); });
 }

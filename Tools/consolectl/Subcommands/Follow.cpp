@@ -24,6 +24,7 @@ struct stOptions
     double dUntilSilent = 0;
     std::vector<std::string> changes;
     std::string strSave;
+    int nCount = 0;
     bool bStatistics = false;
 };
 
@@ -172,6 +173,7 @@ bool CFollow::IsOver() const
 {
     const double dNow = SecondsSince(m_Start);
     return StopRequested() || (m_Options.dSeconds > 0 && dNow >= m_Options.dSeconds) ||
+           (m_Options.nCount > 0 && m_Follower.GetUpdatesApplied() >= static_cast<std::uint32_t>(m_Options.nCount)) ||
            (m_Options.dUntilSilent > 0 && m_Follower.GetUpdatesApplied() > 0 &&
             SecondsSince(m_LastUpdate) >= m_Options.dUntilSilent);
 }
@@ -304,6 +306,9 @@ void AddFollow(CLI::App& app, int& nStatus)
         ->type_name("ADDRESS=VALUE")
         ->take_all()
         ->allow_extra_args(false);
+    pCommand->add_option("--count", pOptions->nCount, "Stop after so many updates; 0: at Ctrl-C")
+        ->check(CLI::Range(0, 1000000000))
+        ->capture_default_str();
     pCommand->add_option("--save", pOptions->strSave, "Write the image to this file at the end");
     AddFormatOption(*pCommand);
     pCommand->add_flag("--statistics", pOptions->bStatistics, "At the end, say what came and what became of it");

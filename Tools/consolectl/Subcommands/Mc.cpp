@@ -1,5 +1,5 @@
 // consolectl mc: a simulated master controller.
-#include "Images/Address.h"
+#include "Images/Cells.h"
 #include "Images/ImageFile.h"
 #include "Images/MovingImage.h"
 #include "Network/Options.h"
@@ -8,7 +8,6 @@
 #include "Network/UpdateLink.h"
 #include "Subcommands/Subcommands.h"
 #include "Terminal/Arguments.h"
-#include "Terminal/Common.h"
 
 #include <CLI/CLI.hpp>
 
@@ -19,7 +18,7 @@
 namespace
 {
 
-constexpr std::size_t c_unShownChanges = 5; // one by one, of a datagram
+constexpr std::size_t c_unShownChanges = 5; // to people one by one, of a datagram
 constexpr double c_dSettleSeconds = 0.5;
 constexpr double c_dForEver = 1e9;
 constexpr double c_dLongestLag = 1;
@@ -40,6 +39,7 @@ struct stOptions
     int nMovingFaders = 24;
     stFaults faults; // its seed is the image's, too
     std::string strSave;
+    stLimits limits; // of clients' changes
 };
 
 // The parameters that a stream of changes names.
@@ -74,6 +74,7 @@ private:
     void SendUpdate(MCUpdateType enType);
     void SendReport(double dSeconds);
     void RunUntil(double dSeconds, bool bMove);
+    bool IsOver() const { return m_Options.limits.Reached(m_lApplied, m_Began); }
 
     const stOptions& m_Options;
     CMovingImage m_Moving;
@@ -85,7 +86,9 @@ private:
     CUpdateLink m_Updates;
     std::unique_ptr<CDiagnosticsSocketSender> m_pReports; // none while nothing is to be sent: it would close descriptor 0
     bool m_bReports = false;
-    tSteadyClock::time_point m_Start;
+    CTable m_Table{{{"time", 12}, {"sender", 15}, {"address", 26}, {"name", 18}, {"old", -12}, {"new", -12}}};
+    const tSteadyClock::time_point m_Began = tSteadyClock::now();
+    tSteadyClock::time_point m_Start; // of its time, which may stand still
     double m_dNextReport = 0;
     const std::uint32_t m_unStartTime = CClock::Seconds();
     std::uint32_t m_unMessageId = 0;
@@ -114,10 +117,11 @@ void CSimulatedMC::ApplyClientChanges()
     {
         const long lLength = static_cast<long>(received.payload.size());
         const std::vector<stAddress> addresses = ReadAddresses(received.payload);
-        std::vector<std::string> before;
-        for (std::size_t unChange = 0; unChange < addresses.size() && addresses.size() <= c_unShownChanges; ++unChange)
+        std::vector<stValue> before;
+        const bool bShown = addresses.size() <= c_unShownChanges || GetFormat() != enFormatText;
+        for (std::size_t unChange = 0; unChange < addresses.size() && bShown; ++unChange)
         {
-            before.push_back(ValueText(addresses[unChange], ReadValue(m_Image, addresses[unChange])));
+            before.push_back(ReadValue(m_Image, addresses[unChange]));
         }
         for (const stAddress& address : addresses)
         {
@@ -130,15 +134,13 @@ void CSimulatedMC::ApplyClientChanges()
         for (std::size_t unChange = 0; unChange < before.size(); ++unChange)
         {
             const stAddress& address = addresses[unChange];
-            Line("%6.2f s  change from %s  %s  %s -> %s", SecondsSince(m_Start), received.sender.Text(),
-                 AddressText(address).c_str(), before[unChange].c_str(),
-                 Styled(enGood, ValueText(address, ReadValue(m_Image, address))).c_str());
+            m_Table.Print({CCell::Time(TimeNow()), received.sender.Text(), AddressText(address), NameText(m_Image, address),
+                           ValueCell(address, before[unChange]), ValueCell(address, ReadValue(m_Image, address)).In(enGood)});
         }
-        if (addresses.size() > c_unShownChanges)
+        if (before.size() < addresses.size())
         {
-            Line("%6.2f s  %s changes from %s in a datagram of %s bytes: %s to %s", SecondsSince(m_Start),
-                 Grouped(static_cast<long>(addresses.size())).c_str(), received.sender.Text(),
-                 Grouped(c_nDatagramHeader + lLength).c_str(), AddressText(addresses.front()).c_str(),
+            Line("%s changes from %s in a datagram of %s bytes: %s to %s", Grouped(static_cast<long>(addresses.size())).c_str(),
+                 received.sender.Text(), Grouped(c_nDatagramHeader + lLength).c_str(), AddressText(addresses.front()).c_str(),
                  AddressText(addresses.back()).c_str());
         }
     }
@@ -183,7 +185,7 @@ void CSimulatedMC::SendReport(double dSeconds)
 // has stood still.
 void CSimulatedMC::RunUntil(double dSeconds, bool bMove)
 {
-    while (!StopRequested())
+    while (!IsOver())
     {
         ApplyClientChanges();
         const double dSurface = static_cast<double>(m_lUpdates[0]) / m_Options.dSurfaceRate;
@@ -223,7 +225,7 @@ int CSimulatedMC::Run()
     Line("MC: %s", Describe(m_Options.link, m_PPCs.GetReceiveBufferSize()).c_str());
     Line("MC: changes from clients on %s:%u", c_szPPCGroup, c_unPPCPort);
     RunUntil(m_Options.dSeconds > 0 ? m_Options.dSeconds : c_dForEver, true);
-    if (!StopRequested())
+    if (!IsOver())
     {
         RunUntil(m_Options.dSeconds + c_dSettleSeconds, false); // the last state, a few times over
     }
@@ -244,7 +246,11 @@ int CSimulatedMC::Run()
             Format("nothing could be sent to %s: is there an interface with a multicast route?", m_Options.link.strGroup.c_str()));
     }
     const std::string strError = m_Options.strSave.empty() ? std::string() : SaveImage(m_Image, m_Options.strSave);
-    return strError.empty() ? int(enExitDone) : Fail(strError);
+    if (!strError.empty())
+    {
+        return Fail(strError);
+    }
+    return m_Options.limits.dTimeout > 0 ? m_Options.limits.Status(m_lApplied, "changes") : int(enExitDone);
 }
 
 } // namespace
@@ -275,6 +281,8 @@ void AddMc(CLI::App& app, int& nStatus)
     pCommand->add_option("--seed", pOptions->faults.unSeed, "Seed of the image's first contents and of the network's faults")
         ->capture_default_str();
     AddFaultOptions(*pCommand, pOptions->faults);
+    AddLimitOptions(*pCommand, pOptions->limits, "changes of clients");
+    AddFormatOption(*pCommand);
     pCommand->add_option("--save", pOptions->strSave, "Write the image to this file at the end");
     pCommand->callback(
         [pOptions, &nStatus]

@@ -14,6 +14,7 @@ void AddSet(CLI::App& app, int& nStatus);
 void AddSend(CLI::App& app, int& nStatus);
 void AddParams(CLI::App& app, int& nStatus);
 void AddStats(CLI::App& app, int& nStatus);
+void AddTop(CLI::App& app, int& nStatus);
 void AddVerify(CLI::App& app, int& nStatus);
 void AddRecord(CLI::App& app, int& nStatus);
 void AddReplay(CLI::App& app, int& nStatus);

@@ -4,6 +4,7 @@
 #include <csignal>
 #include <cstdarg>
 #include <cstdio>
+#include <cstdlib>
 #include <ctime>
 
 #include <unistd.h>
@@ -111,6 +112,19 @@ std::string Printable(const std::string& strText)
         unPlace += std::max<std::size_t>(unLength, 1);
     }
     return strPrintable;
+}
+
+// Of UTF-8 the first byte of each character counts.
+int Width(const std::string& strText)
+{
+    return static_cast<int>(
+        std::count_if(strText.begin(), strText.end(), [](char c) { return (static_cast<unsigned char>(c) & 0xc0) != 0x80; }));
+}
+
+std::string Padded(const std::string& strText, int nWidth)
+{
+    const std::string strBlanks(static_cast<std::size_t>(std::max(std::abs(nWidth) - Width(strText), 0)), ' ');
+    return nWidth < 0 ? strBlanks + strText : strText + strBlanks;
 }
 
 std::string Format(const char* szFormat, ...)

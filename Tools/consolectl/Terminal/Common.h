@@ -33,7 +33,7 @@ double SecondsSince(tSteadyClock::time_point start);
 
 // Sleeps until then, or until a signal.
 void SleepUntil(tSteadyClock::time_point time);
-void SleepSeconds(double dSeconds);
+void SleepSeconds(double dSeconds); // not at all below 0
 
 enum enTextStyle
 {
@@ -50,6 +50,10 @@ bool IsTerminal();
 
 // Text from outside, without what would steer a terminal: control characters, and bytes that are no UTF-8, are "?".
 std::string Printable(const std::string& strText);
+
+// Characters, not bytes; and the text with blanks behind it, or before it for a negative width.
+int Width(const std::string& strText);
+std::string Padded(const std::string& strText, int nWidth);
 
 // printf into a string.
 std::string Format(const char* szFormat, ...) __attribute__((format(printf, 1, 2)));

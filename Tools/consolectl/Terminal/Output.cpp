@@ -14,13 +14,6 @@ namespace
 
 enFormat g_enFormat = enFormatText;
 
-// Characters, not bytes: of UTF-8 the first byte of each counts.
-int Width(const std::string& strText)
-{
-    return static_cast<int>(
-        std::count_if(strText.begin(), strText.end(), [](char c) { return (static_cast<unsigned char>(c) & 0xc0) != 0x80; }));
-}
-
 std::string Quoted(const std::string& strText)
 {
     return nlohmann::json(strText).dump(-1, ' ', false, nlohmann::json::error_handler_t::replace);
@@ -191,10 +184,12 @@ std::string CTable::TextLine(const std::vector<CCell>& row) const
         {
             continue;
         }
+        // The style goes round the text alone: blanks have none.
         const CCell& cell = row[unColumn];
-        const std::string strRest(static_cast<std::size_t>(std::max(std::abs(nWidth) - Width(cell.m_strText), 0)), ' ');
-        strLine += strGap + (nWidth < 0 ? strRest : "") + Styled(cell.m_enStyle, cell.m_strText);
-        strGap = (nWidth < 0 ? "" : strRest) + "  ";
+        const std::string strPadded = Padded(cell.m_strText, nWidth);
+        const std::size_t unBefore = nWidth < 0 ? strPadded.size() - cell.m_strText.size() : 0;
+        strLine += strGap + strPadded.substr(0, unBefore) + Styled(cell.m_enStyle, cell.m_strText);
+        strGap = strPadded.substr(unBefore + cell.m_strText.size()) + "  ";
     }
     strLine.erase(strLine.find_last_not_of(' ') + 1);
     return strLine;

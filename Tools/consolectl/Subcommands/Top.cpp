@@ -1,0 +1,339 @@
+// consolectl top: a console's network at a glance, live.
+#include "Images/Cells.h"
+#include "Network/LossFinder.h"
+#include "Network/Shadow.h"
+#include "Subcommands/Subcommands.h"
+#include "Terminal/Arguments.h"
+
+#include <CLI/CLI.hpp>
+
+#include <curses.h>
+
+#include <algorithm>
+#include <clocale>
+#include <map>
+#include <memory>
+
+#include <unistd.h>
+
+namespace
+{
+
+constexpr double c_dLongestWait = 0.05;
+constexpr double c_dDrawPeriod = 0.2;
+constexpr double c_dSilent = 1; // seconds without an update
+constexpr int c_nMostSenders = 5;
+constexpr char c_szKeys[] = "q quit   p pause   r reset the losses";
+
+enum enColour : short
+{
+    enColourGood = 1,
+    enColourBad,
+    enColourFaint
+};
+
+struct stOptions
+{
+    stTrafficOptions traffic;
+    stLimits limits;
+};
+
+// The terminal, as long as it lives.
+class CScreen
+{
+public:
+    // Characters beyond ASCII need the user's locale; numbers stay as they are.
+    CScreen() : m_pScreen((std::setlocale(LC_CTYPE, ""), newterm(nullptr, stdout, stdin)))
+    {
+        if (m_pScreen == nullptr)
+        {
+            return;
+        }
+        cbreak();
+        noecho();
+        curs_set(0);
+        keypad(stdscr, TRUE);
+        nodelay(stdscr, TRUE);
+        if (has_colors())
+        {
+            start_color();
+            use_default_colors();
+            init_pair(enColourGood, COLOR_GREEN, -1);
+            init_pair(enColourBad, COLOR_RED, -1);
+            init_pair(enColourFaint, COLOR_CYAN, -1);
+        }
+    }
+    ~CScreen()
+    {
+        if (m_pScreen != nullptr)
+        {
+            endwin();
+            delscreen(m_pScreen);
+        }
+    }
+    CScreen(const CScreen&) = delete;
+    CScreen& operator=(const CScreen&) = delete;
+
+    bool IsOpen() const { return m_pScreen != nullptr; }
+    void Begin()
+    {
+        erase();
+        m_nRow = 0;
+    }
+    void End()
+    {
+        Put(LINES - 1, c_szKeys, A_REVERSE);
+        refresh();
+    }
+    int RowsLeft() const { return LINES - 1 - m_nRow; }
+    void Text(const std::string& strText, attr_t attributes = A_NORMAL)
+    {
+        if (RowsLeft() > 0)
+        {
+            Put(m_nRow++, strText, attributes);
+        }
+    }
+
+private:
+    // What is too long for the line ends in a mark.
+    void Put(int nRow, const std::string& strText, attr_t attributes)
+    {
+        std::string strShown = strText;
+        while (Width(strShown) > COLS)
+        {
+            strShown.pop_back();
+        }
+        attrset(attributes);
+        mvaddstr(nRow, 0, strShown.c_str());
+        if (strShown != strText)
+        {
+            mvaddch(nRow, COLS - 1, '>');
+        }
+        attrset(A_NORMAL);
+    }
+
+    SCREEN* const m_pScreen;
+    int m_nRow = 0;
+};
+
+// What happened within a second.
+struct stSecond
+{
+    std::map<std::string, std::pair<long, double>> senders; // datagrams and bytes
+    std::map<std::pair<int, int>, int> parameters;          // changes, by type and number
+    int anChanges[c_nMessageTypes] = {};
+    long lUpdates = 0;
+    long lRequests = 0;
+};
+
+class CTop
+{
+public:
+    explicit CTop(const stOptions& options) : m_Options(options), m_Shadow(options.traffic.link) {}
+
+    int Run();
+
+private:
+    void Take(stDatagram& datagram);
+    void Draw(CScreen& screen, const stTrafficLoss& loss);
+    void DrawSummary(CScreen& screen, const stTrafficLoss& loss);
+    void DrawTypes(CScreen& screen);
+    void DrawSenders(CScreen& screen);
+    void DrawBusiest(CScreen& screen);
+    bool TakeKeys();
+    int Watch(CTraffic& traffic);
+
+    const stOptions& m_Options;
+    CShadow m_Shadow;
+    CLossFinder m_LossFinder;
+    stSecond m_Now;
+    stSecond m_Shown; // the last whole second
+    std::uint32_t m_unAppliedBefore = 0;
+    tSteadyClock::time_point m_LastUpdate = tSteadyClock::now();
+    long m_lLost = 0;
+    long m_lDrawn = 0;
+    bool m_bPaused = false;
+};
+
+void CTop::Take(stDatagram& datagram)
+{
+    auto& sender = m_Now.senders[datagram.source.Text()];
+    ++sender.first;
+    sender.second += static_cast<double>(datagram.bytes.size());
+    m_lLost += static_cast<long>(m_LossFinder.Take(datagram).size());
+    m_Shadow.Take(datagram);
+    m_Now.lRequests += static_cast<long>(m_Shadow.GetRequests().size());
+    if (m_Shadow.Follower().GetUpdatesApplied() != m_unAppliedBefore)
+    {
+        m_unAppliedBefore = m_Shadow.Follower().GetUpdatesApplied();
+        m_LastUpdate = tSteadyClock::now();
+        ++m_Now.lUpdates;
+    }
+    for (const stImageChange& change : m_Shadow.GetChanges())
+    {
+        ++m_Now.anChanges[change.address.enType];
+        ++m_Now.parameters[{change.address.enType, NumberOf(change.address)}];
+    }
+}
+
+void CTop::DrawSummary(CScreen& screen, const stTrafficLoss& loss)
+{
+    const double dSilent = SecondsSince(m_LastUpdate);
+    const bool bEver = m_Shadow.Follower().GetUpdatesApplied() != 0;
+    const std::string strMC = !bEver ? "no MC heard yet"
+                              : dSilent > c_dSilent
+                                  ? Format("MC %s SILENT for %.1f s", m_Shadow.GetMC().AddressText().c_str(), dSilent)
+                                  : "MC " + m_Shadow.GetMC().AddressText();
+    screen.Text(Format("consolectl top  %s:%u  %s  %s", m_Options.traffic.link.strGroup.c_str(), m_Options.traffic.link.unPort,
+                       strMC.c_str(), m_bPaused ? "[paused]" : ""),
+                !bEver || dSilent > c_dSilent ? A_BOLD | COLOR_PAIR(enColourBad) : A_BOLD);
+    const long lLost = m_lLost + static_cast<long>(loss.unKernel + loss.unSize);
+    screen.Text(Format("updates %ld/s   client changes %ld/s   lost %ld, by the kernel %u, by size %u", m_Shown.lUpdates,
+                       m_Shown.lRequests, m_lLost, loss.unKernel, loss.unSize),
+                lLost == 0 ? A_NORMAL : COLOR_PAIR(enColourBad));
+    screen.Text("");
+}
+
+void CTop::DrawTypes(CScreen& screen)
+{
+    screen.Text(Format("%-10s %-10s %8s %12s", "type", "state", "age s", "changes/s"), A_UNDERLINE);
+    for (int nType = 0; nType < c_nMessageTypes; ++nType)
+    {
+        const tagenPPCMessageType enType = static_cast<tagenPPCMessageType>(nType);
+        const enTypeState enState = m_Shadow.Follower().GetState(enType);
+        const double dAge = m_Shadow.Follower().GetAge(enType);
+        screen.Text(Format("%-10s %-10s %8s %12d", caMessageTypeNames[nType], TypeStateText(enState),
+                           dAge < 0 ? "-" : Format("%.2f", dAge).c_str(), m_Shown.anChanges[nType]),
+                    enState == enTypeComplete ? COLOR_PAIR(enColourGood) : COLOR_PAIR(enColourBad));
+    }
+    screen.Text("");
+}
+
+void CTop::DrawSenders(CScreen& screen)
+{
+    screen.Text(Format("%-24s %12s %16s", "sender", "datagrams/s", "bytes/s"), A_UNDERLINE);
+    int nShown = 0;
+    for (const auto& entry : m_Shown.senders)
+    {
+        if (++nShown > c_nMostSenders)
+        {
+            screen.Text(Format("... and %zu more", m_Shown.senders.size() - c_nMostSenders), COLOR_PAIR(enColourFaint));
+            break;
+        }
+        screen.Text(Format("%-24s %12ld %16s", entry.first.c_str(), entry.second.first,
+                           Grouped(static_cast<long>(entry.second.second)).c_str()));
+    }
+    screen.Text("");
+}
+
+void CTop::DrawBusiest(CScreen& screen)
+{
+    typedef std::pair<std::pair<int, int>, int> tBusy;
+    std::vector<tBusy> busiest(m_Shown.parameters.begin(), m_Shown.parameters.end());
+    std::stable_sort(busiest.begin(), busiest.end(), [](const tBusy& a, const tBusy& b) { return a.second > b.second; });
+    screen.Text(Format("%-28s %-20s %14s %10s", Format("busiest of %zu", busiest.size()).c_str(), "name", "value", "changes/s"),
+                A_UNDERLINE);
+    for (const tBusy& busy : busiest)
+    {
+        if (screen.RowsLeft() <= 0)
+        {
+            return;
+        }
+        const stAddress address = AddressAt(static_cast<tagenPPCMessageType>(busy.first.first), busy.first.second);
+        screen.Text(Format("%-28s %s %14s %10d", AddressText(address).c_str(),
+                           Padded(NameText(m_Shadow.Image(), address), 20).c_str(),
+                           ValueText(address, ReadValue(m_Shadow.Image(), address)).c_str(), busy.second));
+    }
+}
+
+void CTop::Draw(CScreen& screen, const stTrafficLoss& loss)
+{
+    screen.Begin();
+    DrawSummary(screen, loss);
+    DrawTypes(screen);
+    DrawSenders(screen);
+    DrawBusiest(screen);
+    screen.End();
+    ++m_lDrawn;
+}
+
+// False when it is to end.
+bool CTop::TakeKeys()
+{
+    for (int nKey = getch(); nKey != ERR; nKey = getch())
+    {
+        if (nKey == 'q')
+        {
+            return false;
+        }
+        m_bPaused = nKey == 'p' ? !m_bPaused : m_bPaused;
+        m_lLost = nKey == 'r' ? 0 : m_lLost;
+    }
+    return true;
+}
+
+int CTop::Run()
+{
+    if (!IsTerminal() || isatty(STDIN_FILENO) == 0)
+    {
+        return Fail("top needs a terminal; stats says the same to a pipe");
+    }
+    const std::unique_ptr<CTraffic> pTraffic = OpenTraffic(m_Options.traffic);
+    if (pTraffic == nullptr)
+    {
+        return enExitFailed;
+    }
+    const int nStatus = Watch(*pTraffic);
+    Line("%s updates, %s messages lost", Grouped(m_Shadow.Follower().GetUpdatesApplied()).c_str(), Grouped(m_lLost).c_str());
+    return nStatus;
+}
+
+int CTop::Watch(CTraffic& traffic)
+{
+    CScreen screen;
+    if (!screen.IsOpen())
+    {
+        return Fail("this terminal can't be used: TERM names one that is not known here");
+    }
+    const tSteadyClock::time_point start = tSteadyClock::now();
+    double dNextDraw = 0;
+    double dNextSecond = 1;
+    for (stDatagram datagram; !m_Options.limits.Reached(m_lDrawn, start) && TakeKeys();)
+    {
+        if (traffic.Next(datagram, c_dLongestWait))
+        {
+            Take(datagram);
+        }
+        const double dNow = SecondsSince(start);
+        if (dNow >= dNextSecond)
+        {
+            m_Shown = m_bPaused ? m_Shown : m_Now;
+            m_Now = stSecond();
+            dNextSecond = dNow + 1;
+        }
+        if (dNow >= dNextDraw)
+        {
+            Draw(screen, traffic.GetLoss());
+            dNextDraw = dNow + c_dDrawPeriod;
+        }
+    }
+    return enExitDone;
+}
+
+} // namespace
+
+void AddTop(CLI::App& app, int& nStatus)
+{
+    const auto pOptions = std::make_shared<stOptions>();
+    CLI::App* pCommand = app.add_subcommand(
+        "top", "A live view of the whole terminal: senders, rates, losses, each type's age, the busiest parameters");
+    AddLinkOptions(*pCommand, pOptions->traffic.link);
+    AddLimitOptions(*pCommand, pOptions->limits, "screens");
+    pCommand->footer(std::string("Keys: ") + c_szKeys);
+    pCommand->callback(
+        [pOptions, &nStatus]
+        {
+            CatchStopSignals();
+            nStatus = std::make_unique<CTop>(*pOptions)->Run();
+        });
+}
