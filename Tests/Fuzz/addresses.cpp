@@ -1,10 +1,11 @@
 // Addresses, patterns and changes as they stand on a command line.
 #include "Images/Address.h"
 
-#include "Common.h"
 #include "Input.h"
+#include "Terminal/Common.h"
 
 #include <cerrno>
+#include <climits>
 #include <cmath>
 #include <cstring>
 
@@ -83,10 +84,54 @@ bool IsName(const std::string& strText, const char* const* ppNames, int nNames, 
     return strText == "*";
 }
 
+// What a parameter is on its path: the number of its role, -1 for no name of one.
+int RoleOf(const std::string& strName)
+{
+    for (int nRole = 0; nRole < c_nCommonParamTypes; ++nRole)
+    {
+        if (strName == (nRole == 28 ? "Fader" : nRole == 35 ? "Name" : "Common" + std::to_string(nRole)))
+        {
+            return nRole;
+        }
+    }
+    return -1;
+}
+
+// The same for a pattern by a role's name.
+std::int64_t ModelOfRole(const std::vector<std::string>& parts, stPattern& pattern)
+{
+    pattern.nCommonType = RoleOf(parts[2]);
+    if (pattern.nCommonType < 0 || !IsName(parts[0], caParameterGroupNames, 51, pattern.groups))
+    {
+        return 0;
+    }
+    const int nType = caCommonParamTypeToMessageType[pattern.nCommonType];
+    pattern.types = {nType, nType};
+    pattern.params = {0, INT_MAX};
+    const int* const pFirst = canMaxPaths + pattern.groups.nFirst;
+    const int* const pEnd = canMaxPaths + pattern.groups.nLast + 1;
+    if (!IsRange(parts[1], *std::max_element(pFirst, pEnd), pattern.paths))
+    {
+        return 0;
+    }
+    std::int64_t nNamed = 0;
+    for (int nGroup = pattern.groups.nFirst; nGroup <= pattern.groups.nLast; ++nGroup)
+    {
+        const bool bHas = canCommonParamTypesTable[pattern.nCommonType][nGroup] >= 0;
+        nNamed += bHas ? std::max(0, std::min(pattern.paths.nLast + 1, canMaxPaths[nGroup]) - pattern.paths.nFirst) : 0;
+    }
+    return nNamed;
+}
+
 // The pattern that the text stands for, and how many parameters it names: 0 when it is none.
 std::int64_t Model(const std::string& strText, stPattern& pattern)
 {
     const std::vector<std::string> parts = SplitAtSlashes(strText);
+    pattern.nCommonType = -1;
+    if (parts.size() == 3)
+    {
+        return ModelOfRole(parts, pattern);
+    }
     if (parts.size() != 4 || !IsName(parts[0], caParameterGroupNames, 51, pattern.groups) ||
         !IsName(parts[2], caMessageTypeNames, 7, pattern.types))
     {
@@ -153,13 +198,14 @@ void CheckAddress(const std::string& strText)
     Check(bPattern == (nNamed > 0), "\"%s\" is taken for a pattern, or not", strText.c_str());
     const bool bOne = nNamed > 0 && expected.groups.nFirst == expected.groups.nLast &&
                       expected.types.nFirst == expected.types.nLast && expected.paths.nFirst == expected.paths.nLast &&
-                      expected.params.nFirst == expected.params.nLast;
+                      (expected.params.nFirst == expected.params.nLast || expected.nCommonType >= 0);
     const bool bAddress = Accepts([&] { address = ParseAddress(strText); });
     Check(bAddress == bOne, "\"%s\" is taken for an address, or not", strText.c_str());
     if (bPattern)
     {
         Check(IsSame(pattern.groups, expected.groups) && IsSame(pattern.types, expected.types) &&
-                  IsSame(pattern.paths, expected.paths) && IsSame(pattern.params, expected.params),
+                  IsSame(pattern.paths, expected.paths) && IsSame(pattern.params, expected.params) &&
+                  pattern.nCommonType == expected.nCommonType,
               "\"%s\" is another pattern", strText.c_str());
     }
     if (bPattern && nNamed < 3000)
@@ -181,8 +227,10 @@ void CheckAddress(const std::string& strText)
         Check(again.enType == address.enType && again.enPathType == address.enPathType && again.nPath == address.nPath &&
                   again.nParam == address.nParam && AddressText(again) == strPrinted,
               "\"%s\" prints as \"%s\", which is another", strText.c_str(), strPrinted.c_str());
+        const int nParam = expected.nCommonType < 0 ? expected.params.nFirst
+                                                    : canCommonParamTypesTable[expected.nCommonType][expected.groups.nFirst];
         Check(address.enPathType == expected.groups.nFirst && address.enType == expected.types.nFirst &&
-                  address.nPath == expected.paths.nFirst && address.nParam == expected.params.nFirst,
+                  address.nPath == expected.paths.nFirst && address.nParam == nParam,
               "\"%s\" is another address", strText.c_str());
     }
 }

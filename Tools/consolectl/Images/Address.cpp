@@ -262,13 +262,17 @@ unsigned int TypesOf(const stPattern& pattern)
 
 stAddress ParseAddress(const std::string& strText)
 {
-    std::vector<stAddress> named;
-    ForEachParameter(ParsePattern(strText), [&named](const stAddress& address) { named.push_back(address); });
-    if (named.size() != 1)
+    const stPattern pattern = ParsePattern(strText);
+    const stRange params = pattern.ParamsOf(pattern.groups.nFirst, pattern.types.nFirst);
+    for (const stRange& range : {pattern.groups, pattern.paths, pattern.types, params})
     {
-        Refuse(Format("\"%s\" names more than one parameter", strText.c_str()));
+        if (range.nFirst != range.nLast)
+        {
+            Refuse(Format("\"%s\" names more than one parameter", strText.c_str()));
+        }
     }
-    return named[0];
+    return {static_cast<tagenPPCMessageType>(pattern.types.nFirst), static_cast<tagenVirtualPathType>(pattern.groups.nFirst),
+            pattern.paths.nFirst, params.nFirst};
 }
 
 stValue ParseValue(tagenPPCMessageType enType, const std::string& strText)

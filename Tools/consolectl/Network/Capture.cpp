@@ -1,7 +1,5 @@
 #include "Network/Capture.h"
 
-#include <CLI/CLI.hpp>
-
 #include <pcap/pcap.h>
 
 #include <algorithm>
@@ -133,8 +131,7 @@ std::string CCaptureWriter::Write(const stDatagram& datagram)
 std::string CCaptureWriter::Finish(const std::uint32_t (&aunCheckWords)[c_nMessageTypes])
 {
     const std::uint32_t(&check)[c_nMessageTypes] = aunCheckWords;
-    const std::string strText =
-        Format(c_szEnd, m_lDatagrams, check[0], check[1], check[2], check[3], check[4], check[5], check[6]);
+    const std::string strText = Format(c_szEnd, m_lDatagrams, check[0], check[1], check[2], check[3], check[4], check[5], check[6]);
     const std::string strError = Put({TimeNow(), {c_End.unAddress, 0}, c_End, {strText.begin(), strText.end()}});
     return strError.empty() ? Flush() : strError;
 }
@@ -202,7 +199,8 @@ std::string CCaptureFile::Open(const std::string& strFile)
         return strFile + ": no capture file (" + acError + ")";
     }
     m_nLinkType = pcap_datalink(m_pCapture);
-    return IsReadable(m_nLinkType) ? std::string() : Format("%s: captured on a link of type %d, which isn't read", strFile.c_str(), m_nLinkType);
+    return IsReadable(m_nLinkType) ? std::string()
+                                   : Format("%s: captured on a link of type %d, which isn't read", strFile.c_str(), m_nLinkType);
 }
 
 long CCaptureFile::GetPosition() const
@@ -256,7 +254,8 @@ bool CCaptureFile::ReadPacket(const unsigned char* pPacket, std::size_t unLength
 }
 
 // The network's fragments of one datagram, not ours of a message. Of too many that are never complete the lowest key goes.
-bool CCaptureFile::ReadFragment(const unsigned char* pHeader, const unsigned char* pData, std::size_t unLength, stDatagram& datagram)
+bool CCaptureFile::ReadFragment(const unsigned char* pHeader, const unsigned char* pData, std::size_t unLength,
+                                stDatagram& datagram)
 {
     const std::string strKey = std::string(pHeader + 12, pHeader + 20) + std::string(pHeader + 4, pHeader + 6);
     const std::size_t unOffset = (Big16(pHeader + 6) & 0x1fff) * 8;
@@ -313,31 +312,4 @@ bool CCaptureFile::TakeEnd(const stDatagram& datagram)
     }
     m_pEnd = std::make_unique<stCaptureEnd>(end);
     return true;
-}
-
-void AddTrafficOptions(CLI::App& command, stTrafficOptions& options)
-{
-    AddLinkOptions(command, options.link);
-    command.add_option("--capture", options.strCapture, "Take the datagrams from this capture file, not from the network")
-        ->type_name("FILE");
-}
-
-std::unique_ptr<CTraffic> OpenTraffic(const stTrafficOptions& options)
-{
-    auto pLive = std::make_unique<CLiveTraffic>();
-    auto pCapture = std::make_unique<CCaptureFile>();
-    const bool bLive = options.strCapture.empty();
-    const std::string strError = bLive ? pLive->Open(options.link) : pCapture->Open(options.strCapture);
-    if (!strError.empty())
-    {
-        Fail(strError);
-        return nullptr;
-    }
-    if (!bLive)
-    {
-        Line("datagrams from %s, %s bytes", options.strCapture.c_str(), Grouped(pCapture->GetSize()).c_str());
-        return pCapture;
-    }
-    Line("%s", Describe(options.link, pLive->GetReceiveBufferSize()).c_str());
-    return pLive;
 }

@@ -52,17 +52,6 @@ public:
     virtual stTrafficLoss GetLoss() const = 0;
 };
 
-// Where to take it from: the network, or a capture file when one is named.
-struct stTrafficOptions
-{
-    stMulticastLink link;
-    std::string strCapture;
-};
-void AddTrafficOptions(CLI::App& command, stTrafficOptions& options);
-
-// Says what was chosen. Null when that failed, which it says too.
-std::unique_ptr<CTraffic> OpenTraffic(const stTrafficOptions& options);
-
 // What is on the network: the MC's updates, and the clients' changes. Belongs to one thread, which gets everything in the order in
 // which it looks; nothing comes twice.
 class CLiveTraffic : public CTraffic

@@ -1,6 +1,7 @@
 // consolectl record: the network's datagrams in a capture file.
 #include "Network/Capture.h"
 #include "Network/Shadow.h"
+#include "Network/TrafficOptions.h"
 #include "Subcommands/Subcommands.h"
 #include "Terminal/Arguments.h"
 #include "Terminal/Output.h"

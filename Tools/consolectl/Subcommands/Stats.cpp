@@ -1,6 +1,7 @@
 // consolectl stats: who sent what, how fast, and what was lost on the way.
 #include "Network/LossFinder.h"
 #include "Network/Shadow.h"
+#include "Network/TrafficOptions.h"
 #include "Subcommands/Subcommands.h"
 #include "Terminal/Arguments.h"
 #include "Terminal/Output.h"
@@ -37,9 +38,9 @@ const char* KindOf(const stDatagram& datagram)
         return "no header";
     }
     std::memcpy(&header, datagram.bytes.data(), sizeof header);
-    return header.nType == enDatagramMCUpdate                                           ? "updates"
+    return header.nType == enDatagramMCUpdate                                      ? "updates"
            : header.nType == enDatagramPPC || header.nType == enDatagramPPCFlagged ? "changes"
-                                                                                        : "others";
+                                                                                   : "others";
 }
 
 // The counters of the receive path by the layer that they tell of. What is lost of a whole message stands beside the lost messages.
@@ -48,9 +49,9 @@ constexpr struct
     const char* szLayer;
     enReceiveCounter enCounter;
 } caLayers[] = {
-    {"frame size", enRejectedTooShort}, {"frame size", enRejectedPayload},    {"frame size", enRejectedTooLarge},
-    {"header", enRejectedHeader},       {"ring", enCountEvicted},             {"ring", enCountMixed},
-    {"decode", enDecodeErrorNull},      {"decode", enDecodeErrorInvalid},     {"decode", enCountLengthMismatch},
+    {"frame size", enRejectedTooShort}, {"frame size", enRejectedPayload}, {"frame size", enRejectedTooLarge},
+    {"header", enRejectedHeader},       {"ring", enCountEvicted},          {"ring", enCountMixed},
+    {"decode", enDecodeErrorNull},      {"decode", enDecodeErrorInvalid},  {"decode", enCountLengthMismatch},
 };
 
 class CStats
@@ -72,8 +73,7 @@ private:
     CShadow m_Shadow;
     CLossFinder m_LossFinder;
     std::map<std::pair<std::string, std::string>, stFlow> m_Flows; // by sender and kind
-    CTable m_Table{
-        {{"time", 12}, {"sender", 21}, {"kind", 10}, {"count", -10}, {"rate", -9}, {"byte_rate", -12}, {"what", 1}}};
+    CTable m_Table{{{"time", 12}, {"sender", 21}, {"kind", 10}, {"count", -10}, {"rate", -9}, {"byte_rate", -12}, {"what", 1}}};
     std::int64_t m_nFirst = 0;
     std::int64_t m_nLast = 0;
     long m_lDatagrams = 0;

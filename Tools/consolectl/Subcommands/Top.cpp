@@ -2,6 +2,7 @@
 #include "Images/Cells.h"
 #include "Network/LossFinder.h"
 #include "Network/Shadow.h"
+#include "Network/TrafficOptions.h"
 #include "Subcommands/Subcommands.h"
 #include "Terminal/Arguments.h"
 

@@ -1,6 +1,7 @@
 // consolectl watch: each change of the parameters that somebody asks about.
 #include "Images/Cells.h"
 #include "Network/Shadow.h"
+#include "Network/TrafficOptions.h"
 #include "Subcommands/Subcommands.h"
 #include "Terminal/Arguments.h"
 

@@ -1,6 +1,7 @@
 // consolectl why: every write to one parameter.
 #include "Images/Cells.h"
 #include "Network/Shadow.h"
+#include "Network/TrafficOptions.h"
 #include "Subcommands/Subcommands.h"
 #include "Terminal/Arguments.h"
 

@@ -1,0 +1,278 @@
+#include "Network/Capture.h"
+
+#include <gtest/gtest.h>
+
+#include <cstdio>
+#include <filesystem>
+#include <fstream>
+
+#include <unistd.h>
+
+namespace
+{
+
+typedef std::vector<unsigned char> tBytes;
+
+// A file of the test's own, gone when the test ends.
+class CScratchFile
+{
+public:
+    CScratchFile() : m_strName((std::filesystem::temp_directory_path() / ("capture." + std::to_string(getpid()))).string())
+    {
+        std::remove(m_strName.c_str());
+    }
+    ~CScratchFile() { std::remove(m_strName.c_str()); }
+
+    const std::string& Name() const { return m_strName; }
+
+    void Write(const tBytes& bytes) const
+    {
+        std::ofstream(m_strName, std::ios::binary)
+            .write(reinterpret_cast<const char*>(bytes.data()), static_cast<long>(bytes.size()));
+    }
+
+    tBytes Read() const
+    {
+        std::ifstream file(m_strName, std::ios::binary);
+        return tBytes(std::istreambuf_iterator<char>(file), {});
+    }
+
+private:
+    const std::string m_strName;
+};
+
+const stEndpoint c_MC = {0x0a000001, 40000};
+const stEndpoint c_Group = {0xe100002e, 7060};
+
+stDatagram MakeDatagram(std::int64_t nTime, const std::string& strText)
+{
+    return {nTime, c_MC, c_Group, {strText.begin(), strText.end()}};
+}
+
+struct stRead
+{
+    std::string strError;
+    std::vector<std::string> texts;
+    bool bEnd = false;
+    stCaptureEnd end;
+};
+
+stRead ReadAll(const CScratchFile& file)
+{
+    stRead read;
+    CCaptureFile capture;
+    read.strError = capture.Open(file.Name());
+    for (stDatagram datagram; read.strError.empty() && capture.Next(datagram, 0);)
+    {
+        EXPECT_EQ(c_Group, datagram.destination);
+        read.texts.emplace_back(datagram.bytes.begin(), datagram.bytes.end());
+    }
+    read.strError += capture.GetError();
+    read.bEnd = capture.GetEnd() != nullptr;
+    read.end = read.bEnd ? *capture.GetEnd() : stCaptureEnd();
+    return read;
+}
+
+void Append(tBytes& bytes, const tBytes& more)
+{
+    bytes.insert(bytes.end(), more.begin(), more.end());
+}
+
+// A capture of big-endian numbers, on a link of this type.
+tBytes BigEndianCapture(unsigned char ucLinkType, const std::vector<tBytes>& packets)
+{
+    tBytes capture = {0xa1, 0xb2, 0xc3, 0xd4, 0, 2, 0, 4, 0, 0, 0, 0, 0, 0, 0, 0, 0, 4, 0, 0, 0, 0, 0, ucLinkType};
+    for (const tBytes& packet : packets)
+    {
+        const unsigned char ucSize = static_cast<unsigned char>(packet.size());
+        Append(capture, {0, 0, 0, 7, 0, 0, 0, 5, 0, 0, 0, ucSize, 0, 0, 0, ucSize});
+        Append(capture, packet);
+    }
+    return capture;
+}
+
+// 10.0.0.1:40000 to 225.0.0.46:7060; the words of the IP header that tell of fragments are the caller's.
+tBytes Packet(unsigned char ucFlags, unsigned char ucOffset, const tBytes& data)
+{
+    tBytes packet = {
+        0x45, 0, 0, static_cast<unsigned char>(20 + data.size()), 0x12, 0x34, ucFlags, ucOffset, 1, 17, 0, 0, 10, 0, 0, 1, 225,
+        0,    0, 46};
+    Append(packet, data);
+    return packet;
+}
+
+const tBytes c_UDPHeaderOfThree = {0x9c, 0x40, 0x1b, 0x94, 0, 11, 0, 0};
+
+tBytes Whole()
+{
+    tBytes data = c_UDPHeaderOfThree;
+    Append(data, {'a', 'b', 'c'});
+    return Packet(0, 0, data);
+}
+
+tBytes Framed(tBytes frame, const tBytes& packet)
+{
+    Append(frame, packet);
+    return frame;
+}
+
+} // namespace
+
+TEST(Capture, WhatWasWrittenIsReadWithItsTimesAndAddresses)
+{
+    const CScratchFile file;
+    CCaptureWriter writer;
+    ASSERT_EQ("", writer.Open(file.Name()));
+    EXPECT_EQ("", writer.Write(MakeDatagram(1234567890123456, "one")));
+    EXPECT_EQ("", writer.Write(MakeDatagram(1234567890123457, std::string(65507, 'x'))));
+    EXPECT_EQ("", writer.Flush());
+
+    CCaptureFile capture;
+    stDatagram datagram;
+    ASSERT_EQ("", capture.Open(file.Name()));
+    ASSERT_TRUE(capture.Next(datagram, 0));
+    EXPECT_EQ(1234567890123456, datagram.nTime);
+    EXPECT_EQ(c_MC, datagram.source);
+    EXPECT_EQ(c_Group, datagram.destination);
+    EXPECT_EQ(tBytes({'o', 'n', 'e'}), datagram.bytes);
+    ASSERT_TRUE(capture.Next(datagram, 0));
+    EXPECT_EQ(1234567890123457, datagram.nTime);
+    EXPECT_EQ(65507u, datagram.bytes.size());
+    EXPECT_FALSE(capture.Next(datagram, 0));
+    EXPECT_TRUE(capture.IsOver());
+    EXPECT_EQ("", capture.GetError());
+    EXPECT_EQ(nullptr, capture.GetEnd());
+}
+
+TEST(Capture, TheEndOfARecordingIsToldAndNoDatagram)
+{
+    const CScratchFile file;
+    CCaptureWriter writer;
+    ASSERT_EQ("", writer.Open(file.Name()));
+    EXPECT_EQ("", writer.Write(MakeDatagram(1, "one")));
+    const std::uint32_t aunCheckWords[c_nMessageTypes] = {1, 2, 3, 4, 5, 6, 0xffffffff};
+    EXPECT_EQ("", writer.Finish(aunCheckWords));
+
+    const stRead read = ReadAll(file);
+    EXPECT_EQ("", read.strError);
+    EXPECT_EQ(std::vector<std::string>({"one"}), read.texts);
+    ASSERT_TRUE(read.bEnd);
+    EXPECT_EQ(1, read.end.lDatagrams);
+    EXPECT_EQ(0xffffffff, read.end.aunCheckWords[6]);
+}
+
+TEST(Capture, AFileThatIsThereIsNotWrittenTo)
+{
+    const CScratchFile file;
+    file.Write({'m', 'i', 'n', 'e'});
+    CCaptureWriter writer;
+    EXPECT_NE("", writer.Open(file.Name()));
+    EXPECT_EQ(tBytes({'m', 'i', 'n', 'e'}), file.Read());
+}
+
+TEST(Capture, OneThatWasBrokenOffAnywhereGivesWhatIsWholeAndSaysSo)
+{
+    const CScratchFile file;
+    {
+        CCaptureWriter writer;
+        ASSERT_EQ("", writer.Open(file.Name()));
+        EXPECT_EQ("", writer.Write(MakeDatagram(1, "one")));
+        EXPECT_EQ("", writer.Write(MakeDatagram(2, "two")));
+        const std::uint32_t aunCheckWords[c_nMessageTypes] = {};
+        EXPECT_EQ("", writer.Finish(aunCheckWords));
+    }
+    const tBytes whole = file.Read();
+    constexpr std::size_t c_unFileHeader = 24;
+    constexpr std::size_t c_unPacket = 16 + 28 + 3;
+    for (std::size_t unLength = 0; unLength < whole.size(); ++unLength)
+    {
+        file.Write(tBytes(whole.begin(), whole.begin() + static_cast<long>(unLength)));
+        const stRead read = ReadAll(file);
+        const std::size_t unPackets =
+            unLength < c_unFileHeader ? 0 : std::min<std::size_t>((unLength - c_unFileHeader) / c_unPacket, 2);
+        EXPECT_EQ(unPackets, read.texts.size()) << unLength;
+        const bool bBetweenPackets =
+            unLength == c_unFileHeader || unLength == c_unFileHeader + c_unPacket || unLength == c_unFileHeader + 2 * c_unPacket;
+        EXPECT_EQ(bBetweenPackets, read.strError.empty()) << unLength;
+        EXPECT_FALSE(read.bEnd) << unLength;
+    }
+}
+
+TEST(Capture, NoFlippedBitIsMoreThanAnotherCapture)
+{
+    const CScratchFile file;
+    const tBytes good = BigEndianCapture(12, {Whole(), Packet(0x20, 0, c_UDPHeaderOfThree), Packet(0, 1, {'a', 'b', 'c'})});
+    for (std::size_t unBit = 0; unBit < good.size() * 8; ++unBit)
+    {
+        tBytes bad = good;
+        bad[unBit / 8] = static_cast<unsigned char>(bad[unBit / 8] ^ 1u << unBit % 8);
+        file.Write(bad);
+        CCaptureFile capture;
+        int nDatagrams = 0;
+        if (capture.Open(file.Name()).empty())
+        {
+            for (stDatagram datagram; capture.Next(datagram, 0);)
+            {
+                ++nDatagrams;
+            }
+        }
+        EXPECT_LE(nDatagrams, 3) << unBit;
+    }
+}
+
+TEST(Capture, TheNetworksFragmentsAreJoinedWhateverTheirOrder)
+{
+    const CScratchFile file;
+    const tBytes first = Packet(0x20, 0, c_UDPHeaderOfThree);
+    const tBytes last = Packet(0, 1, {'a', 'b', 'c'});
+    for (const std::vector<tBytes>& packets : {std::vector<tBytes>{first, last}, {last, first}, {first, Whole(), last}})
+    {
+        file.Write(BigEndianCapture(12, packets));
+        EXPECT_EQ(std::vector<std::string>(packets.size() - 1, "abc"), ReadAll(file).texts);
+    }
+    file.Write(BigEndianCapture(12, {first, first}));
+    EXPECT_EQ(std::vector<std::string>(), ReadAll(file).texts);
+}
+
+TEST(Capture, FramesOfEachKindOfLinkAreReadAndWhatIsNoIPIsPassedOver)
+{
+    const tBytes ethernet(12, 7);
+    const tBytes cooked(14, 7);
+    const CScratchFile file;
+    for (const auto& [ucLinkType, packet] : {std::pair<unsigned char, tBytes>{1, Framed(Framed(ethernet, {8, 0}), Whole())},
+                                             {113, Framed(Framed(cooked, {8, 0}), Whole())},
+                                             {0, Framed({0, 0, 0, 2}, Whole())},
+                                             {101, Whole()}})
+    {
+        file.Write(BigEndianCapture(ucLinkType, {packet}));
+        EXPECT_EQ(std::vector<std::string>({"abc"}), ReadAll(file).texts) << int(ucLinkType);
+    }
+    file.Write(BigEndianCapture(1, {Framed(Framed(ethernet, {0x86, 0xdd}), Whole())}));
+    EXPECT_EQ(std::vector<std::string>(), ReadAll(file).texts);
+    file.Write(BigEndianCapture(105, {Whole()}));
+    EXPECT_NE(std::string::npos, ReadAll(file).strError.find("on a link of type 105, which isn't read"));
+}
+
+TEST(Capture, LengthsThatLieAreNotBelieved)
+{
+    const CScratchFile file;
+    for (const std::size_t unPlace : {std::size_t(3), std::size_t(20 + 5)}) // of the packet, and of its UDP part
+    {
+        tBytes packet = Whole();
+        packet[unPlace] = 0xff;
+        file.Write(BigEndianCapture(12, {packet, Whole()}));
+        EXPECT_EQ(std::vector<std::string>({"abc"}), ReadAll(file).texts) << unPlace;
+    }
+    tBytes packet = Whole();
+    packet[0] = 0x4f; // a header longer than the packet
+    file.Write(BigEndianCapture(12, {packet}));
+    EXPECT_EQ(std::vector<std::string>(), ReadAll(file).texts);
+}
+
+TEST(Capture, WhatIsNoCaptureIsRefused)
+{
+    const CScratchFile file;
+    EXPECT_NE(std::string::npos, ReadAll(file).strError.find("not a file"));
+    file.Write({'h', 'e', 'l', 'l', 'o', ' ', 'w', 'o', 'r', 'l', 'd'});
+    EXPECT_NE(std::string::npos, ReadAll(file).strError.find("no capture file"));
+}

@@ -1,0 +1,32 @@
+#include "Network/TrafficOptions.h"
+
+#include "Network/Capture.h"
+
+#include <CLI/CLI.hpp>
+
+void AddTrafficOptions(CLI::App& command, stTrafficOptions& options)
+{
+    AddLinkOptions(command, options.link);
+    command.add_option("--capture", options.strCapture, "Take the datagrams from this capture file, not from the network")
+        ->type_name("FILE");
+}
+
+std::unique_ptr<CTraffic> OpenTraffic(const stTrafficOptions& options)
+{
+    auto pLive = std::make_unique<CLiveTraffic>();
+    auto pCapture = std::make_unique<CCaptureFile>();
+    const bool bLive = options.strCapture.empty();
+    const std::string strError = bLive ? pLive->Open(options.link) : pCapture->Open(options.strCapture);
+    if (!strError.empty())
+    {
+        Fail(strError);
+        return nullptr;
+    }
+    if (!bLive)
+    {
+        Line("datagrams from %s, %s bytes", options.strCapture.c_str(), Grouped(pCapture->GetSize()).c_str());
+        return pCapture;
+    }
+    Line("%s", Describe(options.link, pLive->GetReceiveBufferSize()).c_str());
+    return pLive;
+}
