@@ -20,11 +20,11 @@ contains "MicInput/12/Fader/0  -60 -> -6.5, back from the MC"
 expect 0 "one change, in a datagram of its own" "$@" set MicInput/12/String/1 "Lead Vocal" --direct --timeout 30
 contains "MicInput/12/String/1  \"Mic13\" -> \"Lead Vocal\""
 expect 0 "what was changed" "$@" get MicInput/12/Fader/0 MicInput/12/String/1
-[ "$output" = 'MicInput/12/Fader/0           -6.5
-MicInput/12/String/1          "Lead Vocal"' ] || fail "get: $output"
+[ "$(rows)" = '127.0.0.1 MicInput/12/Fader/0 Lead Vocal Fader -6.5
+127.0.0.1 MicInput/12/String/1 Lead Vocal Name "Lead Vocal"' ] || fail "get: $output"
 expect 0 "wildcards" "$@" get 'MicInput/10-13/String/*'
 [ "$(printf '%s\n' "$output" | wc -l)" = 8 ] || fail "wildcards: $output"
-contains 'MicInput/12/String/1          "Lead Vocal"'
+rows | grep -qx '127.0.0.1 MicInput/12/String/1 Lead Vocal Name "Lead Vocal"' || fail "wildcards: $output"
 
 # 10,000 changes of 29 bytes fit in five datagrams; as many again that the MC has already are not sent.
 before=$(grep -c "in a datagram" "$work/mc.log")
@@ -42,8 +42,8 @@ expect 0 "a parameter twice" "$@" set 'MicInput/*/Fader/0' -11 MicInput/3/Fader/
 contains "145 parameters: 144 changes sent"
 case $output in *"sent again"*) fail "the change that was taken back was sent: $output" ;; esac
 expect 0 "the last counts" "$@" get MicInput/2-3/Fader/0
-[ "$output" = 'MicInput/2/Fader/0            -11
-MicInput/3/Fader/0            -7' ] || fail "get: $output"
+[ "$(rows)" = '127.0.0.1 MicInput/2/Fader/0 Mic3 Fader -11
+127.0.0.1 MicInput/3/Fader/0 Mic4 Fader -7' ] || fail "get: $output"
 for text in -x [x] '[a,b]'; do
     expect 0 "the text $text" "$@" set --timeout 30 MicInput/3/String/1 "$text"
     contains "-> \"$text\""

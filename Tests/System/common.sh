@@ -15,6 +15,9 @@ expect()
     [ "$got" = "$wanted" ] || fail "$what: status $got instead of $wanted: $output"
 }
 
+# The output's rows without the time they begin with, and with one blank between columns.
+rows() { printf '%s\n' "$output" | sed -E 's/^[0-9]+:[0-9]+:[0-9.]+ +//; s/  +/ /g'; }
+
 contains() { case $output in *"$1"*) ;; *) fail "no \"$1\" in: $output" ;; esac }
 
 # Goes on inside a network namespace of its own, or ends with 77 (skipped).

@@ -49,7 +49,7 @@ contains "back from the MC  MicInput/100/Switch/0 = 0 after"
 contains "back from the MC  MicInput/100/String/1 = \"Lead Vocal\" after"
 case $output in *" 0 bad ones"*) fail "the noise never reached the client: $output" ;; esac
 output=$(cat "$work/mc.log")
-contains "MicInput/100/Fader/0  -60 -> -6.5"
+rows | grep -qx '127.0.0.1 MicInput/100/Fader/0 Mic101 Fader -60 -6.5' || fail "the change at the MC: $output"
 contains "3 changes applied"
 
 # One changed byte is found and named.

@@ -28,7 +28,9 @@ refuse "--surface-rate: Value nan not in range" mc --surface-rate nan
 refuse "--timeout: Value nan not in range" follow --timeout nan
 refuse '"nan" is no value of a Fader' follow --set MicInput/3/Fader/0=nan
 refuse "nonsense is not a multicast group" follow --group nonsense
-refuse "eth0 is not an IPv4 address" follow --interface eth0
+refuse 'there is no "eth9" here; there are lo (127.0.0.1)' follow --interface eth9
+refuse 'there is no "203.0.113.9" here; there are lo (127.0.0.1)' mc --interface 203.0.113.9
+refuse 'there is no "" here' watch --interface "" 'MicInput/*/Fader'
 refuse "--surface-rate" mc --surface-rate -5
 refuse "--seconds" mc --seconds -1
 refuse "--moving-faders" mc --moving-faders 145
@@ -74,8 +76,28 @@ if "$@" --help | grep -q "^  show "; then # where there is SQLite
     refuse '"Mic" is no parameter group' show save "$work/shows" Monday --scope 'Mic/*/*/*'
 fi
 refuse "names more than one parameter" follow --set 'MicInput/*/Fader/0=1'
-refuse "A: File does not exist" verify /nonexistent/a /nonexistent/b
+refuse "/nonexistent/a: there is no such file; an image is mc (live)," verify /nonexistent/a /nonexistent/b
 refuse "B is required" verify "$0"
+refuse '"MicInpt" is no parameter group; the nearest is MicInput' watch 'MicInpt/*/Fader'
+refuse 'path "144" is out of range: MicInput has 0 to 143; the nearest is 143' why MicInput/144/Fader
+refuse '"Level" is no name of a parameter' get MicInput/0/Level
+refuse "names more than one parameter" why 'MicInput/*/Fader'
+refuse "ADDRESS is required" watch
+refuse "xml is none of text, json, csv" watch 'MicInput/*/Fader' --format xml
+refuse "--count: Value -1 not in range" watch 'MicInput/*/Fader' --count -1
+refuse "--timeout: Value nan not in range" stats --timeout nan
+refuse "it takes an ADDRESS or a --script" send
+refuse "it takes an ADDRESS or a --script" send MicInput/0/Fader --script "$0"
+refuse "takes no numbers from clients" send MicInput/0/Name
+refuse "takes no numbers from clients" send MicInput/0/Meter/0
+refuse "line 1 is no SECONDS ADDRESS VALUE" send --script <(echo 'soon MicInput/0/Fader 1')
+refuse "line 2 is no SECONDS ADDRESS VALUE" send --script <(printf '2 MicInput/0/Fader 1\n1 MicInput/0/Fader 1\n')
+refuse '"loud" is no value of a Fader' send --script <(echo '0 MicInput/0/Fader loud')
+refuse "can't be read" send --script /nonexistent
+refuse "FILE is required" record
+refuse "--speed: Value -1 not in range" replay x --speed -1
+refuse "excludes" replay x --loop --at 3
+refuse "up not in" show scope x y --recall up
 
 expect 0 "help" "$@" --help
 contains "consolectl mc"
@@ -83,7 +105,6 @@ expect 0 "help of mc" "$@" mc --help
 contains "--surface-rate"
 expect 27 "no MC" "$@" follow --timeout 0.3 --seconds 5
 contains "no whole image within 0.3 seconds"
-expect 1 "an interface that is not there" "$@" mc --interface 203.0.113.9 --seconds 1
 # An image is saved where a file is or may be, and nowhere else; where a link leads, the file is replaced.
 folder=$(mktemp -d)
 mkfifo "$folder/fifo"

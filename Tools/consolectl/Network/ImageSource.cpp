@@ -33,6 +33,10 @@ bool IsCapture(const std::string& strFile)
                                                      {0x4d, 0x3c, 0xb2, 0xa1},
                                                      {0x0a, 0x0d, 0x0d, 0x0a}};
     unsigned char aucBeginning[4] = {};
+    if (!IsFile(strFile)) // a pipe would be waited for
+    {
+        return false;
+    }
     const std::unique_ptr<std::FILE, int (*)(std::FILE*)> pFile(std::fopen(strFile.c_str(), "rb"), std::fclose);
     if (pFile == nullptr || std::fread(aucBeginning, 1, sizeof aucBeginning, pFile.get()) != sizeof aucBeginning)
     {

@@ -20,7 +20,7 @@ struct stOptions
 int Get(const stOptions& options)
 {
     std::vector<stPattern> patterns = ParsePatterns(options.addresses);
-    unsigned int unTypes = 0;
+    unsigned int unTypes = 1u << enString; // for the names
     for (const stPattern& pattern : patterns)
     {
         unTypes |= TypesOf(pattern);

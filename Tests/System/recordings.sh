@@ -1,0 +1,120 @@
+#!/usr/bin/env bash
+# Recordings: made, replayed, looked into, compared, broken off; and what the statistics find in them.    recordings.sh CONSOLECTL...
+# shellcheck source-path=SCRIPTDIR source=common.sh
+. "$(dirname "$0")/common.sh"
+enter_own_network "$@"
+work=$(mktemp -d)
+trap 'rm -rf "$work"' EXIT
+recording=$work/a.pcap
+
+# Three seconds with a change at a known moment; the last state is the MC's.
+"$@" mc --seconds 3 --moving-faders 2 --save "$work/mc" >"$work/mc.log" 2>&1 &
+mc=$!
+"$@" record "$recording" --timeout 5 >"$work/record.log" 2>&1 &
+record=$!
+sleep 1.5
+expect 0 "a change" "$@" set MicInput/100/Fader -6.5 --timeout 30
+wait $mc || fail "mc: $(cat "$work/mc.log")"
+wait $record || fail "record: $(cat "$work/record.log")"
+output=$(cat "$work/record.log")
+contains "0 dropped by the kernel; the image they lead to is whole, check word "
+check=${output##* }
+expect 1 "a file that is there" "$@" record "$recording" --timeout 0.2
+contains "File exists"
+
+expect 0 "where it leads to" "$@" replay "$recording" --silent --save "$work/replayed"
+contains "it got there: the same check words as at the end of the recording"
+contains "check word $check"
+cmp "$work/mc" "$work/replayed" || fail "the recording leads elsewhere"
+expect 0 "an MC's image and a recording" "$@" verify "$work/mc" "$recording"
+contains "241,339      241,339"
+
+# As it was before the change, and after it.
+expect 0 "before the change" "$@" get MicInput/100/Fader --from "$recording@1"
+[ "$(rows)" = '127.0.0.1 MicInput/100/Fader/0 Mic101 Fader -60' ] || fail "before: $output"
+expect 0 "at the end" "$@" get MicInput/100/Fader --from "$recording"
+[ "$(rows)" = '127.0.0.1 MicInput/100/Fader/0 Mic101 Fader -6.5' ] || fail "after: $output"
+expect 0 "saved as it was" "$@" replay "$recording" --silent --at 1 --save "$work/then"
+expect 1 "then and now" "$@" verify "$work/then" "$recording" --count 0
+rows | grep -qx 'differs MicInput/100/Fader/0 Mic101 Fader -60 -6.5' || fail "then and now: $output"
+expect 0 "who did it" "$@" why MicInput/100/Fader --capture "$recording"
+rows | grep -qE 'client asks for -6.5 changes, message [0-9]+, record 0 sent$' || fail "why: $output"
+rows | grep -qE 'MC grants -60 -6.5 update, message' || fail "why: $output"
+expect 0 "what changed" "$@" watch MicInput/100/Fader --capture "$recording"
+rows | grep -qE 'MicInput/100/Fader/0 Mic101 Fader -60 -6.5 client 127.0.0.1' || fail "watch: $output"
+
+# On the network again, four times as fast: a client gets the same image.
+"$@" follow --timeout 30 --until-silent 1 --save "$work/client" >"$work/follow.log" 2>&1 &
+follow=$!
+sleep 0.3
+expect 0 "on the network" "$@" replay "$recording" --speed 4
+contains "it got there"
+wait $follow || fail "follow: $(cat "$work/follow.log")"
+expect 0 "the client's image" "$@" verify "$recording" "$work/client"
+# In a loop until it is stopped; the updates of the second round are newer than those of the first.
+"$@" replay "$recording" --loop --speed 20 >"$work/loop.log" 2>&1 &
+loop=$!
+sleep 0.1
+expect 0 "a loop" "$@" watch MicInput/100/Fader --count 3 --timeout 30
+kill -INT $loop
+wait $loop || fail "loop: $(cat "$work/loop.log")"
+
+# One flipped bit, and two that cancel each other in the check word, are found and named. Faders stand behind strings, rotaries,
+# switches and integers, each behind its length.
+flip() # FILE OFFSET: turns the lowest bit of a byte
+{
+    local byte
+    byte=$(od -An -tu1 -j "$2" -N 1 "$1")
+    printf "\\x$(printf %x $((byte ^ 1)))" | dd of="$1" bs=1 seek="$2" conv=notrunc 2>/dev/null
+}
+integers=$((17 + 4 + 3151 * 13 + 4 + 65300 * 4 + 4 + 138696 / 8 + 4))
+cp "$work/mc" "$work/flipped"
+flip "$work/flipped" $((integers + 4 * 1000 + 3))
+expect 1 "one flipped bit" "$@" verify "$work/mc" "$work/flipped"
+[ "$(printf '%s\n' "$output" | grep -c differs)" = 1 ] || fail "one flipped bit: $output"
+contains "Integer          14,856       14,855"
+flip "$work/flipped" $((integers + 4 * 2000 + 3))
+expect 1 "two that cancel" "$@" verify "$work/mc" "$work/flipped"
+[ "$(printf '%s\n' "$output" | grep -c differs)" = 2 ] || fail "two that cancel: $output"
+contains "NOT in step, though the check words are equal"
+query='length == 2 and all(.[]; .verdict == "differs" and (.address | startswith("MicInput/")))'
+"$@" verify "$work/mc" "$work/flipped" --format json 2>/dev/null | jq -es "$query" >/dev/null || fail "verify's JSON"
+
+# Broken off: by a kill, and by a cut. What is complete is there; that it is unfinished is said.
+"$@" mc --seconds 60 --moving-faders 0 >"$work/mc.log" 2>&1 &
+mc=$!
+"$@" record "$work/killed.pcap" >"$work/record.log" 2>&1 &
+record=$!
+sleep 1
+kill -KILL $record
+wait $record 2>/dev/null
+expect 1 "a killed recording" "$@" replay "$work/killed.pcap" --silent
+contains "the image they lead to is whole"
+case $output in *"was broken off"* | *"has no end of a recording"*) ;; *) fail "a killed recording: $output" ;; esac
+expect 0 "a stopped recording" timeout --preserve-status -s INT 1 "$@" record "$work/stopped.pcap"
+expect 0 "is a whole one" "$@" replay "$work/stopped.pcap" --silent
+head -c 2000000 "$recording" >"$work/cut.pcap"
+expect 1 "a cut recording" "$@" stats --capture "$work/cut.pcap"
+contains "the capture was broken off: truncated dump file"
+expect 1 "no capture" "$@" stats --capture "$work/mc"
+contains "no capture file"
+expect 0 "verify a live MC" "$@" verify mc mc --timeout 30
+contains "in step"
+kill -TERM $mc
+wait $mc || fail "mc: $(cat "$work/mc.log")"
+
+# A network that loses: each lost message has its line, and they are as many as the MC says datagrams were lost in.
+"$@" record "$work/lossy.pcap" --timeout 4 >"$work/record.log" 2>&1 &
+record=$!
+sleep 0.3
+expect 0 "a lossy MC" "$@" mc --seconds 2 --loss 4 --seed 11
+wait $record || fail "record: $(cat "$work/record.log")"
+expect 0 "its statistics" "$@" stats --capture "$work/lossy.pcap"
+lost=$(printf '%s\n' "$output" | grep -cE ' lost .* message [0-9]+: (fragments? .* of [25] (is|are) missing|none of it came)$')
+[ "$lost" -gt 3 ] || fail "lost messages: $output"
+contains "$lost messages lost"
+rows | grep -qE "^fragments $lost [0-9.]+ messages that never came whole$" || fail "the sum of the lost: $output"
+for layer in kernel "frame size" header ring decode; do contains "$layer"; done
+"$@" stats --capture "$work/lossy.pcap" --format json 2>/dev/null |
+    jq -es "map(select(.kind == \"lost\")) | length == $lost" >/dev/null || fail "stats's JSON"
+finish

@@ -1,0 +1,95 @@
+#!/usr/bin/env bash
+# Changes and what they come from: watch, why, send, and each format.    watching.sh CONSOLECTL...
+# shellcheck source-path=SCRIPTDIR source=common.sh
+. "$(dirname "$0")/common.sh"
+enter_own_network "$@"
+work=$(mktemp -d)
+trap 'rm -rf "$work"' EXIT
+
+# until_log FILE TEXT: waits until a program that is running has said something.
+until_log() { for _ in $(seq 200); do grep -q "$2" "$1" && return; sleep 0.05; done; fail "no \"$2\" in: $(cat "$1")"; }
+
+"$@" mc --seconds 120 --moving-faders 1 >"$work/mc.log" 2>&1 &
+mc=$!
+
+# A change that a client asked for, and one that the MC made itself.
+"$@" watch 'MicInput/100/*/*' --count 2 --timeout 30 >"$work/watch.log" 2>&1 &
+watch=$!
+until_log "$work/watch.log" "updates on 225.0.0.46:7060, interface lo (127.0.0.1), where the system routes the group"
+sleep 0.5
+expect 0 "two changes" "$@" set MicInput/100/Fader -6.5 MicInput/100/Name 'Say "hi", x' --timeout 30
+wait $watch || fail "watch: $(cat "$work/watch.log")"
+output=$(cat "$work/watch.log")
+rows | grep -qE '^127.0.0.1 MicInput/100/Fader/0 .*Fader -60 -6.5 client 127.0.0.1$' || fail "the fader: $output"
+rows | grep -qE '^127.0.0.1 MicInput/100/String/1 .* "Mic101" "Say "hi", x" client 127.0.0.1$' || fail "the name: $output"
+contains "2 changes"
+expect 0 "the MC's own" "$@" watch MicInput/0/Fader --count 3 --timeout 30
+[ "$(rows | grep -cE '^127.0.0.1 MicInput/0/Fader/0 (Mic1 )?Fader -?[0-9.]+ -?[0-9.]+ MC$')" = 3 ] || fail "a moving fader: $output"
+
+# Each format says the same, and nothing but rows on standard output.
+json() { "$@" --format json 2>/dev/null | jq -es "$query" >/dev/null || fail "$*: not as it should be: $query"; }
+query='length == 4 and all(.[]; .sender == "127.0.0.1" and .address == "MicInput/0/Fader/0" and .origin == "MC" and (.old | type) == "number"
+    and (.time | test("^20[0-9-]+T[0-9:.]+Z$")))'
+json "$@" watch MicInput/0/Fader --count 4 --timeout 30
+query='length == 2 and .[0].value == -6.5 and .[1].value == "Say \"hi\", x" and .[0].name == "Say \"hi\", x Fader"'
+json "$@" get MicInput/100/Fader MicInput/100/Name --timeout 30
+query='length == 280 and .[0].address == "MicInput/3/Rotary/0" and .[0].type == "Rotary" and (.[0].default | type) == "number"'
+json "$@" params 'MicInput/3/Rotary/*'
+query='length == 1 and .[0].sent == 1 and .[0].address == "MicInput/7/Fader/0"'
+json "$@" set MicInput/7/Fader 1.5 --timeout 30
+query='length >= 1 and all(.[]; .String == "complete" and .Rotary_age < 1 and .types == "all complete")'
+json "$@" follow --count 200 --timeout 30
+expect 0 "csv" sh -c 'exec "$@" 2>/dev/null' sh "$@" get MicInput/100/Name --format csv --timeout 30
+[ "$(printf '%s\n' "$output" | sed 1d | cut -d, -f2-)" = '127.0.0.1,MicInput/100/String/1,"Say ""hi"", x Name","Say ""hi"", x"' ] ||
+    fail "csv: $output"
+[ "$(printf '%s\n' "$output" | head -n 1)" = time,sender,address,name,value ] || fail "csv's names: $output"
+
+# A ramp, asked for by one client and granted by the MC, each write with its datagram.
+"$@" why MicInput/12/Fader --count 7 --timeout 30 >"$work/why.log" 2>&1 &
+why=$!
+until_log "$work/why.log" "what a client sets with the simple sender is sent"
+sleep 0.5
+expect 0 "a ramp" "$@" send MicInput/12/Fader --from -60 --to 0 --count 4 --rate 10
+contains "4 changes sent in 0.3"
+wait $why || fail "why: $(cat "$work/why.log")"
+output=$(cat "$work/why.log")
+for value in -60 -40 -20 0; do
+    rows | grep -qE "client asks for $value changes, message [0-9]+, record 0 sent$" || fail "asked for $value: $output"
+done
+rows | grep -qE 'MC grants -20 0 update, message [0-9]+ updates have no filter$' || fail "granted: $output"
+contains "7 writes; 0 in the end" # the first is what it was already: granted without a change
+# What the simple sender never sends, and the queue does.
+"$@" why Globals/0/Integer/58 --count 2 --timeout 30 >"$work/why.log" 2>&1 &
+why=$!
+until_log "$work/why.log" "Globals/0/Integer/58: what a client sets with the simple sender is not sent: fixed filter list"
+sleep 0.5
+expect 0 "through the queue" "$@" set Globals/0/Integer/58 77 --timeout 30
+wait $why || fail "why: $(cat "$work/why.log")"
+output=$(cat "$work/why.log")
+contains "sent, though on the fixed filter list"
+
+# A script, and a burst that is all there.
+printf '# a comment\n0 MicInput/20/Name Lead Vocal\n0.2 MicInput/20/Fader -3.5\n' >"$work/script"
+expect 0 "a script" "$@" send --script "$work/script"
+contains "2 changes sent in 0.2"
+expect 0 "a burst" "$@" send 'MicInput/*/Rotary/0-9' --to 0.5 --from 0.5 --rate 0
+contains "1,440 changes sent"
+sleep 0.5
+expect 0 "what came of it" "$@" get MicInput/20/Name MicInput/20/Fader MicInput/143/Rotary/9 --timeout 30
+[ "$(rows | sed 's/.* //' | tr '\n' ' ')" = 'Vocal" -3.5 0.5 ' ] || fail "the script and the burst: $output"
+expect 27 "too few" "$@" watch MicInput/50/Fader --count 1 --timeout 0.5
+contains "0 changes within 0.5 seconds"
+expect 27 "no MC's changes" "$@" why MicInput/50/Fader --timeout 0.3
+
+# A stop that is asked for is an end like any other.
+"$@" watch 'MicInput/0/Fader' >"$work/watch.log" 2>&1 &
+watch=$!
+until_log "$work/watch.log" "MicInput/0/Fader/0"
+kill -INT $watch
+wait $watch || fail "an interrupted watch: $(tail -n 2 "$work/watch.log")"
+tail -n 1 "$work/watch.log" | grep -qE '^[0-9,]+ changes' || fail "no summary: $(tail -n 2 "$work/watch.log")"
+
+kill -TERM $mc
+wait $mc || fail "mc: $(cat "$work/mc.log")"
+expect 0 "changes at an MC" "$@" mc --seconds 0.3 --format json
+finish
