@@ -51,6 +51,8 @@ expect 0 "on the network" "$@" replay "$recording" --speed 4
 contains "it got there"
 wait $follow || fail "follow: $(cat "$work/follow.log")"
 expect 0 "the client's image" "$@" verify "$recording" "$work/client"
+expect 1 "to another group" "$@" replay "$recording" --silent --group 239.1.2.3
+contains "none of its datagrams went to 239.1.2.3:7060"
 # In a loop until it is stopped; the updates of the second round are newer than those of the first.
 "$@" replay "$recording" --loop --speed 20 >"$work/loop.log" 2>&1 &
 loop=$!

@@ -42,6 +42,43 @@ contains "show \"Faders only\" deleted"
 expect 1 "delete again" "$@" show delete "$shows" "Faders only"
 contains "there is no show \"Faders only\""
 
+# What a recall would do, said before anything moves: what moves, what is safe, what is outside the scope.
+expect 0 "everything back" "$@" show recall "$shows" Monday --timeout 30
+expect 0 "three faders moved" "$@" set 'MicInput/1-3/Fader' 3 --timeout 30
+expect 0 "one taken out of the scope" "$@" show scope "$shows" Monday MicInput/1/Fader --recall off
+[ "$(rows)" = 'MicInput/1/Fader/0 Mic2 Fader store - -60' ] || fail "scope: $output"
+expect 0 "a preview" "$@" show preview "$shows" Monday --safe MicInput/2/Fader --timeout 30
+for row in 'MicInput/1/Fader/0 Mic2 Fader 3 -60 stays: outside the recall scope' 'MicInput/2/Fader/0 Mic3 Fader 3 -60 stays: safe' \
+    'MicInput/3/Fader/0 Mic4 Fader 3 -60 moves: in the recall scope, not safe' 'all 225,440 1 1 225,438'; do
+    rows | grep -qxF "$row" || fail "no \"$row\" in: $output"
+done
+expect 0 "nothing has moved" "$@" get 'MicInput/1-3/Fader' --timeout 30
+[ "$(rows | sed 's/.* //' | tr '\n' ' ')" = '3 3 3 ' ] || fail "a preview moved something: $output"
+expect 0 "a recall does as it was said" "$@" show recall "$shows" Monday --safe MicInput/2/Fader --timeout 30
+expect 0 "what moved" "$@" get 'MicInput/1-3/Fader' --timeout 30
+[ "$(rows | sed 's/.* //' | tr '\n' ' ')" = '3 3 -60 ' ] || fail "the recall: $output"
+expect 0 "back into the scope" "$@" show scope "$shows" Monday MicInput/1/Fader --recall on
+contains "recall"
+expect 0 "out of the show" "$@" show scope "$shows" Monday 'MicInput/1/*/*' --store off --count 1
+contains "... and "
+expect 0 "and not back" "$@" show scope "$shows" Monday MicInput/1/Fader --recall on
+contains "1 of them are not in the show, and stay out of it"
+expect 1 "the MC and the rest of the show" "$@" verify mc "$shows:Monday" --timeout 30
+[ "$(rows | grep -c differs)" = 1 ] || fail "what is not in the show is compared: $output"
+rows | grep -qx 'differs MicInput/2/Fader/0 Mic3 Fader 3 -60' || fail "the safe one: $output"
+case $output in *"check words are equal"*) fail "a show has no check words: $output" ;; esac
+
+# Killed at any moment of saving: each show is there whole, or as it was.
+for _ in $(seq 12); do
+    "$@" show save "$shows" Monday --replace --timeout 30 >/dev/null 2>&1 &
+    save=$!
+    sleep "0.$(printf %03d $((20 + RANDOM % 150)))"
+    kill -KILL $save 2>/dev/null
+    wait $save 2>/dev/null
+    expect 0 "the file after a kill" "$@" show list "$shows"
+    expect 0 "the show after a kill" "$@" get MicInput/3/Fader --from "$shows:Monday"
+done
+
 # What is no whole show file is refused before anything is sent.
 for file in cut text empty fifo missing foreign; do
     case $file in

@@ -61,6 +61,7 @@ private:
     std::uint32_t m_unLastId = 0;
     std::uint32_t m_unFirstId = 0;
     long m_lRead = 0;
+    long m_lUpdates = 0; // datagrams
     long m_lSent = 0;
 };
 
@@ -115,6 +116,7 @@ bool CReplay::PlayOnce(CCaptureFile& capture)
             return true;
         }
         ++m_lRead;
+        m_lUpdates += datagram.destination == m_Updates ? 1 : 0;
         m_pShadow->Take(datagram);
         progress.Show(capture.GetPosition());
         if (!WaitFor(datagram.nTime) || !Send(datagram))
@@ -144,6 +146,10 @@ int CReplay::Judge(const CCaptureFile& capture)
     if (!strError.empty())
     {
         return Fail(strError);
+    }
+    if (m_lUpdates == 0)
+    {
+        return Fail("none of its datagrams went to " + m_Updates.Text() + ": --group and --port say where the recorded updates went");
     }
     if (StopRequested() || m_Options.dAt >= 0)
     {

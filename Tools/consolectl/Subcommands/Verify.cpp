@@ -64,7 +64,7 @@ void PrintTypes(const std::vector<stAddress>& different, const stNamedImage& a, 
     for (int nType = 0; nType < c_nMessageTypes; ++nType)
     {
         const bool bSame = anDifferent[nType] == 0 && (bShow || aunA[nType] == aunB[nType]);
-        const std::string strBad = aunA[nType] == aunB[nType] ? "NOT in step, though the check words are equal" : "NOT in step";
+        const std::string strBad = !bShow && aunA[nType] == aunB[nType] ? "NOT in step, though the check words are equal" : "NOT in step";
         Line("%-10s %12s %12s   %-10s %-10s %s", caMessageTypeNames[nType], Grouped(anCompared[nType]).c_str(),
              Grouped(anCompared[nType] - anDifferent[nType]).c_str(), bShow ? "" : Format("%08x", aunA[nType]).c_str(),
              bShow ? "" : Format("%08x", aunB[nType]).c_str(),

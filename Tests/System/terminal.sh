@@ -1,0 +1,97 @@
+#!/usr/bin/env bash
+# What is drawn on a terminal: top in several sizes, progress bars, colours.    terminal.sh CONSOLECTL...
+# shellcheck source-path=SCRIPTDIR source=common.sh
+. "$(dirname "$0")/common.sh"
+command -v tmux >/dev/null || { echo "skipped: there is no tmux"; exit 77; }
+enter_own_network "$@"
+work=$(mktemp -d)
+terminal=(tmux -L "consolectl.$$" -f /dev/null)
+trap '"${terminal[@]}" kill-server 2>/dev/null; rm -rf "$work"' EXIT
+export LC_ALL=C.UTF-8 TERM=screen-256color
+
+# type WIDTH HEIGHT COMMAND...: runs it in a terminal of that size, which stays when it has ended.
+type()
+{
+    "${terminal[@]}" new-session -d -x "$1" -y "$2" "$(printf '%q ' "${@:3}"); echo \"ended with \$?\"; sleep 60"
+}
+# seen TEXT [ESCAPES]: waits until the terminal shows it; what it shows is left in $output.
+seen()
+{
+    for _ in $(seq 100); do
+        output=$("${terminal[@]}" capture-pane -p ${2+-e})
+        case $output in *"$1"*) return ;; esac
+        sleep 0.05
+    done
+    fail "never seen: $1: $output"
+}
+close() { "${terminal[@]}" kill-server; sleep 0.1; }
+
+"$@" mc --seconds 100 --moving-faders 30 >"$work/mc.log" 2>&1 &
+mc=$!
+type 80 24 "$@" top
+seen "MicInput/0/Fader/0           Mic1 Fader"
+contains "consolectl top  225.0.0.46:7060  MC 127.0.0.1"
+contains "Rotary     complete"
+contains "busiest of 60"
+contains "q quit   p pause   r reset the losses"
+seen "updates 60/s" # within a second or two
+[ "$(printf '%s\n' "$output" | wc -l)" = 24 ] || fail "not the whole screen: $output"
+[ "$(printf '%s\n' "$output" | wc -L)" -le 80 ] || fail "too wide: $output"
+"${terminal[@]}" resize-window -x 40 -y 12
+seen ">" # what is cut off is marked
+[ "$(printf '%s\n' "$output" | wc -L)" -le 40 ] || fail "too wide: $output"
+contains "q quit"
+"${terminal[@]}" resize-window -x 120 -y 40
+seen "MicInput/20/Fader/0"
+"${terminal[@]}" send-keys p
+seen "[paused]"
+kill -STOP $mc
+seen "SILENT for"
+seen "Fader      stale"
+kill -CONT $mc
+seen "Fader      complete"
+"${terminal[@]}" send-keys q
+seen "ended with 0"
+contains "messages lost"
+close
+type 80 24 "$@" top
+seen "busiest"
+"${terminal[@]}" send-keys C-c
+seen "ended with 0"
+close
+type 80 24 env TERM=nonsense "$@" top
+seen "this terminal can't be used"
+seen "ended with 1"
+close
+expect 1 "top into a pipe" "$@" top
+contains "top needs a terminal; stats says the same to a pipe"
+
+# Progress: of a replay, and of waiting for an MC that is silent; gone when it ends. Colours are there, and not into a pipe.
+expect 0 "a recording" "$@" record "$work/a.pcap" --timeout 2
+kill -TERM $mc
+wait $mc || fail "mc: $(cat "$work/mc.log")"
+type 80 24 "$@" replay "$work/a.pcap"
+seen "replay ██"
+seen "ended with 0"
+case $output in *"█"*) fail "the bar stays: $output" ;; esac
+close
+type 80 24 "$@" get MicInput/3/Fader --group 239.1.2.4 --timeout 3
+seen "waiting for the MC's image ░░░"
+seen "ended with 27"
+close
+type 100 24 "$@" verify "$work/a.pcap" "$work/a.pcap"
+seen "ended with 0"
+seen $'\033[32min step' escapes
+close
+expect 0 "plain into a pipe" "$@" verify "$work/a.pcap" "$work/a.pcap"
+case $output in *$'\033'*) fail "colours in a pipe: $output" ;; esac
+close
+"$@" mc --seconds 100 >"$work/mc.log" 2>&1 &
+mc=$!
+type 120 24 "$@" follow --seconds 3
+seen "all complete"
+[ "$(printf '%s\n' "$output" | grep -c "all complete")" = 1 ] || fail "the live line is not in its place: $output"
+seen "ended with 0"
+kill -TERM $mc
+wait $mc || fail "mc: $(cat "$work/mc.log")"
+finish
