@@ -13,7 +13,7 @@ cd "$work" || exit 1
 consolectl() { "${program[@]}" "$@"; }
 
 # What each of them says, in their order; the simulated MCs go on beside them.
-answers=("all is well" "" "8 changes" "MicInput/100/Fader/0  -60 -> -6.5, back from the MC after" "" "messages lost"
+answers=("round trip" "" "8 changes" "MicInput/100/Fader/0  -60 -> -6.5, back from the MC after" "" "messages lost"
     "the image they lead to is whole" "it got there: the same check words as at the end of the recording" "241,339      241,339")
 commands=$(sed -n '/^## The first five minutes/,/^## Reading on/s/^    \(consolectl\|kill\)/\1/p' <<<"$readme" | sed 's/   .*//')
 [ "$(wc -l <<<"$commands")" = "${#answers[@]}" ] || fail "there are other commands: $commands"

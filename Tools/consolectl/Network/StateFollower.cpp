@@ -104,3 +104,21 @@ const char* TypeStateText(enTypeState enState)
     static const char* const caTexts[] = {"waiting", "partial", "complete", "stale"};
     return caTexts[enState];
 }
+
+void PrintStatistics(const CImageFollower& follower)
+{
+    const stReceiveStatistics statistics = follower.GetStatistics();
+    for (int nCounter = 0; nCounter < enReceiveCounterCount; ++nCounter)
+    {
+        const std::uint32_t unCount = statistics.aunCount[nCounter];
+        if (unCount != 0)
+        {
+            Line("%14s  %s", Grouped(unCount).c_str(), ReceiveCounterText(static_cast<enReceiveCounter>(nCounter)));
+        }
+    }
+    for (const auto* pSender = statistics.aSenders; pSender != statistics.aSenders + statistics.nSenders; ++pSender)
+    {
+        Line("%14s  datagrams from %s, %s bytes", Grouped(pSender->unDatagrams).c_str(), pSender->address.Text(),
+             Grouped(pSender->unBytes).c_str());
+    }
+}

@@ -46,3 +46,6 @@ private:
 };
 
 const char* TypeStateText(enTypeState enState);
+
+// A line for every counter that moved, and for every sender.
+void PrintStatistics(const CImageFollower& follower);

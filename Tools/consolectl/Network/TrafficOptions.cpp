@@ -30,3 +30,12 @@ std::unique_ptr<CTraffic> OpenTraffic(const stTrafficOptions& options)
     Line("%s", Describe(options.link, pLive->GetReceiveBufferSize()).c_str());
     return pLive;
 }
+
+int TrafficStatus(const CTraffic& traffic, const stLimits& limits, long lCame, const std::string& strWhat)
+{
+    if (!traffic.GetError().empty())
+    {
+        return Fail("the capture was broken off: " + traffic.GetError());
+    }
+    return traffic.IsOver() ? int(enExitDone) : limits.Status(lCame, strWhat);
+}

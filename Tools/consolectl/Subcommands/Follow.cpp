@@ -63,25 +63,6 @@ std::vector<stColumn> RowColumns()
     return columns;
 }
 
-// Every counter that moved.
-void PrintStatistics(const CImageFollower& follower)
-{
-    const stReceiveStatistics statistics = follower.GetStatistics();
-    for (int nCounter = 0; nCounter < enReceiveCounterCount; ++nCounter)
-    {
-        const std::uint32_t unCount = statistics.aunCount[nCounter];
-        if (unCount != 0)
-        {
-            Line("%14s  %s", Grouped(unCount).c_str(), ReceiveCounterText(static_cast<enReceiveCounter>(nCounter)));
-        }
-    }
-    for (const auto* pSender = statistics.aSenders; pSender != statistics.aSenders + statistics.nSenders; ++pSender)
-    {
-        Line("%14s  datagrams from %s, %s bytes", Grouped(pSender->unDatagrams).c_str(), pSender->address.Text(),
-             Grouped(pSender->unBytes).c_str());
-    }
-}
-
 class CFollow
 {
 public:
@@ -182,10 +163,7 @@ bool CFollow::IsOver() const
 void CFollow::PrintRow(bool bLast)
 {
     RySocketIO::CIPString sender;
-    if (m_Follower.GetLastSender(sender))
-    {
-        m_strSender = sender.Text();
-    }
+    m_strSender = m_Follower.GetLastSender(sender) ? sender.Text() : m_strSender;
     m_lTimeouts += m_Follower.GetMCTimeouts();
     std::vector<CCell> row = {CCell::Time(TimeNow()),
                               m_strSender,
@@ -236,7 +214,6 @@ int CFollow::Finish()
     if (m_Options.bStatistics)
     {
         PrintStatistics(m_Follower);
-        Line("  %10u updates left alone for newer ones", m_Follower.GetUpdatesOvertaken());
     }
     const std::string strError = m_Options.strSave.empty() ? std::string() : SaveImage(m_Image, m_Options.strSave);
     if (!strError.empty())

@@ -3,7 +3,6 @@
 #include "Network/Shadow.h"
 #include "Network/TrafficOptions.h"
 #include "Subcommands/Subcommands.h"
-#include "Terminal/Arguments.h"
 #include "Terminal/Output.h"
 
 #include <CLI/CLI.hpp>
@@ -14,8 +13,6 @@
 
 namespace
 {
-
-constexpr double c_dLongestWait = 0.2;
 
 struct stOptions
 {
@@ -143,23 +140,12 @@ int CStats::Run()
         return enExitFailed;
     }
     m_Table.PrintHead();
-    const tSteadyClock::time_point start = tSteadyClock::now();
-    for (stDatagram datagram; !m_Options.limits.Reached(m_lDatagrams, start) && !pTraffic->IsOver();)
-    {
-        if (pTraffic->Next(datagram, m_Options.limits.TimeLeft(start, c_dLongestWait)))
-        {
-            Take(datagram);
-        }
-    }
+    TakeAll(*pTraffic, m_Options.limits, m_lDatagrams, [this](stDatagram& datagram) { Take(datagram); });
     PrintLost(m_LossFinder.Finish(m_nLast));
     PrintFlows();
     PrintLayers(pTraffic->GetLoss());
     Line("%s datagrams in %.3f s, %s messages lost", Grouped(m_lDatagrams).c_str(), Seconds(), Grouped(m_lLost).c_str());
-    if (!pTraffic->GetError().empty())
-    {
-        return Fail("the capture was broken off: " + pTraffic->GetError());
-    }
-    return pTraffic->IsOver() ? int(enExitDone) : m_Options.limits.Status(m_lDatagrams, "datagrams");
+    return TrafficStatus(*pTraffic, m_Options.limits, m_lDatagrams, "datagrams");
 }
 
 } // namespace

@@ -5,13 +5,11 @@
 #include "Network/TrafficOptions.h"
 #include "Subcommands/Subcommands.h"
 #include "Terminal/Arguments.h"
+#include "Terminal/Screen.h"
 
 #include <CLI/CLI.hpp>
 
-#include <curses.h>
-
 #include <algorithm>
-#include <clocale>
 #include <map>
 #include <memory>
 
@@ -26,95 +24,10 @@ constexpr double c_dSilent = 1; // seconds without an update
 constexpr int c_nMostSenders = 5;
 constexpr char c_szKeys[] = "q quit   p pause   r reset the losses";
 
-enum enColour : short
-{
-    enColourGood = 1,
-    enColourBad,
-    enColourFaint
-};
-
 struct stOptions
 {
     stTrafficOptions traffic;
     stLimits limits;
-};
-
-// The terminal, as long as it lives.
-class CScreen
-{
-public:
-    // Characters beyond ASCII need the user's locale; numbers stay as they are.
-    CScreen() : m_pScreen((std::setlocale(LC_CTYPE, ""), newterm(nullptr, stdout, stdin)))
-    {
-        if (m_pScreen == nullptr)
-        {
-            return;
-        }
-        cbreak();
-        noecho();
-        curs_set(0);
-        keypad(stdscr, TRUE);
-        nodelay(stdscr, TRUE);
-        if (has_colors())
-        {
-            start_color();
-            use_default_colors();
-            init_pair(enColourGood, COLOR_GREEN, -1);
-            init_pair(enColourBad, COLOR_RED, -1);
-            init_pair(enColourFaint, COLOR_CYAN, -1);
-        }
-    }
-    ~CScreen()
-    {
-        if (m_pScreen != nullptr)
-        {
-            endwin();
-            delscreen(m_pScreen);
-        }
-    }
-    CScreen(const CScreen&) = delete;
-    CScreen& operator=(const CScreen&) = delete;
-
-    bool IsOpen() const { return m_pScreen != nullptr; }
-    void Begin()
-    {
-        erase();
-        m_nRow = 0;
-    }
-    void End()
-    {
-        Put(LINES - 1, c_szKeys, A_REVERSE);
-        refresh();
-    }
-    int RowsLeft() const { return LINES - 1 - m_nRow; }
-    void Text(const std::string& strText, attr_t attributes = A_NORMAL)
-    {
-        if (RowsLeft() > 0)
-        {
-            Put(m_nRow++, strText, attributes);
-        }
-    }
-
-private:
-    // What is too long for the line ends in a mark.
-    void Put(int nRow, const std::string& strText, attr_t attributes)
-    {
-        std::string strShown = strText;
-        while (Width(strShown) > COLS)
-        {
-            strShown.pop_back();
-        }
-        attrset(attributes);
-        mvaddstr(nRow, 0, strShown.c_str());
-        if (strShown != strText)
-        {
-            mvaddch(nRow, COLS - 1, '>');
-        }
-        attrset(A_NORMAL);
-    }
-
-    SCREEN* const m_pScreen;
-    int m_nRow = 0;
 };
 
 // What happened within a second.
@@ -141,7 +54,7 @@ private:
     void DrawTypes(CScreen& screen);
     void DrawSenders(CScreen& screen);
     void DrawBusiest(CScreen& screen);
-    bool TakeKeys();
+    bool TakeKeys(CScreen& screen);
     int Watch(CTraffic& traffic);
 
     const stOptions& m_Options;
@@ -187,17 +100,17 @@ void CTop::DrawSummary(CScreen& screen, const stTrafficLoss& loss)
                                   : "MC " + m_Shadow.GetMC().AddressText();
     screen.Text(Format("consolectl top  %s:%u  %s  %s", m_Options.traffic.link.strGroup.c_str(), m_Options.traffic.link.unPort,
                        strMC.c_str(), m_bPaused ? "[paused]" : ""),
-                !bEver || dSilent > c_dSilent ? A_BOLD | COLOR_PAIR(enColourBad) : A_BOLD);
+                !bEver || dSilent > c_dSilent ? enBad : enStrong);
     const long lLost = m_lLost + static_cast<long>(loss.unKernel + loss.unSize);
     screen.Text(Format("updates %ld/s   client changes %ld/s   lost %ld, by the kernel %u, by size %u", m_Shown.lUpdates,
                        m_Shown.lRequests, m_lLost, loss.unKernel, loss.unSize),
-                lLost == 0 ? A_NORMAL : COLOR_PAIR(enColourBad));
+                lLost == 0 ? enPlain : enBad);
     screen.Text("");
 }
 
 void CTop::DrawTypes(CScreen& screen)
 {
-    screen.Text(Format("%-10s %-10s %8s %12s", "type", "state", "age s", "changes/s"), A_UNDERLINE);
+    screen.Text(Format("%-10s %-10s %8s %12s", "type", "state", "age s", "changes/s"), enStrong);
     for (int nType = 0; nType < c_nMessageTypes; ++nType)
     {
         const tagenPPCMessageType enType = static_cast<tagenPPCMessageType>(nType);
@@ -205,20 +118,20 @@ void CTop::DrawTypes(CScreen& screen)
         const double dAge = m_Shadow.Follower().GetAge(enType);
         screen.Text(Format("%-10s %-10s %8s %12d", caMessageTypeNames[nType], TypeStateText(enState),
                            dAge < 0 ? "-" : Format("%.2f", dAge).c_str(), m_Shown.anChanges[nType]),
-                    enState == enTypeComplete ? COLOR_PAIR(enColourGood) : COLOR_PAIR(enColourBad));
+                    enState == enTypeComplete ? enGood : enBad);
     }
     screen.Text("");
 }
 
 void CTop::DrawSenders(CScreen& screen)
 {
-    screen.Text(Format("%-24s %12s %16s", "sender", "datagrams/s", "bytes/s"), A_UNDERLINE);
+    screen.Text(Format("%-24s %12s %16s", "sender", "datagrams/s", "bytes/s"), enStrong);
     int nShown = 0;
     for (const auto& entry : m_Shown.senders)
     {
         if (++nShown > c_nMostSenders)
         {
-            screen.Text(Format("... and %zu more", m_Shown.senders.size() - c_nMostSenders), COLOR_PAIR(enColourFaint));
+            screen.Text(Format("... and %zu more", m_Shown.senders.size() - c_nMostSenders), enFaint);
             break;
         }
         screen.Text(Format("%-24s %12ld %16s", entry.first.c_str(), entry.second.first,
@@ -233,7 +146,7 @@ void CTop::DrawBusiest(CScreen& screen)
     std::vector<tBusy> busiest(m_Shown.parameters.begin(), m_Shown.parameters.end());
     std::stable_sort(busiest.begin(), busiest.end(), [](const tBusy& a, const tBusy& b) { return a.second > b.second; });
     screen.Text(Format("%-28s %-20s %14s %10s", Format("busiest of %zu", busiest.size()).c_str(), "name", "value", "changes/s"),
-                A_UNDERLINE);
+                enStrong);
     for (const tBusy& busy : busiest)
     {
         if (screen.RowsLeft() <= 0)
@@ -254,14 +167,14 @@ void CTop::Draw(CScreen& screen, const stTrafficLoss& loss)
     DrawTypes(screen);
     DrawSenders(screen);
     DrawBusiest(screen);
-    screen.End();
+    screen.End(c_szKeys);
     ++m_lDrawn;
 }
 
 // False when it is to end.
-bool CTop::TakeKeys()
+bool CTop::TakeKeys(CScreen& screen)
 {
-    for (int nKey = getch(); nKey != ERR; nKey = getch())
+    for (int nKey = screen.Key(); nKey != 0; nKey = screen.Key())
     {
         if (nKey == 'q')
         {
@@ -299,7 +212,7 @@ int CTop::Watch(CTraffic& traffic)
     const tSteadyClock::time_point start = tSteadyClock::now();
     double dNextDraw = 0;
     double dNextSecond = 1;
-    for (stDatagram datagram; !m_Options.limits.Reached(m_lDrawn, start) && TakeKeys();)
+    for (stDatagram datagram; !m_Options.limits.Reached(m_lDrawn, start) && TakeKeys(screen);)
     {
         if (traffic.Next(datagram, c_dLongestWait))
         {

@@ -3,7 +3,6 @@
 #include "Network/Shadow.h"
 #include "Network/TrafficOptions.h"
 #include "Subcommands/Subcommands.h"
-#include "Terminal/Arguments.h"
 
 #include <CLI/CLI.hpp>
 
@@ -12,8 +11,6 @@
 
 namespace
 {
-
-constexpr double c_dLongestWait = 0.2;
 
 struct stOptions
 {
@@ -46,29 +43,21 @@ int Watch(const stOptions& options)
                            [&change](const stPattern& pattern) { return IsNamedBy(pattern, change.address); });
     };
     long lChanges = 0;
-    const tSteadyClock::time_point start = tSteadyClock::now();
-    for (stDatagram datagram; !options.limits.Reached(lChanges, start) && !pTraffic->IsOver();)
-    {
-        if (!pTraffic->Next(datagram, options.limits.TimeLeft(start, c_dLongestWait)))
-        {
-            continue;
-        }
-        pShadow->Take(datagram);
-        for (const stImageChange& change : pShadow->GetChanges())
-        {
-            if (isWatched(change) && !options.limits.Reached(lChanges, start))
+    TakeAll(*pTraffic, options.limits, lChanges,
+            [&](stDatagram& datagram)
             {
-                PrintChange(table, pShadow->Image(), change);
-                ++lChanges;
-            }
-        }
-    }
+                pShadow->Take(datagram);
+                for (const stImageChange& change : pShadow->GetChanges())
+                {
+                    if (isWatched(change) && (options.limits.nCount == 0 || lChanges < options.limits.nCount))
+                    {
+                        PrintChange(table, pShadow->Image(), change);
+                        ++lChanges;
+                    }
+                }
+            });
     Line("%s changes%s", Grouped(lChanges).c_str(), pShadow->IsWhole() ? "" : "; the image never was whole");
-    if (!pTraffic->GetError().empty())
-    {
-        return Fail("the capture was broken off: " + pTraffic->GetError());
-    }
-    return pTraffic->IsOver() ? int(enExitDone) : options.limits.Status(lChanges, "changes");
+    return TrafficStatus(*pTraffic, options.limits, lChanges, "changes");
 }
 
 } // namespace

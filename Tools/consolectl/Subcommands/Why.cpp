@@ -3,7 +3,6 @@
 #include "Network/Shadow.h"
 #include "Network/TrafficOptions.h"
 #include "Subcommands/Subcommands.h"
-#include "Terminal/Arguments.h"
 
 #include <CLI/CLI.hpp>
 
@@ -11,8 +10,6 @@
 
 namespace
 {
-
-constexpr double c_dLongestWait = 0.2;
 
 struct stOptions
 {
@@ -98,22 +95,11 @@ int CWhy::Run()
     Line("%s: what a client sets with the simple sender is %s", AddressText(m_Address).c_str(),
          IsFiltered() ? "not sent: fixed filter list" : "sent");
     m_Table.PrintHead();
-    const tSteadyClock::time_point start = tSteadyClock::now();
-    for (stDatagram datagram; !m_Options.limits.Reached(m_lWrites, start) && !pTraffic->IsOver();)
-    {
-        if (pTraffic->Next(datagram, m_Options.limits.TimeLeft(start, c_dLongestWait)))
-        {
-            Take(datagram);
-        }
-    }
+    TakeAll(*pTraffic, m_Options.limits, m_lWrites, [this](stDatagram& datagram) { Take(datagram); });
     Line("%s writes; %s in the end, after %s updates", Grouped(m_lWrites).c_str(),
          ValueText(m_Address, ReadValue(m_Shadow.Image(), m_Address)).c_str(),
          Grouped(m_Shadow.Follower().GetUpdatesApplied()).c_str());
-    if (!pTraffic->GetError().empty())
-    {
-        return Fail("the capture was broken off: " + pTraffic->GetError());
-    }
-    return pTraffic->IsOver() ? int(enExitDone) : m_Options.limits.Status(m_lWrites, "writes");
+    return TrafficStatus(*pTraffic, m_Options.limits, m_lWrites, "writes");
 }
 
 } // namespace

@@ -1,0 +1,110 @@
+#include "Terminal/Screen.h"
+
+#include <curses.h>
+
+#include <clocale>
+#include <cstdio>
+
+namespace
+{
+
+int AttributesOf(enTextStyle enStyle)
+{
+    switch (enStyle)
+    {
+    case enGood:
+    case enBad:
+        return COLOR_PAIR(enStyle);
+    case enStrong:
+        return A_BOLD;
+    case enFaint:
+        return A_DIM;
+    default:
+        return A_NORMAL;
+    }
+}
+
+// Characters beyond ASCII need the user's locale; numbers stay as they are.
+SCREEN* OpenTerminal()
+{
+    std::setlocale(LC_CTYPE, "");
+    return newterm(nullptr, stdout, stdin);
+}
+
+} // namespace
+
+CScreen::CScreen() : m_pScreen(OpenTerminal())
+{
+    if (m_pScreen == nullptr)
+    {
+        return;
+    }
+    cbreak();
+    noecho();
+    curs_set(0);
+    keypad(stdscr, TRUE);
+    nodelay(stdscr, TRUE);
+    if (has_colors())
+    {
+        start_color();
+        use_default_colors();
+        init_pair(enGood, COLOR_GREEN, -1);
+        init_pair(enBad, COLOR_RED, -1);
+    }
+}
+
+CScreen::~CScreen()
+{
+    if (m_pScreen != nullptr)
+    {
+        endwin();
+        delscreen(m_pScreen);
+    }
+}
+
+void CScreen::Begin()
+{
+    erase();
+    m_nRow = 0;
+}
+
+void CScreen::Text(const std::string& strText, enTextStyle enStyle)
+{
+    if (RowsLeft() > 0)
+    {
+        Put(m_nRow++, strText, AttributesOf(enStyle));
+    }
+}
+
+int CScreen::RowsLeft() const
+{
+    return LINES - 1 - m_nRow;
+}
+
+void CScreen::End(const std::string& strLastRow)
+{
+    Put(LINES - 1, strLastRow, A_REVERSE);
+    refresh();
+}
+
+int CScreen::Key()
+{
+    const int nKey = getch();
+    return nKey == ERR ? 0 : nKey;
+}
+
+void CScreen::Put(int nRow, const std::string& strText, int nAttributes)
+{
+    std::string strShown = strText;
+    while (Width(strShown) > COLS)
+    {
+        strShown.pop_back();
+    }
+    attrset(nAttributes);
+    mvaddstr(nRow, 0, strShown.c_str());
+    if (strShown != strText)
+    {
+        mvaddch(nRow, COLS - 1, '>');
+    }
+    attrset(A_NORMAL);
+}
