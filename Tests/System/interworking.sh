@@ -67,6 +67,23 @@ shows target native
 kill -TERM "$mc"
 finish_mc
 
+# recorded MC RECORDER: the other machine replays what one recorded, and gets where it led.
+recorded()
+{
+    local -n recorder=$2
+    "${recorder[@]}" record "$work/$2.pcap" --timeout 60 >"$work/record.log" 2>&1 &
+    local recording=$!
+    until_log "$work/record.log" "updates on"
+    start_mc "$1" --seconds 1
+    finish_mc
+    kill -INT $recording
+    wait $recording || fail "record: $(cat "$work/record.log")"
+    expect 0 "$1 replays" "$1" replay "$work/$2.pcap" --silent
+    contains "it got there"
+}
+recorded native target
+recorded target native
+
 # captured MACHINE: what it sends for a seed, taken down by this machine.
 captured()
 {

@@ -7,14 +7,17 @@ work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
 recording=$work/a.pcap
 
-# Three seconds with a change at a known moment; the last state is the MC's.
-"$@" mc --seconds 3 --moving-faders 2 --save "$work/mc" >"$work/mc.log" 2>&1 &
-mc=$!
-"$@" record "$recording" --timeout 5 >"$work/record.log" 2>&1 &
+# A change more than a second after the first datagram; the last state is the MC's.
+"$@" record "$recording" --timeout 12 >"$work/record.log" 2>&1 &
 record=$!
-sleep 1.5
+until_log "$work/record.log" "updates on"
+"$@" mc --seconds 5 --moving-faders 2 --save "$work/mc" >"$work/mc.log" 2>&1 &
+mc=$!
+expect 0 "an MC" "$@" get MicInput/100/Fader --timeout 30
+sleep 1.2
 expect 0 "a change" "$@" set MicInput/100/Fader -6.5 --timeout 30
 wait $mc || fail "mc: $(cat "$work/mc.log")"
+kill -INT $record
 wait $record || fail "record: $(cat "$work/record.log")"
 output=$(cat "$work/record.log")
 contains "0 dropped by the kernel; the image they lead to is whole, check word "

@@ -6,9 +6,6 @@ enter_own_network "$@"
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
 
-# until_log FILE TEXT: waits until a program that is running has said something.
-until_log() { for _ in $(seq 200); do grep -q "$2" "$1" && return; sleep 0.05; done; fail "no \"$2\" in: $(cat "$1")"; }
-
 "$@" mc --seconds 120 --moving-faders 1 >"$work/mc.log" 2>&1 &
 mc=$!
 

@@ -95,3 +95,21 @@ TEST(Difference, OnlyTheTypesAskedForAreComparedAndZerosOfEitherSignDiffer)
     EXPECT_EQ(std::vector<std::string>({"MicInput/3/Fader/0"}), Texts(FindDifferences(*pA, *pB, 1u << enFader)));
     EXPECT_EQ(std::vector<std::string>({"MicInput/3/Switch/0"}), Texts(FindDifferences(*pA, *pB, 1u << enSwitch)));
 }
+
+TEST(Difference, CheckWordsAreTheSameOnEveryMachine)
+{
+    const auto pImage = std::make_unique<CBMAContainer>();
+    RyGConsoleString strName("abcde");
+    pImage->SetPPC(enString, enGlobals, 0, 0, strName, false, false);
+    pImage->SetPPC(enSwitch, enGlobals, 0, 3, 1, false, false);
+    pImage->SetPPC(enMeter, enGlobals, 0, 1, static_cast<unsigned char>(0x12), false, false);
+    pImage->SetPPC(enInteger, enGlobals, 0, 1, 0x12345678, false, false);
+    pImage->SetPPC(enFader, enGlobals, 0, 0, 1.0f, false, false);
+    std::uint32_t aun[c_nMessageTypes];
+    ReadCheckWords(*pImage, aun);
+    EXPECT_EQ(0x61626364u ^ 0x65000000u, aun[enString]);
+    EXPECT_EQ(0x08000000u, aun[enSwitch]);
+    EXPECT_EQ(0x00120000u, aun[enMeter]);
+    EXPECT_EQ(0x12345678u, aun[enInteger]);
+    EXPECT_EQ(0x3f800000u, aun[enFader]);
+}

@@ -2,6 +2,8 @@
 
 #include "Terminal/Common.h"
 
+#include <boost/endian/conversion.hpp>
+
 #include <algorithm>
 #include <cctype>
 #include <charconv>
@@ -419,7 +421,9 @@ void ReadCheckWords(CBMAContainer& image, std::uint32_t (&aunCheckWords)[c_nMess
     image.UpdateXors();
     for (int nType = 0; nType < c_nMessageTypes; ++nType)
     {
-        aunCheckWords[nType] = image.GetXorVal(static_cast<tagenPPCMessageType>(nType));
+        const std::uint32_t unWord = image.GetXorVal(static_cast<tagenPPCMessageType>(nType));
+        const bool bBytes = nType == enString || nType == enSwitch || nType == enMeter;
+        aunCheckWords[nType] = bBytes ? boost::endian::big_to_native(unWord) : unWord;
     }
 }
 

@@ -96,6 +96,7 @@ stValue ReadValue(const CBMAContainer& image, const stAddress& address);
 void WriteValue(CBMAContainer& image, const stChange& change, bool bSendOnly);
 bool SameValue(const stAddress& address, const stValue& a, const stValue& b);
 
-// The check words of an image as it is now; and one of all seven, which no two of them can cancel out in, as text.
+// The check words of an image as it is now, the same on every machine: those of strings, switches and meters, which are bytes, are
+// the console's, most significant byte first. And one of all seven, which no two of them can cancel out in, as text.
 void ReadCheckWords(CBMAContainer& image, std::uint32_t (&aunCheckWords)[c_nMessageTypes]);
 std::string CheckWordText(CBMAContainer& image);
