@@ -44,6 +44,7 @@ int Run(int nArguments, char** ppArguments)
 #endif
     AddWhy(app, nStatus);
     AddDiagnostics(app, nStatus);
+    AddManual(app, nStatus);
     try
     {
         app.parse(nArguments, ppArguments);

@@ -14,6 +14,8 @@
 //   FILE:NAME        a show of a file
 constexpr char c_szImageSources[] = "mc (live), a saved image, a capture FILE.pcap or FILE.pcap@SECONDS, or a show FILE:NAME";
 
+constexpr char c_szImageType[] = "mc|FILE";
+
 struct stNamedImage
 {
     std::unique_ptr<CBMAContainer> pImage = std::make_unique<CBMAContainer>();

@@ -210,7 +210,7 @@ int Stoppable(int (*pRun)(const Options&), const Options& options)
 
 void AddSchemaOption(CLI::App& command, std::string& strSchema)
 {
-    command.add_option("--schema", strSchema, "Schema file to validate against")->capture_default_str();
+    command.add_option("--schema", strSchema, "Schema file to validate against")->type_name("FILE")->capture_default_str();
 }
 
 } // namespace

@@ -286,7 +286,7 @@ void AddFollow(CLI::App& app, int& nStatus)
     pCommand->add_option("--count", pOptions->nCount, "Stop after so many updates; 0: at Ctrl-C")
         ->check(CLI::Range(0, 1000000000))
         ->capture_default_str();
-    pCommand->add_option("--save", pOptions->strSave, "Write the image to this file at the end");
+    pCommand->add_option("--save", pOptions->strSave, "Write the image to this file at the end")->type_name("FILE");
     AddFormatOption(*pCommand);
     pCommand->add_flag("--statistics", pOptions->bStatistics, "At the end, say what came and what became of it");
     pCommand->callback(

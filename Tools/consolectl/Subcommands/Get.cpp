@@ -56,7 +56,9 @@ void AddGet(CLI::App& app, int& nStatus)
     CLI::App* pCommand = app.add_subcommand("get", "Show parameters of the MC, or of another image, a line each");
     AddClientOptions(*pCommand, pOptions->client);
     AddFormatOption(*pCommand);
-    pCommand->add_option("--from", pOptions->strSource, std::string("The image: ") + c_szImageSources)->capture_default_str();
+    pCommand->add_option("--from", pOptions->strSource, std::string("The image: ") + c_szImageSources)
+        ->type_name(c_szImageType)
+        ->capture_default_str();
     pCommand
         ->add_option("ADDRESS", pOptions->addresses,
                      "Such as MicInput/12/Fader/0 or MicInput/12/Name; each part may be '*', path and parameter a range (0-9)")

@@ -283,7 +283,7 @@ void AddMc(CLI::App& app, int& nStatus)
     AddFaultOptions(*pCommand, pOptions->faults);
     AddLimitOptions(*pCommand, pOptions->limits, "changes of clients");
     AddFormatOption(*pCommand);
-    pCommand->add_option("--save", pOptions->strSave, "Write the image to this file at the end");
+    pCommand->add_option("--save", pOptions->strSave, "Write the image to this file at the end")->type_name("FILE");
     pCommand->callback(
         [pOptions, &nStatus]
         {

@@ -149,7 +149,8 @@ int CReplay::Judge(const CCaptureFile& capture)
     }
     if (m_lUpdates == 0)
     {
-        return Fail("none of its datagrams went to " + m_Updates.Text() + ": --group and --port say where the recorded updates went");
+        return Fail("none of its datagrams went to " + m_Updates.Text() +
+                    ": --group and --port say where the recorded updates went");
     }
     if (StopRequested() || m_Options.dAt >= 0)
     {
@@ -219,7 +220,7 @@ void AddReplay(CLI::App& app, int& nStatus)
     pCommand->add_option("--at", pOptions->dAt, "Stop at so many seconds after the first datagram: the image as it was then")
         ->check(Between(0, 1e9))
         ->excludes(pLoop);
-    pCommand->add_option("--save", pOptions->strSave, "Write the image to this file at the end");
+    pCommand->add_option("--save", pOptions->strSave, "Write the image to this file at the end")->type_name("FILE");
     pCommand->add_flag("--changes", pOptions->bChanges, "Send the clients' changes, too: an MC will take them");
     pCommand->add_flag("--silent", pOptions->bSilent, "Send nothing: only see what image it leads to")->excludes(pLoop);
     AddFormatOption(*pCommand);

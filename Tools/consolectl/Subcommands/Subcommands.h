@@ -21,3 +21,4 @@ void AddReplay(CLI::App& app, int& nStatus);
 void AddShow(CLI::App& app, int& nStatus);
 void AddWhy(CLI::App& app, int& nStatus);
 void AddDiagnostics(CLI::App& app, int& nStatus);
+void AddManual(CLI::App& app, int& nStatus);

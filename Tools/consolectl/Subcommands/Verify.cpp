@@ -64,7 +64,8 @@ void PrintTypes(const std::vector<stAddress>& different, const stNamedImage& a, 
     for (int nType = 0; nType < c_nMessageTypes; ++nType)
     {
         const bool bSame = anDifferent[nType] == 0 && (bShow || aunA[nType] == aunB[nType]);
-        const std::string strBad = !bShow && aunA[nType] == aunB[nType] ? "NOT in step, though the check words are equal" : "NOT in step";
+        const std::string strBad =
+            !bShow && aunA[nType] == aunB[nType] ? "NOT in step, though the check words are equal" : "NOT in step";
         Line("%-10s %12s %12s   %-10s %-10s %s", caMessageTypeNames[nType], Grouped(anCompared[nType]).c_str(),
              Grouped(anCompared[nType] - anDifferent[nType]).c_str(), bShow ? "" : Format("%08x", aunA[nType]).c_str(),
              bShow ? "" : Format("%08x", aunB[nType]).c_str(),
@@ -103,8 +104,8 @@ void AddVerify(CLI::App& app, int& nStatus)
     pCommand->add_option("--count", pOptions->nCount, "Show so many differences; 0: all")
         ->check(CLI::Range(0, c_nParameters))
         ->capture_default_str();
-    pCommand->add_option("A", pOptions->strA, std::string("An image: ") + c_szImageSources)->required();
-    pCommand->add_option("B", pOptions->strB, "The other one")->required();
+    pCommand->add_option("A", pOptions->strA, std::string("An image: ") + c_szImageSources)->type_name(c_szImageType)->required();
+    pCommand->add_option("B", pOptions->strB, "The other one")->type_name(c_szImageType)->required();
     pCommand->footer("consolectl verify mc FILE.pcap\n"
                      "consolectl verify FILE.pcap@2 FILE.pcap@3\n"
                      "consolectl verify mc SHOWS:Monday");

@@ -127,6 +127,27 @@ std::string Padded(const std::string& strText, int nWidth)
     return nWidth < 0 ? strBlanks + strText : strText + strBlanks;
 }
 
+std::string Replaced(const std::string& strText, const std::map<char, const char*>& replacements)
+{
+    std::string strReplaced;
+    for (const char c : strText)
+    {
+        const auto replacement = replacements.find(c);
+        strReplaced += replacement != replacements.end() ? replacement->second : std::string(1, c);
+    }
+    return strReplaced;
+}
+
+std::string Joined(const std::vector<std::string>& texts, const std::string& strBetween)
+{
+    std::string strJoined;
+    for (const std::string& strText : texts)
+    {
+        strJoined += (&strText == &texts.front() ? "" : strBetween) + strText;
+    }
+    return strJoined;
+}
+
 std::string Format(const char* szFormat, ...)
 {
     va_list arguments;

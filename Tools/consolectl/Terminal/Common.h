@@ -3,8 +3,10 @@
 
 #include <chrono>
 #include <cstdint>
+#include <map>
 #include <stdexcept>
 #include <string>
+#include <vector>
 
 enum enExitStatus : int
 {
@@ -54,6 +56,11 @@ std::string Printable(const std::string& strText);
 // Characters, not bytes; and the text with blanks behind it, or before it for a negative width.
 int Width(const std::string& strText);
 std::string Padded(const std::string& strText, int nWidth);
+
+// With these characters replaced, each by its text.
+std::string Replaced(const std::string& strText, const std::map<char, const char*>& replacements);
+
+std::string Joined(const std::vector<std::string>& texts, const std::string& strBetween);
 
 // printf into a string.
 std::string Format(const char* szFormat, ...) __attribute__((format(printf, 1, 2)));
