@@ -1,6 +1,6 @@
 // Texts that no subcommand has today.
-#include "Terminal/ManualPages.h"
-#include "Terminal/Completion.h"
+#include "Manual/ManualPages.h"
+#include "Manual/Completion.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

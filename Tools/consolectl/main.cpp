@@ -45,6 +45,7 @@ int Run(int nArguments, char** ppArguments)
     AddWhy(app, nStatus);
     AddDiagnostics(app, nStatus);
     AddManual(app, nStatus);
+    AddDoctor(app, nStatus);
     try
     {
         app.parse(nArguments, ppArguments);

@@ -57,6 +57,16 @@ std::string stInterface::WhyNot() const
                                        : "";
 }
 
+std::string stInterface::Repair() const
+{
+    const std::string strQuoted = ShellWord(strName);
+    return !bUp                        ? "ip link set " + strQuoted + " up"
+           : !bCarrier                 ? ""
+           : strAddress.empty()        ? "ip address add ADDRESS/24 dev " + strQuoted
+           : !bMulticast && !bLoopback ? "ip link set " + strQuoted + " multicast on"
+                                       : "";
+}
+
 std::vector<stInterface> ListInterfaces()
 {
     std::vector<stInterface> interfaces;
@@ -123,7 +133,7 @@ std::string FindInterface(const std::string& strNameOrAddress)
 }
 
 // Connecting a datagram socket sends nothing: it asks the system for the route.
-std::string RouteTo(const std::string& strGroup, std::string& strWhyNot)
+std::string RouteTo(const std::string& strGroup, int& nError)
 {
     sockaddr_in address = {};
     address.sin_family = AF_INET;
@@ -139,7 +149,7 @@ std::string RouteTo(const std::string& strGroup, std::string& strWhyNot)
     }
     else
     {
-        strWhyNot = std::strerror(errno);
+        nError = errno;
     }
     if (nSocket >= 0)
     {
@@ -150,9 +160,9 @@ std::string RouteTo(const std::string& strGroup, std::string& strWhyNot)
 
 std::string ChoiceText(const std::string& strChosenAddress, const std::string& strGroup)
 {
-    std::string strWhyNot;
-    const std::string strAddress = strChosenAddress.empty() ? RouteTo(strGroup, strWhyNot) : strChosenAddress;
-    return strAddress.empty() ? Format("no interface: the system has no route to the group (%s)", strWhyNot.c_str())
+    int nError = 0;
+    const std::string strAddress = strChosenAddress.empty() ? RouteTo(strGroup, nError) : strChosenAddress;
+    return strAddress.empty() ? Format("no interface: the system has no route to the group (%s)", std::strerror(nError))
                               : Format("interface %s (%s), %s", NameOf(strAddress).c_str(), strAddress.c_str(),
                                        strChosenAddress.empty() ? "where the system routes the group" : "as --interface says");
 }

@@ -16,6 +16,9 @@ struct stInterface
 
     // Empty when it can carry multicast, or the reason why not.
     std::string WhyNot() const;
+
+    // The command that changes this; empty where none does. What only a person knows is in capitals.
+    std::string Repair() const;
 };
 
 // Empty where the system doesn't tell.
@@ -27,8 +30,8 @@ std::string InterfacesText(const std::vector<stInterface>& interfaces);
 // The address of the interface that a name or an address stands for. Throws stWrongUse with what there is.
 std::string FindInterface(const std::string& strNameOrAddress);
 
-// The address that the system sends from to a group when nothing else is said. Empty when it can't, and why.
-std::string RouteTo(const std::string& strGroup, std::string& strWhyNot);
+// The address that the system sends from to a group when nothing else is said. Empty when it can't, and then the errno why.
+std::string RouteTo(const std::string& strGroup, int& nError);
 
 // "interface lo (127.0.0.1), where the system routes the group", of the address that was chosen, or of none.
 std::string ChoiceText(const std::string& strChosenAddress, const std::string& strGroup);

@@ -1,9 +1,9 @@
 // consolectl manual: pages for man, and completion for shells, out of what the subcommands say of themselves.
 #include "LogicalControls.h"
+#include "Manual/Completion.h"
+#include "Manual/ManualPages.h"
 #include "Subcommands/Subcommands.h"
 #include "Terminal/Common.h"
-#include "Terminal/Completion.h"
-#include "Terminal/ManualPages.h"
 
 #include <CLI/CLI.hpp>
 

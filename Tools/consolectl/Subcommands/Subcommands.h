@@ -22,3 +22,4 @@ void AddShow(CLI::App& app, int& nStatus);
 void AddWhy(CLI::App& app, int& nStatus);
 void AddDiagnostics(CLI::App& app, int& nStatus);
 void AddManual(CLI::App& app, int& nStatus);
+void AddDoctor(CLI::App& app, int& nStatus);

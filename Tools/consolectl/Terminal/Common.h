@@ -61,6 +61,9 @@ std::string Padded(const std::string& strText, int nWidth);
 std::string Replaced(const std::string& strText, const std::map<char, const char*>& replacements);
 
 std::string Joined(const std::vector<std::string>& texts, const std::string& strBetween);
+// The text as one word of a shell's line; as it is where that is plain.
+std::string ShellQuoted(const std::string& strText);
+std::string ShellWord(const std::string& strText);
 
 // printf into a string.
 std::string Format(const char* szFormat, ...) __attribute__((format(printf, 1, 2)));

@@ -1,4 +1,4 @@
-#include "Terminal/CommandTree.h"
+#include "Manual/CommandTree.h"
 
 #include "Terminal/Common.h"
 

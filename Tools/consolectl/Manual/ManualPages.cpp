@@ -1,4 +1,4 @@
-#include "Terminal/ManualPages.h"
+#include "Manual/ManualPages.h"
 
 #include "Terminal/Common.h"
 

@@ -1,4 +1,4 @@
-#include "Terminal/Completion.h"
+#include "Manual/Completion.h"
 
 #include "Terminal/Common.h"
 
@@ -161,9 +161,4 @@ tFiles BashCompletion(const stCommand& program, const stAddressNames& names)
                                TableText("in_turn", tables.inTurn) +
                                "_consolectl_groups=" + ShellQuoted(Joined(names.groups, " ")) +
                                "\n_consolectl_types=" + ShellQuoted(Joined(names.types, " ")) + "\n" + c_szCode}};
-}
-
-std::string ShellQuoted(const std::string& strText)
-{
-    return "'" + Replaced(strText, {{'\'', "'\\''"}}) + "'";
 }

@@ -1,7 +1,7 @@
 // Manual pages, for man.
 #pragma once
 
-#include "Terminal/CommandTree.h"
+#include "Manual/CommandTree.h"
 
 // One for the program, and one for each of its subcommands, which has those below it as sections.
 tFiles ManualPages(const stCommand& program, const std::string& strVersion);

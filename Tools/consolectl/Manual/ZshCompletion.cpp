@@ -1,4 +1,4 @@
-#include "Terminal/Completion.h"
+#include "Manual/Completion.h"
 
 #include "Terminal/Common.h"
 

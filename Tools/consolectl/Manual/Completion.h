@@ -1,7 +1,7 @@
 // Completion of the command line, for bash and for zsh.
 #pragma once
 
-#include "Terminal/CommandTree.h"
+#include "Manual/CommandTree.h"
 
 // The names in a parameter's address, of which shells complete the others.
 struct stAddressNames
@@ -9,9 +9,6 @@ struct stAddressNames
     std::vector<std::string> groups;
     std::vector<std::string> types;
 };
-
-// As one word of a shell.
-std::string ShellQuoted(const std::string& strText);
 
 tFiles BashCompletion(const stCommand& program, const stAddressNames& names);
 tFiles ZshCompletion(const stCommand& program, const stAddressNames& names);
