@@ -25,6 +25,7 @@ int Run(int nArguments, char** ppArguments)
     app.require_subcommand(1);
     app.get_formatter()->column_width(34);
     int nStatus = enExitDone;
+    AddDoctor(app, nStatus);
     AddMc(app, nStatus);
     AddFollow(app, nStatus);
     AddWatch(app, nStatus);
@@ -45,7 +46,6 @@ int Run(int nArguments, char** ppArguments)
     AddWhy(app, nStatus);
     AddDiagnostics(app, nStatus);
     AddManual(app, nStatus);
-    AddDoctor(app, nStatus);
     try
     {
         app.parse(nArguments, ppArguments);

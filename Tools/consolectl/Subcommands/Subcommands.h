@@ -6,6 +6,7 @@ namespace CLI
 class App;
 }
 
+void AddDoctor(CLI::App& app, int& nStatus);
 void AddMc(CLI::App& app, int& nStatus);
 void AddFollow(CLI::App& app, int& nStatus);
 void AddWatch(CLI::App& app, int& nStatus);
@@ -22,4 +23,3 @@ void AddShow(CLI::App& app, int& nStatus);
 void AddWhy(CLI::App& app, int& nStatus);
 void AddDiagnostics(CLI::App& app, int& nStatus);
 void AddManual(CLI::App& app, int& nStatus);
-void AddDoctor(CLI::App& app, int& nStatus);

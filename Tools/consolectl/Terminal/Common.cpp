@@ -146,64 +146,66 @@ std::string Joined(const std::vector<std::string>& texts, const std::string& str
         strJoined += (&strText == &texts.front() ? "" : strBetween) + strText;
     }
     return strJoined;
-    std::string ShellQuoted(const std::string& strText)
-    {
-        return "'" + Replaced(strText, {{'\'', "'\\''"}}) + "'";
-    }
+}
 
-    std::string ShellWord(const std::string& strText)
-    {
-        static const char c_szPlain[] = "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789_-./:@";
-        if (!strText.empty() && strText.find_first_not_of(c_szPlain) == std::string::npos)
-        {
-            return strText;
-        }
-        return ShellQuoted(strText);
-    }
+std::string ShellQuoted(const std::string& strText)
+{
+    return "'" + Replaced(strText, {{'\'', "'\\''"}}) + "'";
+}
 
-    std::string Format(const char* szFormat, ...)
+std::string ShellWord(const std::string& strText)
+{
+    static const char c_szPlain[] = "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789_-./:@";
+    if (!strText.empty() && strText.find_first_not_of(c_szPlain) == std::string::npos)
     {
-        va_list arguments;
-        va_start(arguments, szFormat);
-        std::string strText = FormatList(szFormat, arguments);
-        va_end(arguments);
         return strText;
     }
+    return ShellQuoted(strText);
+}
 
-    void SendNotesAside(bool bAside)
-    {
-        g_bNotesAside = bAside;
-    }
+std::string Format(const char* szFormat, ...)
+{
+    va_list arguments;
+    va_start(arguments, szFormat);
+    std::string strText = FormatList(szFormat, arguments);
+    va_end(arguments);
+    return strText;
+}
 
-    void Line(const char* szFormat, ...)
-    {
-        std::FILE* const pOutput = g_bNotesAside ? stderr : stdout;
-        va_list arguments;
-        va_start(arguments, szFormat);
-        std::fprintf(pOutput, "%s%s\n", IsTerminal() && !g_bNotesAside ? "\r\033[K" : "", FormatList(szFormat, arguments).c_str());
-        va_end(arguments);
-        std::fflush(pOutput);
-    }
+void SendNotesAside(bool bAside)
+{
+    g_bNotesAside = bAside;
+}
 
-    void LiveLine(const std::string& strText)
-    {
-        std::printf("\r\033[K%s", strText.c_str());
-        std::fflush(stdout);
-    }
+void Line(const char* szFormat, ...)
+{
+    std::FILE* const pOutput = g_bNotesAside ? stderr : stdout;
+    va_list arguments;
+    va_start(arguments, szFormat);
+    std::fprintf(pOutput, "%s%s\n", IsTerminal() && !g_bNotesAside ? "\r\033[K" : "", FormatList(szFormat, arguments).c_str());
+    va_end(arguments);
+    std::fflush(pOutput);
+}
 
-    std::string Grouped(long lNumber)
-    {
-        std::string strText = std::to_string(lNumber);
-        for (std::size_t unPlace = strText.size(); unPlace > 3 && strText[unPlace - 4] != '-';)
-        {
-            unPlace -= 3;
-            strText.insert(unPlace, ",");
-        }
-        return strText;
-    }
+void LiveLine(const std::string& strText)
+{
+    std::printf("\r\033[K%s", strText.c_str());
+    std::fflush(stdout);
+}
 
-    int Fail(const std::string& strText)
+std::string Grouped(long lNumber)
+{
+    std::string strText = std::to_string(lNumber);
+    for (std::size_t unPlace = strText.size(); unPlace > 3 && strText[unPlace - 4] != '-';)
     {
-        std::fprintf(stderr, "consolectl: %s\n", Printable(strText).c_str());
-        return enExitFailed;
+        unPlace -= 3;
+        strText.insert(unPlace, ",");
     }
+    return strText;
+}
+
+int Fail(const std::string& strText)
+{
+    std::fprintf(stderr, "consolectl: %s\n", Printable(strText).c_str());
+    return enExitFailed;
+}
