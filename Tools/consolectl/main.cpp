@@ -18,10 +18,11 @@ int RefuseUse(const std::exception& error)
 
 int Run(int nArguments, char** ppArguments)
 {
-    CLI::App app("Works with the logical controls of a mixing console: simulates a master controller (MC), follows one, compares "
-                 "images, carries diagnostics reports.\n\nA first look, in two terminals:\n  consolectl mc\n  consolectl "
-                 "follow\n\nEach subcommand explains itself: "
-                 "consolectl mc --help");
+    CLI::App app(
+        "The engineer's view of a mixing console's logical controls: what a machine's network lets through, who sends what, what "
+        "is lost, what changes and why, and whether both ends are the same. Simulates a master controller (MC), too.\n\n"
+        "A first look, in two terminals:\n  consolectl mc\n  consolectl watch 'MicInput/*/Fader'\n\n"
+        "Each subcommand explains itself: consolectl mc --help");
     app.require_subcommand(1);
     app.get_formatter()->column_width(34);
     int nStatus = enExitDone;
