@@ -216,5 +216,5 @@ tFindings CheckMc(const stExamined& examined)
             : senders.size() == 1
                 ? stFinding{enVerdictOk, strSubject, "heard from " + strSenders, ""}
                 : stFinding{enVerdictWarning, strSubject, "several MCs share it, and meet in every client: " + strSenders,
-                            "consolectl follow --statistics --seconds 3"}};
+                            "consolectl stats --timeout 3"}};
 }

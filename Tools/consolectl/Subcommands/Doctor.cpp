@@ -143,5 +143,7 @@ void AddDoctor(CLI::App& app, int& nStatus)
         ->check(Between(0.01, 60))
         ->capture_default_str();
     AddFormatOption(*pCommand);
+    pCommand->footer("consolectl doctor --interface eth0\n"
+                     "consolectl doctor --format json");
     pCommand->callback([pOptions, &nStatus] { nStatus = Doctor(*pOptions); });
 }
