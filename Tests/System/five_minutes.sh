@@ -6,11 +6,13 @@
 enter_own_network "$@"
 readme=$(cat "$1")
 shift
-program=("$@")
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
 cd "$work" || exit 1
-consolectl() { "${program[@]}" "$@"; }
+mkdir bin
+printf '#!/bin/sh\nexec %s "$@"\n' "$(printf '%q ' "$@")" >bin/consolectl
+chmod +x bin/consolectl
+PATH=$work/bin:$PATH
 
 # What each of them says, in their order; the simulated MCs go on beside them.
 answers=("round trip" "" "8 changes" "MicInput/100/Fader/0  -60 -> -6.5, back from the MC after" "" "messages lost"
