@@ -78,6 +78,9 @@ expect 27 "too few" "$@" watch MicInput/50/Fader --count 1 --timeout 0.5
 contains "0 changes within 0.5 seconds"
 expect 27 "no MC's changes" "$@" why MicInput/50/Fader --timeout 0.3
 
+expect 1 "nowhere to print to" timeout 20 sh -c 'exec "$@" >/dev/full' sh "$@" watch MicInput/0/Fader
+contains "standard output takes no more"
+
 # A stop that is asked for is an end like any other.
 "$@" watch 'MicInput/0/Fader' >"$work/watch.log" 2>&1 &
 watch=$!

@@ -159,7 +159,7 @@ int ListShows(const stShowOptions& options)
                     [](CShowFile& file)
                     {
                         std::vector<stShowEntry> entries;
-                        const std::string strError = file.List(entries);
+                        std::string strError = file.List(entries);
                         CTable table({{"saved (UTC)", 20}, {"parameters", -10}, {"show", 1}});
                         if (strError.empty())
                         {
@@ -178,7 +178,7 @@ int DeleteShow(const stShowOptions& options)
     return WithFile(options,
                     [&options](CShowFile& file)
                     {
-                        const std::string strError = file.Delete(options.strName);
+                        std::string strError = file.Delete(options.strName);
                         if (strError.empty())
                         {
                             PrintResult(Format("show \"%s\" deleted from %s", options.strName.c_str(), options.strFile.c_str()),

@@ -64,11 +64,11 @@ int RecallShow(const stShowOptions& options)
     }
     const std::unique_ptr<CBMAContainer> pTarget = MakeTarget(pClient->Image(), *pShow, safe);
     const std::vector<stAddress> moved = FindDifferences(pClient->Image(), *pTarget);
-    std::vector<stChange> changes;
-    for (const stAddress& address : moved)
-    {
-        changes.push_back({address, ReadValue(*pTarget, address)});
-    }
+    std::vector<stChange> changes(moved.size());
+    std::transform(moved.begin(), moved.end(), changes.begin(),
+                   [&pTarget](const stAddress& address) {
+                       return stChange{address, ReadValue(*pTarget, address)};
+                   });
     const tSteadyClock::time_point start = tSteadyClock::now();
     nStatus = pClient->Send(changes);
     if (nStatus != enExitDone)

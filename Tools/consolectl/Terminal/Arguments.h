@@ -20,6 +20,7 @@ struct stLimits
     int nCount = 0;      // 0: no end
     double dTimeout = 0; // seconds; 0: none
 
+    // So it is when a stop was asked for, and when nobody takes the output any more.
     bool Reached(long lCame, tSteadyClock::time_point start) const;
 
     // How long may be waited, for so many seconds at most.
