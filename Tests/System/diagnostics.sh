@@ -5,7 +5,7 @@
 enter_own_network "$@"
 schema=$(realpath "$1")
 shift
-work=$(mktemp -d)
+work=$(mktemp -d) || exit 1
 trap 'rm -rf "$work"' EXIT
 
 # What is sent.

@@ -10,7 +10,7 @@ schema=$(realpath "$1")
 lesser=$(realpath "$2")
 shift 2
 program=("$@")
-work=$(mktemp -d)
+work=$(mktemp -d) || exit 1
 trap 'rm -rf "$work"' EXIT
 cd "$here/../.." || exit 1 # where its commands are pasted
 declare -A broken # each network that something is amiss in

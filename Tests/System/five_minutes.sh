@@ -6,7 +6,7 @@
 enter_own_network "$@"
 readme=$(cat "$1")
 shift
-work=$(mktemp -d)
+work=$(mktemp -d) || exit 1
 trap 'rm -rf "$work"' EXIT
 cd "$work" || exit 1
 mkdir bin

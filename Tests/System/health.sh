@@ -5,7 +5,7 @@
 enter_own_network "$@"
 device=$1 monitor=$2
 shift 2
-work=$(mktemp -d)
+work=$(mktemp -d) || exit 1
 trap 'rm -rf "$work"' EXIT
 
 "$@" "$monitor" >"$work/monitor.log" 2>&1 &

@@ -10,7 +10,7 @@ done
 enter_own_network "$@"
 shift
 target=("$@")
-work=$(mktemp -d)
+work=$(mktemp -d) || exit 1
 trap 'rm -rf "$work"' EXIT
 
 native() { "${native[@]}" "$@"; }

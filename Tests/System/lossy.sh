@@ -3,7 +3,7 @@
 # shellcheck source-path=SCRIPTDIR source=common.sh
 . "$(dirname "$0")/common.sh"
 enter_own_network "$@"
-work=$(mktemp -d)
+work=$(mktemp -d) || exit 1
 trap 'rm -rf "$work"' EXIT
 
 "$@" mc --seconds 2 --save "$work/mc" --seed 7 --loss 10 --duplicate 10 --reorder 3 --truncate 2 --delay 20 >"$work/mc.log" 2>&1 &

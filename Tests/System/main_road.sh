@@ -4,7 +4,7 @@
 # shellcheck source-path=SCRIPTDIR source=common.sh
 . "$(dirname "$0")/common.sh"
 enter_own_network "$@"
-work=$(mktemp -d)
+work=$(mktemp -d) || exit 1
 trap 'rm -rf "$work"' EXIT
 group=${GROUP-225.0.0.46} port=${PORT-7060}
 link=(--group "$group" --port "$port" ${INTERFACE:+--interface "$INTERFACE"})

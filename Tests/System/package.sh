@@ -3,7 +3,7 @@
 # CMake package.    package.sh SOURCE_DIR CXX
 set -eu
 source=$1 cxx=$2
-work=$(mktemp -d)
+work=$(mktemp -d) || exit 1
 trap 'rm -rf "$work"' EXIT
 
 mkdir "$work/inhouse"

@@ -3,7 +3,7 @@
 # shellcheck source-path=SCRIPTDIR source=common.sh
 . "$(dirname "$0")/common.sh"
 enter_own_network "$@"
-work=$(mktemp -d)
+work=$(mktemp -d) || exit 1
 trap 'rm -rf "$work"' EXIT
 recording=$work/a.pcap
 
@@ -84,6 +84,25 @@ expect 1 "two that cancel" "$@" verify "$work/mc" "$work/flipped"
 contains "NOT in step, though the check words are equal"
 query='length == 2 and all(.[]; .verdict == "differs" and (.address | startswith("MicInput/")))'
 "$@" verify "$work/mc" "$work/flipped" --format json 2>/dev/null | jq -es "$query" >/dev/null || fail "verify's JSON"
+
+# The two values of a float that differs in its last bit are told apart.
+cp "$work/mc" "$work/flipped"
+flip "$work/flipped" $((17 + 4 + 3151 * 13 + 4 + 4 * 100 + 3))
+expect 1 "a float's lowest bit" "$@" verify "$work/mc" "$work/flipped"
+read -r _ _ one other <<<"$(rows | grep differs)"
+[ -n "$other" ] && [ "$one" != "$other" ] || fail "the same text for two values: $output"
+
+# An MC that began anew while it was recorded, with lower numbers: a replay without waiting gets there as well.
+"$@" record "$work/restart.pcap" --timeout 30 >"$work/record.log" 2>&1 &
+record=$!
+until_log "$work/record.log" "updates on"
+expect 0 "an MC" "$@" mc --seconds 1
+sleep 1.2
+expect 0 "it begins anew" "$@" mc --seconds 0.5 --seed 9
+kill -INT $record
+wait $record || fail "record: $(cat "$work/record.log")"
+expect 0 "across a beginning" "$@" replay "$work/restart.pcap" --silent
+contains "it got there"
 
 # Broken off: by a kill, and by a cut. What is complete is there; that it is unfinished is said.
 "$@" mc --seconds 60 --moving-faders 0 >"$work/mc.log" 2>&1 &

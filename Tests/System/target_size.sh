@@ -4,7 +4,7 @@
 set -eu
 budget=$1 table=$2 library=$3 tools=$4
 shift 4
-stripped=$(mktemp)
+stripped=$(mktemp) || exit 1
 trap 'rm -f "$stripped"' EXIT
 "${tools}strip" -o "$stripped" "$library"
 

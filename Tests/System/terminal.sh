@@ -4,7 +4,7 @@
 . "$(dirname "$0")/common.sh"
 command -v tmux >/dev/null || { echo "skipped: there is no tmux"; exit 77; }
 enter_own_network "$@"
-work=$(mktemp -d)
+work=$(mktemp -d) || exit 1
 terminal=(tmux -L "consolectl.$$" -f /dev/null)
 trap '"${terminal[@]}" kill-server 2>/dev/null; rm -rf "$work"' EXIT
 export LC_ALL=C.UTF-8 TERM=screen-256color
@@ -12,7 +12,7 @@ export LC_ALL=C.UTF-8 TERM=screen-256color
 # type WIDTH HEIGHT COMMAND...: runs it in a terminal of that size, which stays when it has ended.
 type()
 {
-    "${terminal[@]}" new-session -d -x "$1" -y "$2" "$(printf '%q ' "${@:3}"); echo \"ended with \$?\"; sleep 60"
+    "${terminal[@]}" new -d -x "$1" -y "$2" "$(printf '%q ' "${@:3}"); echo \"ended with \$?\"; sleep 60"
 }
 # seen TEXT [ESCAPES]: waits until the terminal shows it; what it shows is left in $output.
 seen()

@@ -3,7 +3,7 @@
 # shellcheck source-path=SCRIPTDIR source=common.sh
 . "$(dirname "$0")/common.sh"
 enter_own_network "$@"
-work=$(mktemp -d)
+work=$(mktemp -d) || exit 1
 trap 'rm -rf "$work"' EXIT
 
 "$@" mc --seconds 120 --moving-faders 1 >"$work/mc.log" 2>&1 &

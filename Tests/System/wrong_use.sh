@@ -3,7 +3,7 @@
 # shellcheck source-path=SCRIPTDIR source=common.sh
 . "$(dirname "$0")/common.sh"
 enter_own_network "$@"
-work=$(mktemp -d)
+work=$(mktemp -d) || exit 1
 trap 'rm -rf "$work"' EXIT
 
 refuse()
@@ -17,7 +17,7 @@ refuse()
 program=("$@")
 
 refuse "subcommand is required"
-refuse "subcommand is required" NotACommand
+refuse '"NotACommand" is no subcommand, and no option' NotACommand
 refuse "--port: Value 0 not in range" mc --port 0
 refuse "--port: Value 65536 not in range" follow --port 65536
 refuse "--port" follow --port seven
@@ -106,7 +106,7 @@ contains "--surface-rate"
 expect 27 "no MC" "$@" follow --timeout 0.3 --seconds 5
 contains "no whole image within 0.3 seconds"
 # An image is saved where a file is or may be, and nowhere else; where a link leads, the file is replaced.
-folder=$(mktemp -d)
+folder=$(mktemp -d) || exit 1
 mkfifo "$folder/fifo"
 echo precious >"$folder/image.new"
 echo old >"$folder/real"

@@ -151,13 +151,14 @@ TEST(Capture, TheEndOfARecordingIsToldAndNoDatagram)
     ASSERT_EQ("", writer.Open(file.Name()));
     EXPECT_EQ("", writer.Write(MakeDatagram(1, "one")));
     const std::uint32_t aunCheckWords[c_nMessageTypes] = {1, 2, 3, 4, 5, 6, 0xffffffff};
-    EXPECT_EQ("", writer.Finish(aunCheckWords));
+    EXPECT_EQ("", writer.Finish(aunCheckWords, 7));
 
     const stRead read = ReadAll(file);
     EXPECT_EQ("", read.strError);
     EXPECT_EQ(std::vector<std::string>({"one"}), read.texts);
     ASSERT_TRUE(read.bEnd);
     EXPECT_EQ(1, read.end.lDatagrams);
+    EXPECT_EQ(7u, read.end.unDropped);
     EXPECT_EQ(0xffffffff, read.end.aunCheckWords[6]);
 }
 
@@ -179,7 +180,7 @@ TEST(Capture, OneThatWasBrokenOffAnywhereGivesWhatIsWholeAndSaysSo)
         EXPECT_EQ("", writer.Write(MakeDatagram(1, "one")));
         EXPECT_EQ("", writer.Write(MakeDatagram(2, "two")));
         const std::uint32_t aunCheckWords[c_nMessageTypes] = {};
-        EXPECT_EQ("", writer.Finish(aunCheckWords));
+        EXPECT_EQ("", writer.Finish(aunCheckWords, 7));
     }
     const tBytes whole = file.Read();
     constexpr std::size_t c_unFileHeader = 24;

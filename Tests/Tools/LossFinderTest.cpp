@@ -68,7 +68,8 @@ TEST(LossFinder, NothingIsLostOfWholeMessagesInAnyOrder)
 
 TEST(LossFinder, TellsWhichFragmentsAreMissing)
 {
-    EXPECT_EQ(tTexts({"2: fragment 2 of 2 is missing"}), Lost(Messages(1, 2) + std::vector<stDatagram>{Fragment(2, 1, 2)} + Messages(3, 30)));
+    EXPECT_EQ(tTexts({"2: fragment 2 of 2 is missing"}),
+              Lost(Messages(1, 2) + std::vector<stDatagram>{Fragment(2, 1, 2)} + Messages(3, 30)));
     EXPECT_EQ(tTexts({"2: fragments 1, 3 and 5 of 5 are missing"}),
               Lost(Messages(1, 2) + std::vector<stDatagram>{Fragment(2, 2, 5), Fragment(2, 4, 5)} + Messages(3, 5)));
     EXPECT_EQ(tTexts({"5: none of it came", "6: none of it came"}), Lost(Messages(1, 5) + Messages(7, 40)));
@@ -78,7 +79,8 @@ TEST(LossFinder, WaitsForWhatIsLate)
 {
     const std::vector<stDatagram> late = {Fragment(2, 2, 2)};
     const std::vector<stDatagram> begun = Messages(1, 2) + std::vector<stDatagram>{Fragment(2, 1, 2)};
-    EXPECT_EQ(tTexts(), Lost(begun + Messages(3, 2 + CLossFinder::c_unPatience) + late + Messages(2 + CLossFinder::c_unPatience, 40)));
+    EXPECT_EQ(tTexts(),
+              Lost(begun + Messages(3, 2 + CLossFinder::c_unPatience) + late + Messages(2 + CLossFinder::c_unPatience, 40)));
     EXPECT_EQ(1u, Lost(begun + Messages(3, 3 + CLossFinder::c_unPatience) + late).size());
 }
 
@@ -101,6 +103,13 @@ TEST(LossFinder, ALeapIsASenderThatBeginsAnew)
     EXPECT_EQ(tTexts(), Lost(Messages(1, 20) + Messages(5000, 5020)));
     EXPECT_EQ(CLossFinder::c_unLongestGap - 20,
               Lost(Messages(1, 20) + Messages(CLossFinder::c_unLongestGap, CLossFinder::c_unLongestGap + 20)).size());
+}
+
+TEST(LossFinder, AFragmentThatWasCutShortIsMissing)
+{
+    stDatagram cut = Fragment(2, 1, 1);
+    cut.bytes[19] = 1; // of payload, which is not there
+    EXPECT_EQ(tTexts({"2: none of it came"}), Lost(Messages(1, 2) + std::vector<stDatagram>{cut} + Messages(3, 30)));
 }
 
 TEST(LossFinder, WhatIsNoUpdateIsPassedOver)

@@ -6,6 +6,7 @@
 
 #include <cstdio>
 #include <exception>
+#include <stdexcept>
 
 namespace
 {
@@ -54,6 +55,12 @@ int Run(int nArguments, char** ppArguments)
     catch (const CLI::Success& success)
     {
         return app.exit(success);
+    }
+    catch (const CLI::RequiredError& error)
+    {
+        return RefuseUse(app.remaining().empty()
+                             ? std::runtime_error(error.what())
+                             : std::runtime_error("\"" + app.remaining()[0] + "\" is no subcommand, and no option"));
     }
     catch (const CLI::ParseError& error)
     {

@@ -106,6 +106,13 @@ int ParseIndex(const std::string& strText, int nLimit, const char* szWhat, const
     return nIndex;
 }
 
+// As few digits as tell it from every other float.
+std::string ShortestText(float fValue)
+{
+    char acText[32];
+    return std::string(acText, std::to_chars(acText, acText + sizeof acText, fValue, std::chars_format::general).ptr);
+}
+
 // Two floats are the same when their bits are: a value that is no number, too.
 std::uint32_t Bits(float fValue)
 {
@@ -380,7 +387,7 @@ std::string ValueText(const stAddress& address, const stValue& value)
     {
         return "\"" + Printable(value.strValue.Text()) + "\"";
     }
-    return IsFloat(address.enType) ? Format("%g", static_cast<double>(value.fValue)) : std::to_string(value.nValue);
+    return IsFloat(address.enType) ? ShortestText(value.fValue) : std::to_string(value.nValue);
 }
 
 stValue ReadValue(const CBMAContainer& image, const stAddress& address)

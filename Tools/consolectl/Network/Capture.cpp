@@ -22,7 +22,7 @@ constexpr std::uint32_t c_unIPv4 = 0x0800;
 constexpr std::chrono::milliseconds c_FlushPeriod(100);
 
 const stEndpoint c_End = {0x7f000001, 9};
-constexpr char c_szEnd[] = "consolectl: end of recording, datagrams %ld, check words %x %x %x %x %x %x %x";
+constexpr char c_szEnd[] = "consolectl: end of recording, datagrams %ld, dropped %u, check words %x %x %x %x %x %x %x";
 
 std::uint32_t Big16(const unsigned char* pBytes)
 {
@@ -128,10 +128,11 @@ std::string CCaptureWriter::Write(const stDatagram& datagram)
     return Put(datagram);
 }
 
-std::string CCaptureWriter::Finish(const std::uint32_t (&aunCheckWords)[c_nMessageTypes])
+std::string CCaptureWriter::Finish(const std::uint32_t (&aunCheckWords)[c_nMessageTypes], unsigned int unDropped)
 {
     const std::uint32_t(&check)[c_nMessageTypes] = aunCheckWords;
-    const std::string strText = Format(c_szEnd, m_lDatagrams, check[0], check[1], check[2], check[3], check[4], check[5], check[6]);
+    const std::string strText =
+        Format(c_szEnd, m_lDatagrams, unDropped, check[0], check[1], check[2], check[3], check[4], check[5], check[6]);
     const std::string strError = Put({TimeNow(), {c_End.unAddress, 0}, c_End, {strText.begin(), strText.end()}});
     return strError.empty() ? Flush() : strError;
 }
@@ -170,8 +171,9 @@ std::string CCaptureWriter::Put(const stDatagram& datagram)
 std::string CCaptureWriter::Flush()
 {
     m_NextFlush = tSteadyClock::now() + c_FlushPeriod;
+    errno = 0;
     const bool bWritten = pcap_dump_flush(m_pFile) == 0 && std::ferror(pcap_dump_file(m_pFile)) == 0;
-    return bWritten ? std::string() : m_strFile + ": " + std::strerror(errno);
+    return bWritten ? std::string() : m_strFile + ": " + (errno != 0 ? std::strerror(errno) : "it can't be written");
 }
 
 CCaptureFile::CCaptureFile() = default;
@@ -305,11 +307,13 @@ bool CCaptureFile::TakeEnd(const stDatagram& datagram)
     const std::string strText(datagram.bytes.begin(), datagram.bytes.end());
     stCaptureEnd end;
     std::uint32_t(&check)[c_nMessageTypes] = end.aunCheckWords;
-    if (!(datagram.destination == c_End) || std::sscanf(strText.c_str(), c_szEnd, &end.lDatagrams, &check[0], &check[1], &check[2],
-                                                        &check[3], &check[4], &check[5], &check[6]) != 1 + c_nMessageTypes)
+    if (!(datagram.destination == c_End) ||
+        std::sscanf(strText.c_str(), c_szEnd, &end.lDatagrams, &end.unDropped, &check[0], &check[1], &check[2], &check[3],
+                    &check[4], &check[5], &check[6]) != 2 + c_nMessageTypes)
     {
         return false;
     }
     m_pEnd = std::make_unique<stCaptureEnd>(end);
+    m_Loss.unKernel = end.unDropped;
     return true;
 }

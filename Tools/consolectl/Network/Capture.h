@@ -14,11 +14,13 @@
 struct pcap;
 struct pcap_dumper;
 
-// What a recording ends with: the check words of the image that it leads to, and how many datagrams came before. It travels as the
+// What a recording ends with: the check words of the image that it leads to, and how many datagrams came before and
+// were dropped. It travels as the
 // text of one more datagram, from this machine to its own discard port: replay doesn't send it.
 struct stCaptureEnd
 {
     long lDatagrams = 0;
+    unsigned int unDropped = 0; // by the kernel of the machine that recorded
     std::uint32_t aunCheckWords[c_nMessageTypes] = {};
 };
 
@@ -33,7 +35,7 @@ public:
     std::string Open(const std::string& strFile);
     std::string Write(const stDatagram& datagram);
     std::string Flush();
-    std::string Finish(const std::uint32_t (&aunCheckWords)[c_nMessageTypes]);
+    std::string Finish(const std::uint32_t (&aunCheckWords)[c_nMessageTypes], unsigned int unDropped);
 
     long GetDatagrams() const { return m_lDatagrams; }
 

@@ -80,6 +80,10 @@ int LoadCapture(const std::string& strFile, double dAt, const stClientOptions& o
     {
         return Fail(strFile + " was broken off: " + capture.GetError());
     }
+    if (dAt < 0 && capture.GetEnd() == nullptr)
+    {
+        Line("%s has no end of a recording: broken off, or made by another tool", strFile.c_str());
+    }
     *named.pImage = pShadow->Image();
     named.strSender = pShadow->GetMC().AddressText();
     return pShadow->IsWhole() ? int(enExitDone) : Fail(strFile + ": the image that it leads to is not whole");

@@ -36,7 +36,9 @@ std::vector<stLostMessage> CLossFinder::Take(const stDatagram& datagram)
     std::memcpy(&header, datagram.bytes.data(), sizeof header);
     const std::uint32_t unNumber = header.unPacketNumber;
     const std::uint32_t unTotal = header.unTotal;
-    if (header.nType != enDatagramMCUpdate || unTotal > std::uint32_t(c_nMaxFragments) || unNumber < 1 || unNumber > unTotal)
+    const bool bCutShort = header.unPayloadLength > datagram.bytes.size() - sizeof header; // no receiver takes it
+    if (bCutShort || header.nType != enDatagramMCUpdate || unTotal > std::uint32_t(c_nMaxFragments) || unNumber < 1 ||
+        unNumber > unTotal)
     {
         return {};
     }

@@ -24,8 +24,8 @@ struct stLostMessage
 };
 
 // A message is given up when one that was sent c_unPatience messages later has come: until then it may be late. A sender numbers
-// its messages one by one; a leap of more than c_unLongestGap is a sender that began anew. Nobody can tell of a sender's first message
-// whether it began before somebody listened, nor of the last whether it is still on its way: neither is counted.
+// its messages one by one; a leap of more than c_unLongestGap is a sender that began anew. Nobody can tell of a sender's first
+// message whether it began before somebody listened, nor of the last whether it is still on its way: neither is counted.
 class CLossFinder
 {
 public:
@@ -48,7 +48,7 @@ private:
     struct stSender
     {
         stEndpoint endpoint;
-        std::uint32_t unOldest = 0; // the first number that is still waited for
+        std::uint32_t unOldest = 0;                  // the first number that is still waited for
         std::map<std::uint32_t, stMessage> messages; // by how much later than the oldest they were sent
     };
 

@@ -2,10 +2,15 @@
 
 #include "Images/Difference.h"
 
+#include <algorithm>
+#include <cstring>
+
 namespace
 {
 
 constexpr std::int64_t c_nAnswerTime = 5000000; // microseconds that an MC takes at most to show what a client asked for
+
+constexpr std::size_t c_unMostPending = 256; // of a parameter
 
 // The value of a record; false when it is too short for its type.
 bool ReadRecord(const CPPCStreamReader& reader, tagenPPCMessageType enType, stValue& value)
@@ -41,6 +46,7 @@ void CShadow::Take(stDatagram& datagram)
 
 void CShadow::TakeUpdate(stDatagram& datagram)
 {
+    LetOrderLapse(datagram);
     const unsigned int unTypesBefore = m_pFollower->GetTypesReceived();
     const std::uint32_t unBefore = m_pFollower->GetUpdatesApplied();
     m_pFollower->OnReceivedData(reinterpret_cast<char*>(datagram.bytes.data()), static_cast<long>(datagram.bytes.size()),
@@ -54,6 +60,23 @@ void CShadow::TakeUpdate(stDatagram& datagram)
         m_MC = datagram.source;
         FindChanges(datagram, unTypesBefore);
     }
+}
+
+// An MC that began anew, with lower numbers, is heard again when a second has passed since its last update. In a capture that is
+// read in no time that second is waited for.
+void CShadow::LetOrderLapse(const stDatagram& datagram)
+{
+    constexpr double c_dLapse = std::chrono::duration<double>(CUpdateOrder::c_IdsCount).count();
+    UDP_PACKET_HEADER header = {};
+    std::memcpy(&header, datagram.bytes.data(), std::min(datagram.bytes.size(), sizeof header));
+    const bool bLower = static_cast<std::int32_t>(header.unMessageId - m_unUpdateId) < 0;
+    if (bLower && m_nUpdateTime != 0 && static_cast<double>(datagram.nTime - m_nUpdateTime) / 1e6 > c_dLapse)
+    {
+        SleepSeconds(c_dLapse - SecondsSince(m_TookUpdate));
+    }
+    m_unUpdateId = header.unMessageId;
+    m_nUpdateTime = datagram.nTime;
+    m_TookUpdate = tSteadyClock::now();
 }
 
 void CShadow::FindChanges(const stDatagram& datagram, unsigned int unTypesBefore)
@@ -98,20 +121,33 @@ void CShadow::TakeRequests(const stDatagram& datagram)
             ReadRecord(reader, address.enType, value))
         {
             m_Requests.push_back({datagram.nTime, address, value, datagram.source, header.unMessageId, nType, nRecord});
-            m_Pending[{address.enType, NumberOf(address)}] = {value, datagram.source, datagram.nTime};
+            std::deque<stRequest>& requests = m_Pending[{address.enType, NumberOf(address)}];
+            requests.push_back({value, datagram.source, datagram.nTime});
+            if (requests.size() > c_unMostPending)
+            {
+                requests.pop_front();
+            }
         }
     }
 }
 
+// The newest request for this value. Those before it have been overtaken.
 stEndpoint CShadow::TakeClientOf(const stAddress& address, const stValue& value, std::int64_t nTime)
 {
     const auto found = m_Pending.find({address.enType, NumberOf(address)});
-    if (found == m_Pending.end() || !SameValue(address, found->second.value, value))
+    if (found == m_Pending.end())
     {
         return {};
     }
-    const bool bAnswers = nTime - found->second.nTime <= c_nAnswerTime;
-    const stEndpoint client = found->second.client;
-    m_Pending.erase(found);
-    return bAnswers ? client : stEndpoint();
+    std::deque<stRequest>& requests = found->second;
+    const auto isIt = [&](const stRequest& request)
+    { return SameValue(address, request.value, value) && nTime - request.nTime <= c_nAnswerTime; };
+    const auto request = std::find_if(requests.rbegin(), requests.rend(), isIt);
+    if (request == requests.rend())
+    {
+        return {};
+    }
+    const stEndpoint client = request->client;
+    requests.erase(requests.begin(), request.base());
+    return client;
 }

@@ -9,6 +9,7 @@
 #include "LogicalControls.h"
 
 #include <cstdint>
+#include <deque>
 #include <map>
 #include <memory>
 #include <vector>
@@ -63,6 +64,7 @@ private:
     };
 
     void TakeUpdate(stDatagram& datagram);
+    void LetOrderLapse(const stDatagram& datagram);
     void TakeRequests(const stDatagram& datagram);
     void FindChanges(const stDatagram& datagram, unsigned int unTypesBefore);
     stEndpoint TakeClientOf(const stAddress& address, const stValue& value, std::int64_t nTime);
@@ -76,6 +78,9 @@ private:
     std::vector<unsigned char> m_RequestBuffer;
     std::vector<stImageChange> m_Changes;
     std::vector<stClientChange> m_Requests;
-    std::map<std::pair<int, int>, stRequest> m_Pending; // by type and number; not yet seen in an update
+    std::map<std::pair<int, int>, std::deque<stRequest>> m_Pending; // by type and number; not yet seen in an update
     stEndpoint m_MC;
+    std::uint32_t m_unUpdateId = 0;
+    std::int64_t m_nUpdateTime = 0; // of the last update's datagram, and when it was taken
+    tSteadyClock::time_point m_TookUpdate = {};
 };

@@ -8,6 +8,7 @@
 
 #include <CLI/CLI.hpp>
 
+#include <bitset>
 #include <memory>
 #include <vector>
 
@@ -90,8 +91,7 @@ private:
     tSteadyClock::time_point m_Start;
     tSteadyClock::time_point m_LastUpdate = {};
     double m_dNextLine = 1;
-    long m_lErrors = 0;
-    long m_lTimeouts = 0;
+    long m_lErrors = 0, m_lTimeouts = 0;
     bool m_bChangesSent = false;
     bool m_bTimedOut = false;
 };
@@ -159,7 +159,6 @@ bool CFollow::IsOver() const
             SecondsSince(m_LastUpdate) >= m_Options.dUntilSilent);
 }
 
-// In place on a terminal, a line of its own into a pipe.
 void CFollow::PrintRow(bool bLast)
 {
     RySocketIO::CIPString sender;
@@ -188,9 +187,11 @@ void CFollow::PrintRow(bool bLast)
 
 void CFollow::Loop()
 {
+    CProgress progress("waiting for the whole image", c_nMessageTypes);
     for (tSteadyClock::time_point next = m_Start; !IsOver(); next = std::max(next + c_LoopPeriod, tSteadyClock::now()))
     {
         TakeUpdates();
+        IsWhole() ? void() : progress.Show(static_cast<long>(std::bitset<c_nMessageTypes>(m_Follower.GetTypesReceived()).count()));
         const double dNow = SecondsSince(m_Start);
         if (m_Options.dTimeout > 0 && dNow >= m_Options.dTimeout && !IsWhole())
         {

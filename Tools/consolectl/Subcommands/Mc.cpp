@@ -250,7 +250,7 @@ int CSimulatedMC::Run()
     {
         return Fail(strError);
     }
-    return m_Options.limits.dTimeout > 0 ? m_Options.limits.Status(m_lApplied, "changes") : int(enExitDone);
+    return IsOver() && m_Options.limits.dTimeout > 0 ? m_Options.limits.Status(m_lApplied, "changes") : int(enExitDone);
 }
 
 } // namespace

@@ -22,11 +22,11 @@ struct stOptions
     std::string strFile;
 };
 
-std::string Finish(CCaptureWriter& writer, CShadow& shadow)
+std::string Finish(CCaptureWriter& writer, CShadow& shadow, const stTrafficLoss& loss)
 {
     std::uint32_t aunCheckWords[c_nMessageTypes];
     ReadCheckWords(shadow.Image(), aunCheckWords);
-    return writer.Finish(aunCheckWords);
+    return writer.Finish(aunCheckWords, loss.unKernel + loss.unSize);
 }
 
 int Record(const stOptions& options)
@@ -52,12 +52,12 @@ int Record(const stOptions& options)
             strError = writer.Flush();
         }
     }
-    strError = strError.empty() ? Finish(writer, *pShadow) : strError;
+    const stTrafficLoss loss = pTraffic->GetLoss();
+    strError = strError.empty() ? Finish(writer, *pShadow, loss) : strError;
     if (!strError.empty())
     {
         return Fail(strError);
     }
-    const stTrafficLoss loss = pTraffic->GetLoss();
     const char* const szImage = pShadow->IsWhole() ? "whole" : "not whole";
     const std::string strCheckWord = CheckWordText(pShadow->Image());
     PrintResult(Format("%s: %s datagrams in %.2f s, %u dropped by the kernel; the image they lead to is %s, check word %s",
@@ -80,7 +80,7 @@ void AddRecord(CLI::App& app, int& nStatus)
     const auto pOptions = std::make_shared<stOptions>();
     CLI::App* pCommand = app.add_subcommand(
         "record", "Write the MC's updates and the clients' changes to a capture file, which packet tools can open");
-    AddTrafficOptions(*pCommand, pOptions->traffic);
+    AddLinkOptions(*pCommand, pOptions->traffic.link);
     AddLimitOptions(*pCommand, pOptions->limits, "datagrams");
     AddFormatOption(*pCommand);
     pCommand->add_option("FILE", pOptions->strFile, "The capture file, which must not be there yet")->required();

@@ -72,12 +72,14 @@ int Set(const stOptions& options)
     const bool bOne = changes.size() == 1;
     const std::string strResent =
         pClient->GetResent() == 0 ? "" : Format(" (%s sent again)", Grouped(pClient->GetResent()).c_str());
-    PrintResult(bOne ? Format("%s  %s -> %s, back from the MC after %.1f ms", AddressText(changes[0].address).c_str(),
-                              strBefore.c_str(), Styled(enGood, ValueText(changes[0].address, changes[0].value)).c_str(),
-                              dMilliseconds)
-                     : Format("%s parameters: %s changes sent, all back from the MC after %.1f ms%s",
-                              Grouped(static_cast<long>(changes.size())).c_str(), Grouped(pClient->GetSent()).c_str(),
-                              dMilliseconds, strResent.c_str()),
+    PrintResult(bOne && pClient->GetSent() == 0
+                    ? Format("%s  has the value %s: nothing to send", AddressText(changes[0].address).c_str(), strBefore.c_str())
+                : bOne ? Format("%s  %s -> %s, back from the MC after %.1f ms", AddressText(changes[0].address).c_str(),
+                                strBefore.c_str(), Styled(enGood, ValueText(changes[0].address, changes[0].value)).c_str(),
+                                dMilliseconds)
+                       : Format("%s parameters: %s changes sent, all back from the MC after %.1f ms%s",
+                                Grouped(static_cast<long>(changes.size())).c_str(), Grouped(pClient->GetSent()).c_str(),
+                                dMilliseconds, strResent.c_str()),
                 {{"time", CCell::Time(TimeNow())},
                  {"sender", pClient->Sender()},
                  {"address", bOne ? CCell(AddressText(changes[0].address)) : CCell()},

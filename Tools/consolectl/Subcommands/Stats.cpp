@@ -61,7 +61,7 @@ public:
 private:
     void Take(stDatagram& datagram);
     void PrintLost(const std::vector<stLostMessage>& lost);
-    void PrintFlows();
+    long PrintFlows(); // returns how many sent updates
     void PrintLayers(const stTrafficLoss& loss);
     void Row(const std::string& strSender, const char* szKind, const std::string& strWhat, long lCount, double dBytes = -1);
     double Seconds() const { return static_cast<double>(m_nLast - m_nFirst) / 1e6; }
@@ -71,8 +71,8 @@ private:
     CLossFinder m_LossFinder;
     std::map<std::pair<std::string, std::string>, stFlow> m_Flows; // by sender and kind
     CTable m_Table{{{"time", 12}, {"sender", 21}, {"kind", 10}, {"count", -10}, {"rate", -9}, {"byte_rate", -12}, {"what", 1}}};
-    std::int64_t m_nFirst = 0;
-    std::int64_t m_nLast = 0;
+    std::int64_t m_nFirst = TimeNow();
+    std::int64_t m_nLast = m_nFirst;
     long m_lDatagrams = 0;
     long m_lLost = 0;
 };
@@ -107,17 +107,20 @@ void CStats::PrintLost(const std::vector<stLostMessage>& lost)
     }
 }
 
-void CStats::PrintFlows()
+long CStats::PrintFlows()
 {
+    long lMCs = 0;
     for (const auto& entry : m_Flows)
     {
+        lMCs += entry.first.second == "updates" ? 1 : 0;
         Row(entry.first.first, "datagrams", entry.first.second, entry.second.lDatagrams, entry.second.dBytes);
     }
     const stReceiveStatistics statistics = m_Shadow.Follower().GetStatistics();
-    const std::string strMC = m_Shadow.GetMC().Text();
-    Row(strMC, "updates", "whole messages", statistics.aunCount[enCountUpdates]);
-    Row(strMC, "updates", "applied to the image", m_Shadow.Follower().GetUpdatesApplied());
-    Row(strMC, "updates", "overtaken by newer ones", m_Shadow.Follower().GetUpdatesOvertaken());
+    // What becomes of them is counted for all MCs that there are.
+    Row("", "updates", "whole messages", statistics.aunCount[enCountUpdates]);
+    Row("", "updates", "applied to the image", m_Shadow.Follower().GetUpdatesApplied());
+    Row("", "updates", "overtaken by newer ones", m_Shadow.Follower().GetUpdatesOvertaken());
+    return lMCs;
 }
 
 void CStats::PrintLayers(const stTrafficLoss& loss)
@@ -142,7 +145,10 @@ int CStats::Run()
     m_Table.PrintHead();
     TakeAll(*pTraffic, m_Options.limits, m_lDatagrams, [this](stDatagram& datagram) { Take(datagram); });
     PrintLost(m_LossFinder.Finish(m_nLast));
-    PrintFlows();
+    if (PrintFlows() > 1)
+    {
+        Line("several senders of updates: either an MC began anew, or there are two, which meet in every client's image");
+    }
     PrintLayers(pTraffic->GetLoss());
     Line("%s datagrams in %.3f s, %s messages lost", Grouped(m_lDatagrams).c_str(), Seconds(), Grouped(m_lLost).c_str());
     return TrafficStatus(*pTraffic, m_Options.limits, m_lDatagrams, "datagrams");

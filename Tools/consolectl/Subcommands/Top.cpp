@@ -10,6 +10,7 @@
 #include <CLI/CLI.hpp>
 
 #include <algorithm>
+#include <cmath>
 #include <map>
 #include <memory>
 
@@ -30,9 +31,12 @@ struct stOptions
     stLimits limits;
 };
 
-// What happened within a second.
+// What happened within about a second.
 struct stSecond
 {
+    long PerSecond(double dCount) const { return std::lround(dCount / dSeconds); }
+
+    double dSeconds = 1;
     std::map<std::string, std::pair<long, double>> senders; // datagrams and bytes
     std::map<std::pair<int, int>, int> parameters;          // changes, by type and number
     int anChanges[c_nMessageTypes] = {};
@@ -102,8 +106,9 @@ void CTop::DrawSummary(CScreen& screen, const stTrafficLoss& loss)
                        strMC.c_str(), m_bPaused ? "[paused]" : ""),
                 !bEver || dSilent > c_dSilent ? enBad : enStrong);
     const long lLost = m_lLost + static_cast<long>(loss.unKernel + loss.unSize);
-    screen.Text(Format("updates %ld/s   client changes %ld/s   lost %ld, by the kernel %u, by size %u", m_Shown.lUpdates,
-                       m_Shown.lRequests, m_lLost, loss.unKernel, loss.unSize),
+    screen.Text(Format("updates %ld/s   client changes %ld/s   lost %ld, by the kernel %u, by size %u",
+                       m_Shown.PerSecond(static_cast<double>(m_Shown.lUpdates)),
+                       m_Shown.PerSecond(static_cast<double>(m_Shown.lRequests)), m_lLost, loss.unKernel, loss.unSize),
                 lLost == 0 ? enPlain : enBad);
     screen.Text("");
 }
@@ -116,8 +121,8 @@ void CTop::DrawTypes(CScreen& screen)
         const tagenPPCMessageType enType = static_cast<tagenPPCMessageType>(nType);
         const enTypeState enState = m_Shadow.Follower().GetState(enType);
         const double dAge = m_Shadow.Follower().GetAge(enType);
-        screen.Text(Format("%-10s %-10s %8s %12d", caMessageTypeNames[nType], TypeStateText(enState),
-                           dAge < 0 ? "-" : Format("%.2f", dAge).c_str(), m_Shown.anChanges[nType]),
+        screen.Text(Format("%-10s %-10s %8s %12ld", caMessageTypeNames[nType], TypeStateText(enState),
+                           dAge < 0 ? "-" : Format("%.2f", dAge).c_str(), m_Shown.PerSecond(m_Shown.anChanges[nType])),
                     enState == enTypeComplete ? enGood : enBad);
     }
     screen.Text("");
@@ -134,8 +139,8 @@ void CTop::DrawSenders(CScreen& screen)
             screen.Text(Format("... and %zu more", m_Shown.senders.size() - c_nMostSenders), enFaint);
             break;
         }
-        screen.Text(Format("%-24s %12ld %16s", entry.first.c_str(), entry.second.first,
-                           Grouped(static_cast<long>(entry.second.second)).c_str()));
+        screen.Text(Format("%-24s %12ld %16s", entry.first.c_str(), m_Shown.PerSecond(static_cast<double>(entry.second.first)),
+                           Grouped(m_Shown.PerSecond(entry.second.second)).c_str()));
     }
     screen.Text("");
 }
@@ -154,9 +159,9 @@ void CTop::DrawBusiest(CScreen& screen)
             return;
         }
         const stAddress address = AddressAt(static_cast<tagenPPCMessageType>(busy.first.first), busy.first.second);
-        screen.Text(Format("%-28s %s %14s %10d", AddressText(address).c_str(),
+        screen.Text(Format("%-28s %s %14s %10ld", AddressText(address).c_str(),
                            Padded(NameText(m_Shadow.Image(), address), 20).c_str(),
-                           ValueText(address, ReadValue(m_Shadow.Image(), address)).c_str(), busy.second));
+                           ValueText(address, ReadValue(m_Shadow.Image(), address)).c_str(), m_Shown.PerSecond(busy.second)));
     }
 }
 
@@ -211,7 +216,7 @@ int CTop::Watch(CTraffic& traffic)
     }
     const tSteadyClock::time_point start = tSteadyClock::now();
     double dNextDraw = 0;
-    double dNextSecond = 1;
+    double dSecondBegan = 0;
     for (stDatagram datagram; !m_Options.limits.Reached(m_lDrawn, start) && TakeKeys(screen);)
     {
         if (traffic.Next(datagram, c_dLongestWait))
@@ -219,11 +224,12 @@ int CTop::Watch(CTraffic& traffic)
             Take(datagram);
         }
         const double dNow = SecondsSince(start);
-        if (dNow >= dNextSecond)
+        if (dNow >= dSecondBegan + 1)
         {
+            m_Now.dSeconds = dNow - dSecondBegan;
             m_Shown = m_bPaused ? m_Shown : m_Now;
             m_Now = stSecond();
-            dNextSecond = dNow + 1;
+            dSecondBegan = dNow;
         }
         if (dNow >= dNextDraw)
         {
@@ -231,7 +237,8 @@ int CTop::Watch(CTraffic& traffic)
             dNextDraw = dNow + c_dDrawPeriod;
         }
     }
-    return enExitDone;
+    return m_Options.limits.dTimeout > 0 && m_Options.limits.nCount > 0 ? m_Options.limits.Status(m_lDrawn, "screens")
+                                                                        : int(enExitDone);
 }
 
 } // namespace

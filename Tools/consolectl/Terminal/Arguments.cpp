@@ -19,7 +19,8 @@ CLI::Validator Between(double dLow, double dHigh)
 
 bool stLimits::Reached(long lCame, tSteadyClock::time_point start) const
 {
-    return StopRequested() || std::ferror(stdout) != 0 || (nCount > 0 && lCame >= nCount) || (dTimeout > 0 && SecondsSince(start) >= dTimeout);
+    return StopRequested() || std::ferror(stdout) != 0 || (nCount > 0 && lCame >= nCount) ||
+           (dTimeout > 0 && SecondsSince(start) >= dTimeout);
 }
 
 double stLimits::TimeLeft(tSteadyClock::time_point start, double dMost) const

@@ -7,6 +7,7 @@
 #include <cstdlib>
 #include <ctime>
 
+#include <sys/ioctl.h>
 #include <unistd.h>
 
 namespace
@@ -127,6 +128,16 @@ std::string Padded(const std::string& strText, int nWidth)
     return nWidth < 0 ? strBlanks + strText : strText + strBlanks;
 }
 
+std::string Cut(const std::string& strText, int nWidth)
+{
+    std::string strCut = strText;
+    while (Width(strCut) > std::max(nWidth - 1, 0))
+    {
+        strCut.pop_back();
+    }
+    return Width(strText) <= nWidth ? strText : strCut + ">";
+}
+
 std::string Replaced(const std::string& strText, const std::map<char, const char*>& replacements)
 {
     std::string strReplaced;
@@ -189,7 +200,9 @@ void Line(const char* szFormat, ...)
 
 void LiveLine(const std::string& strText)
 {
-    std::printf("\r\033[K%s", strText.c_str());
+    winsize size = {};
+    const int nColumns = ioctl(STDOUT_FILENO, TIOCGWINSZ, &size) == 0 && size.ws_col > 0 ? size.ws_col : 80;
+    std::printf("\r\033[K%s", Cut(strText, nColumns - 1).c_str());
     std::fflush(stdout);
 }
 

@@ -57,6 +57,9 @@ std::string Printable(const std::string& strText);
 int Width(const std::string& strText);
 std::string Padded(const std::string& strText, int nWidth);
 
+// What is too long for the width ends in ">".
+std::string Cut(const std::string& strText, int nWidth);
+
 // With these characters replaced, each by its text.
 std::string Replaced(const std::string& strText, const std::map<char, const char*>& replacements);
 

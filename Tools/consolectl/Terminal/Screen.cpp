@@ -95,16 +95,7 @@ int CScreen::Key()
 
 void CScreen::Put(int nRow, const std::string& strText, int nAttributes)
 {
-    std::string strShown = strText;
-    while (Width(strShown) > COLS)
-    {
-        strShown.pop_back();
-    }
     attrset(nAttributes);
-    mvaddstr(nRow, 0, strShown.c_str());
-    if (strShown != strText)
-    {
-        mvaddch(nRow, COLS - 1, '>');
-    }
+    mvaddstr(nRow, 0, Cut(strText, COLS).c_str());
     attrset(A_NORMAL);
 }
