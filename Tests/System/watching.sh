@@ -41,6 +41,24 @@ expect 0 "csv" sh -c 'exec "$@" 2>/dev/null' sh "$@" get MicInput/100/Name --for
     fail "csv: $output"
 [ "$(printf '%s\n' "$output" | head -n 1)" = time,sender,address,name,value ] || fail "csv's names: $output"
 
+# Updates that are none, whose refusal the library prints, and names that would steer a terminal, leave each format what it is.
+"$@" stats --timeout 2 --format json >"$work/stats.json" 2>"$work/stats.log" &
+stats=$!
+until_log "$work/stats.log" "updates on"
+for _ in 1 2 3; do
+    printf '\0\0\0\0\0\0\0\1\0\0\0\1\0\0\0\1\0\0\0\100%s' "$(head -c 64 /dev/zero | tr '\0' x)" >/dev/udp/225.0.0.46/7060
+    sleep 0.1
+done
+wait $stats || fail "stats: $(cat "$work/stats.log")"
+jq -es 'map(select(.what == "updates that failed to decode: code 104, invalid"))[0].count == 3' "$work/stats.json" >/dev/null ||
+    fail "refusals among the rows: $(cat "$work/stats.json")"
+expect 0 "a name of controls" "$@" set MicInput/101/Name $'\e[31m\xc2\x9b\xe2\x80\xae' --timeout 30
+for format in text json csv; do
+    output=$("$@" get MicInput/101/Name --format $format --timeout 30 2>/dev/null)
+    case $output in *$'\e'* | *$'\xc2\x9b'* | *$'\xe2\x80\xae'*) fail "controls in $format: $output" ;; esac
+done
+expect 0 "named again" "$@" set MicInput/101/Name Mic102 --timeout 30
+
 # A ramp, asked for by one client and granted by the MC, each write with its datagram.
 "$@" why MicInput/12/Fader --count 7 --timeout 30 >"$work/why.log" 2>&1 &
 why=$!

@@ -231,8 +231,28 @@ TEST(Capture, TheNetworksFragmentsAreJoinedWhateverTheirOrder)
         file.Write(BigEndianCapture(12, packets));
         EXPECT_EQ(std::vector<std::string>(packets.size() - 1, "abc"), ReadAll(file).texts);
     }
-    file.Write(BigEndianCapture(12, {first, first}));
-    EXPECT_EQ(std::vector<std::string>(), ReadAll(file).texts);
+    // One that comes twice is none that is missing.
+    for (const std::vector<tBytes>& packets : {std::vector<tBytes>{first, first}, {last, last}, {first, first, first}})
+    {
+        file.Write(BigEndianCapture(12, packets));
+        EXPECT_EQ(std::vector<std::string>(), ReadAll(file).texts);
+    }
+}
+
+TEST(Capture, MassesThatAreNeverWholeKeepNothingElseOut)
+{
+    const CScratchFile file;
+    std::vector<tBytes> packets;
+    for (int nId = 0; nId < 100; ++nId)
+    {
+        packets.push_back(Packet(0x20, 0, c_UDPHeaderOfThree));
+        packets.back()[5] = static_cast<unsigned char>(nId);
+        packets.back()[12] = 200; // from a higher address
+    }
+    packets.push_back(Packet(0x20, 0, c_UDPHeaderOfThree));
+    packets.push_back(Packet(0, 1, {'a', 'b', 'c'}));
+    file.Write(BigEndianCapture(12, packets));
+    EXPECT_EQ(std::vector<std::string>({"abc"}), ReadAll(file).texts);
 }
 
 TEST(Capture, FramesOfEachKindOfLinkAreReadAndWhatIsNoIPIsPassedOver)

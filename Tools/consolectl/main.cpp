@@ -70,7 +70,7 @@ int Run(int nArguments, char** ppArguments)
     {
         return RefuseUse(error);
     }
-    if (std::fflush(stdout) != 0 || std::ferror(stdout) != 0)
+    if (std::fflush(stdout) != 0 || std::fflush(RowsOutput()) != 0 || OutputFailed())
     {
         return Fail("standard output takes no more");
     }

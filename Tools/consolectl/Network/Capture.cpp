@@ -58,6 +58,13 @@ std::uint32_t HeaderSum(const unsigned char* pHeader)
     return ~(unSum + (unSum >> 16)) & 0xffff;
 }
 
+// From 1970 to 9999: what a file says outside is brought to the nearer end.
+std::int64_t Microseconds(const timeval& time)
+{
+    const std::int64_t nSeconds = std::clamp<std::int64_t>(time.tv_sec, 0, 253402300799);
+    return nSeconds * 1000000 + std::clamp<std::int64_t>(time.tv_usec, 0, 999999);
+}
+
 // Where a frame of each kind says what it carries, and how long its header is.
 constexpr struct
 {
@@ -164,16 +171,25 @@ std::string CCaptureWriter::Put(const stDatagram& datagram)
     header.ts.tv_sec = static_cast<decltype(header.ts.tv_sec)>(datagram.nTime / 1000000);
     header.ts.tv_usec = static_cast<decltype(header.ts.tv_usec)>(datagram.nTime % 1000000);
     header.caplen = header.len = static_cast<bpf_u_int32>(unLength);
+    errno = 0;
     pcap_dump(reinterpret_cast<unsigned char*>(m_pFile), &header, packet.data());
+    if (std::ferror(pcap_dump_file(m_pFile)) != 0)
+    {
+        return WriteError();
+    }
     return tSteadyClock::now() < m_NextFlush ? std::string() : Flush();
+}
+
+std::string CCaptureWriter::WriteError() const
+{
+    return m_strFile + ": " + (errno != 0 ? std::strerror(errno) : "it can't be written");
 }
 
 std::string CCaptureWriter::Flush()
 {
     m_NextFlush = tSteadyClock::now() + c_FlushPeriod;
     errno = 0;
-    const bool bWritten = pcap_dump_flush(m_pFile) == 0 && std::ferror(pcap_dump_file(m_pFile)) == 0;
-    return bWritten ? std::string() : m_strFile + ": " + (errno != 0 ? std::strerror(errno) : "it can't be written");
+    return pcap_dump_flush(m_pFile) == 0 ? std::string() : WriteError();
 }
 
 CCaptureFile::CCaptureFile() = default;
@@ -212,7 +228,7 @@ long CCaptureFile::GetPosition() const
 
 bool CCaptureFile::Next(stDatagram& datagram, double)
 {
-    while (!m_bOver)
+    while (!m_bOver && !StopRequested())
     {
         pcap_pkthdr* pHeader = nullptr;
         const unsigned char* pPacket = nullptr;
@@ -223,7 +239,7 @@ bool CCaptureFile::Next(stDatagram& datagram, double)
             m_strError = nResult == PCAP_ERROR ? pcap_geterr(m_pCapture) : "";
             return false;
         }
-        datagram.nTime = static_cast<std::int64_t>(pHeader->ts.tv_sec) * 1000000 + pHeader->ts.tv_usec;
+        datagram.nTime = Microseconds(pHeader->ts);
         m_Loss.unSize += pHeader->caplen < pHeader->len ? 1 : 0;
         if (ReadPacket(pPacket, pHeader->caplen, datagram) && !TakeEnd(datagram))
         {
@@ -255,7 +271,7 @@ bool CCaptureFile::ReadPacket(const unsigned char* pPacket, std::size_t unLength
                      : ReadUDP(pIP + unHeader, unTotal - unHeader, datagram);
 }
 
-// The network's fragments of one datagram, not ours of a message. Of too many that are never complete the lowest key goes.
+// The network's fragments of one datagram, not ours of a message. Of too many that are never complete the oldest goes.
 bool CCaptureFile::ReadFragment(const unsigned char* pHeader, const unsigned char* pData, std::size_t unLength,
                                 stDatagram& datagram)
 {
@@ -265,23 +281,43 @@ bool CCaptureFile::ReadFragment(const unsigned char* pHeader, const unsigned cha
     {
         return false;
     }
-    stFragmented& whole = m_Fragmented[strKey];
+    const auto found = m_Fragmented.emplace(strKey, stFragmented()).first;
+    stFragmented& whole = found->second;
+    whole.unBegun = whole.parts.empty() ? m_unFragmented++ : whole.unBegun;
     whole.bytes.resize(std::max(whole.bytes.size(), unOffset + unLength));
     std::copy(pData, pData + unLength, whole.bytes.begin() + static_cast<std::ptrdiff_t>(unOffset));
-    whole.unHave += unLength;
+    whole.parts[unOffset] = unLength;
     const bool bLast = (Big16(pHeader + 6) & 0x2000) == 0;
     whole.unAll = bLast ? unOffset + unLength : whole.unAll;
-    bool bRead = false;
-    if (whole.unAll != 0 && whole.unHave >= whole.unAll)
+    if (whole.IsComplete())
     {
-        bRead = ReadUDP(whole.bytes.data(), whole.unAll, datagram);
-        m_Fragmented.erase(strKey);
+        const std::vector<unsigned char> bytes = std::move(whole.bytes);
+        const std::size_t unAll = whole.unAll;
+        m_Fragmented.erase(found);
+        return ReadUDP(bytes.data(), unAll, datagram);
     }
     if (m_Fragmented.size() > c_unMostFragmented)
     {
-        m_Fragmented.erase(m_Fragmented.begin());
+        const auto isOlder = [](const auto& a, const auto& b) { return a.second.unBegun < b.second.unBegun; };
+        m_Fragmented.erase(std::min_element(m_Fragmented.begin(), m_Fragmented.end(), isOlder));
+        ++m_Loss.unSize;
     }
-    return bRead;
+    return false;
+}
+
+// Each part begins where the one before ended.
+bool CCaptureFile::stFragmented::IsComplete() const
+{
+    std::size_t unEnd = 0;
+    for (const auto& part : parts)
+    {
+        if (part.first > unEnd)
+        {
+            return false;
+        }
+        unEnd = std::max(unEnd, part.first + part.second);
+    }
+    return unAll != 0 && unEnd >= unAll && bytes.size() >= unAll;
 }
 
 bool CCaptureFile::ReadUDP(const unsigned char* pData, std::size_t unLength, stDatagram& datagram)
@@ -291,7 +327,7 @@ bool CCaptureFile::ReadUDP(const unsigned char* pData, std::size_t unLength, stD
         return false;
     }
     const std::size_t unUDP = Big16(pData + 4);
-    if (unUDP < c_unUDPHeader || unUDP > unLength)
+    if (unUDP < c_unUDPHeader || unUDP > unLength || unUDP > c_unLongestIP - c_unIPHeader)
     {
         ++m_Loss.unSize;
         return false;

@@ -41,6 +41,7 @@ public:
 
 private:
     std::string Put(const stDatagram& datagram);
+    std::string WriteError() const;
 
     std::string m_strFile;
     pcap* m_pFormat = nullptr;
@@ -75,9 +76,12 @@ public:
 private:
     struct stFragmented
     {
+        bool IsComplete() const;
+
         std::vector<unsigned char> bytes;
-        std::size_t unHave = 0;
-        std::size_t unAll = 0; // not known before the last fragment came
+        std::map<std::size_t, std::size_t> parts; // their lengths by their places
+        std::size_t unAll = 0;                    // not known before the last fragment came
+        std::size_t unBegun = 0;                  // its place in the order of the first fragments
     };
 
     bool ReadPacket(const unsigned char* pPacket, std::size_t unLength, stDatagram& datagram);
@@ -92,5 +96,6 @@ private:
     std::string m_strError;
     stTrafficLoss m_Loss;
     std::unique_ptr<stCaptureEnd> m_pEnd;
+    std::size_t m_unFragmented = 0;
     std::map<std::string, stFragmented> m_Fragmented; // by the addresses and the id of their IP header
 };

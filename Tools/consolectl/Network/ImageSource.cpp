@@ -76,6 +76,10 @@ int LoadCapture(const std::string& strFile, double dAt, const stClientOptions& o
         pShadow->Take(datagram);
         progress.Show(capture.GetPosition());
     }
+    if (StopRequested())
+    {
+        return Fail("interrupted");
+    }
     if (!capture.GetError().empty())
     {
         return Fail(strFile + " was broken off: " + capture.GetError());

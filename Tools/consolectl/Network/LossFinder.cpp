@@ -42,6 +42,10 @@ std::vector<stLostMessage> CLossFinder::Take(const stDatagram& datagram)
     {
         return {};
     }
+    if (m_Senders.size() > c_unMostSenders)
+    {
+        m_Senders.clear();
+    }
     stSender& sender = m_Senders[{datagram.source.unAddress, datagram.source.usPort}];
     const bool bNew = sender.endpoint == stEndpoint();
     const std::uint32_t unLater = header.unMessageId - sender.unOldest; // modulo 2^32, as the numbers are

@@ -30,7 +30,8 @@ class CLossFinder
 {
 public:
     static constexpr std::uint32_t c_unPatience = 16;
-    static constexpr std::uint32_t c_unLongestGap = 1000;
+    static constexpr std::uint32_t c_unLongestGap = 100;
+    static constexpr std::size_t c_unMostSenders = 1000; // with more than these all begin anew
 
     // An update's datagram; others are passed over. Returns what it made clear to be lost.
     std::vector<stLostMessage> Take(const stDatagram& datagram);

@@ -8,6 +8,8 @@ void AddTrafficOptions(CLI::App& command, stTrafficOptions& options)
 {
     AddLinkOptions(command, options.link);
     command.add_option("--capture", options.strCapture, "Take the datagrams from this capture file, not from the network")
+        ->check(
+            CLI::Validator([](const std::string& strFile) { return std::string(strFile.empty() ? "no file is named" : ""); }, ""))
         ->type_name("FILE");
 }
 

@@ -15,6 +15,7 @@ namespace
 {
 
 constexpr double c_dLongestSleep = 0.05;
+constexpr double c_dLongestWait = 1e8;
 
 struct stOptions
 {
@@ -60,6 +61,7 @@ private:
     std::uint32_t m_unIdShift = 0; // a loop goes on where the numbers of the one before ended
     std::uint32_t m_unLastId = 0;
     std::uint32_t m_unFirstId = 0;
+    bool m_bAnyId = false;
     long m_lRead = 0;
     long m_lUpdates = 0; // datagrams
     long m_lSent = 0;
@@ -72,7 +74,8 @@ bool CReplay::WaitFor(std::int64_t nTime)
     {
         return !StopRequested();
     }
-    const tSteadyClock::time_point due = m_Start + Duration(static_cast<double>(nTime - m_nFirst) / 1e6 / m_Options.dSpeed);
+    const tSteadyClock::time_point due =
+        m_Start + Duration(std::min(static_cast<double>(nTime - m_nFirst) / 1e6 / m_Options.dSpeed, c_dLongestWait));
     while (tSteadyClock::now() < due && !StopRequested())
     {
         SleepUntil(std::min(due, tSteadyClock::now() + Duration(c_dLongestSleep)));
@@ -91,7 +94,8 @@ bool CReplay::Send(stDatagram& datagram)
     if (bUpdate && datagram.bytes.size() >= sizeof header)
     {
         std::memcpy(&header, datagram.bytes.data(), sizeof header);
-        m_unFirstId = m_lSent == 0 ? std::uint32_t(header.unMessageId) : m_unFirstId;
+        m_unFirstId = m_bAnyId ? m_unFirstId : std::uint32_t(header.unMessageId);
+        m_bAnyId = true;
         header.unMessageId += m_unIdShift;
         m_unLastId = header.unMessageId;
         std::memcpy(datagram.bytes.data(), &header, sizeof header);
@@ -196,7 +200,7 @@ int CReplay::Run()
         {
             return Fail("nothing can be sent: " + LinkText(m_Options.link));
         }
-        if (!m_Options.bLoop || StopRequested())
+        if (!m_Options.bLoop || StopRequested() || m_lUpdates == 0)
         {
             return Judge(capture);
         }

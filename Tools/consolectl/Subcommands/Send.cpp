@@ -8,6 +8,7 @@
 #include <CLI/CLI.hpp>
 
 #include <cmath>
+#include <filesystem>
 #include <fstream>
 #include <memory>
 
@@ -71,8 +72,9 @@ std::vector<stTimedChange> MakeRamp(const stOptions& options)
 // "SECONDS ADDRESS VALUE" a line; empty lines and those that begin with # are passed over.
 std::vector<stTimedChange> ReadScript(const std::string& strFile)
 {
+    const std::filesystem::file_type type = std::filesystem::status(strFile).type();
     std::ifstream file(strFile);
-    if (!file)
+    if (!file || (type != std::filesystem::file_type::regular && type != std::filesystem::file_type::fifo))
     {
         throw stWrongUse("--script", strFile + " can't be read");
     }
@@ -80,6 +82,7 @@ std::vector<stTimedChange> ReadScript(const std::string& strFile)
     std::string strLine;
     for (int nLine = 1; std::getline(file, strLine); ++nLine)
     {
+        strLine.erase(strLine.find_last_not_of('\r') + 1);
         if (strLine.empty() || strLine[0] == '#')
         {
             continue;
@@ -92,8 +95,19 @@ std::vector<stTimedChange> ReadScript(const std::string& strFile)
         {
             throw stWrongUse("--script", Format("line %d is no SECONDS ADDRESS VALUE with a time after the one before", nLine));
         }
-        changes.push_back(
-            {dSeconds, ParseChange(strLine.substr(unAddress + 1, unValue - unAddress - 1) + "=" + strLine.substr(unValue + 1))});
+        try
+        {
+            const stAddress address = ParseAddress(strLine.substr(unAddress + 1, unValue - unAddress - 1));
+            changes.push_back({dSeconds, {address, ParseValue(address.enType, strLine.substr(unValue + 1))}});
+        }
+        catch (const stWrongUse& error)
+        {
+            throw stWrongUse(Format("--script, line %d", nLine), error.what());
+        }
+    }
+    if (file.bad())
+    {
+        throw stWrongUse("--script", strFile + " can't be read");
     }
     return changes;
 }

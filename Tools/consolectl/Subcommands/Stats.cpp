@@ -7,12 +7,15 @@
 
 #include <CLI/CLI.hpp>
 
+#include <algorithm>
 #include <cmath>
 #include <map>
 #include <memory>
 
 namespace
 {
+
+constexpr std::size_t c_unMostFlows = 1000; // that are told apart
 
 struct stOptions
 {
@@ -64,7 +67,7 @@ private:
     long PrintFlows(); // returns how many sent updates
     void PrintLayers(const stTrafficLoss& loss);
     void Row(const std::string& strSender, const char* szKind, const std::string& strWhat, long lCount, double dBytes = -1);
-    double Seconds() const { return static_cast<double>(m_nLast - m_nFirst) / 1e6; }
+    double Seconds() const { return std::max(static_cast<double>(m_nLast - m_nFirst) / 1e6, 0.0); }
 
     const stOptions& m_Options;
     CShadow m_Shadow;
@@ -90,7 +93,8 @@ void CStats::Take(stDatagram& datagram)
     m_nFirst = m_lDatagrams == 0 ? datagram.nTime : m_nFirst;
     m_nLast = datagram.nTime;
     ++m_lDatagrams;
-    stFlow& flow = m_Flows[{datagram.source.Text(), KindOf(datagram)}];
+    const bool bMany = m_Flows.size() >= c_unMostFlows;
+    stFlow& flow = m_Flows[{bMany ? "others" : datagram.source.Text(), KindOf(datagram)}];
     ++flow.lDatagrams;
     flow.dBytes += static_cast<double>(datagram.bytes.size());
     PrintLost(m_LossFinder.Take(datagram));

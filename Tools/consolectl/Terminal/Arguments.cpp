@@ -3,7 +3,6 @@
 #include <CLI/CLI.hpp>
 
 #include <algorithm>
-#include <cstdio>
 
 CLI::Validator Between(double dLow, double dHigh)
 {
@@ -19,7 +18,7 @@ CLI::Validator Between(double dLow, double dHigh)
 
 bool stLimits::Reached(long lCame, tSteadyClock::time_point start) const
 {
-    return StopRequested() || std::ferror(stdout) != 0 || (nCount > 0 && lCame >= nCount) ||
+    return StopRequested() || OutputFailed() || (nCount > 0 && lCame >= nCount) ||
            (dTimeout > 0 && SecondsSince(start) >= dTimeout);
 }
 

@@ -7,6 +7,7 @@
 #include <cstdlib>
 #include <ctime>
 
+#include <fcntl.h>
 #include <sys/ioctl.h>
 #include <unistd.h>
 
@@ -15,6 +16,7 @@ namespace
 
 volatile std::sig_atomic_t g_nStop = 0;
 bool g_bNotesAside = false;
+std::FILE* g_pRows = stdout;
 
 std::string FormatList(const char* szFormat, va_list arguments)
 {
@@ -25,6 +27,16 @@ std::string FormatList(const char* szFormat, va_list arguments)
     std::string strText(static_cast<std::size_t>(std::max(nLength, 0)), '\0');
     std::vsnprintf(strText.data(), strText.size() + 1, szFormat, arguments);
     return strText;
+}
+
+// By a character's first bytes: controls, what is written longer than it has to be, halves of pairs, what is beyond the last
+// character, and what turns the direction of a line.
+bool IsUnwelcome(unsigned int unLead, unsigned int unSecond, unsigned int unThird)
+{
+    return (unLead == 0xc2 && unSecond < 0xa0) || (unLead == 0xe0 && unSecond < 0xa0) || (unLead == 0xed && unSecond > 0x9f) ||
+           (unLead == 0xf0 && unSecond < 0x90) || (unLead == 0xf4 && unSecond > 0x8f) ||
+           (unLead == 0xe2 && unSecond == 0x80 && unThird >= 0xaa && unThird <= 0xae) ||
+           (unLead == 0xe2 && unSecond == 0x81 && unThird >= 0xa6 && unThird <= 0xa9);
 }
 
 // Of the printable UTF-8 character at this place; 0 when there is none.
@@ -47,8 +59,7 @@ std::size_t CharacterLength(const std::string& strText, std::size_t unPlace)
             return 0;
         }
     }
-    const bool bControl = unLead == 0xc2 && byteAt(unPlace + 1) < 0xa0;
-    return bControl ? 0 : unLength;
+    return IsUnwelcome(unLead, byteAt(unPlace + 1), byteAt(unPlace + 2)) ? 0 : unLength;
 }
 
 } // namespace
@@ -183,9 +194,30 @@ std::string Format(const char* szFormat, ...)
     return strText;
 }
 
+// What the library itself prints on standard output are notes, too: rows get a descriptor of their own.
 void SendNotesAside(bool bAside)
 {
+    if (bAside && !g_bNotesAside)
+    {
+        std::fflush(stdout);
+        std::FILE* const pRows = fdopen(fcntl(STDOUT_FILENO, F_DUPFD_CLOEXEC, 3), "w");
+        g_pRows = pRows != nullptr ? pRows : stdout;
+        if (pRows != nullptr)
+        {
+            dup2(STDERR_FILENO, STDOUT_FILENO);
+        }
+    }
     g_bNotesAside = bAside;
+}
+
+std::FILE* RowsOutput()
+{
+    return g_pRows;
+}
+
+bool OutputFailed()
+{
+    return std::ferror(stdout) != 0 || std::ferror(g_pRows) != 0;
 }
 
 void Line(const char* szFormat, ...)

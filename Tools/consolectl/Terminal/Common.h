@@ -3,6 +3,7 @@
 
 #include <chrono>
 #include <cstdint>
+#include <cstdio>
 #include <map>
 #include <stdexcept>
 #include <string>
@@ -73,6 +74,10 @@ std::string Format(const char* szFormat, ...) __attribute__((format(printf, 1, 2
 
 // One line on standard output, at once; on a terminal it takes the place of a live line. Set aside, notes go to standard error.
 void SendNotesAside(bool bAside);
+
+// Where rows go: standard output. And whether nobody takes the output any more.
+std::FILE* RowsOutput();
+bool OutputFailed();
 void Line(const char* szFormat, ...) __attribute__((format(printf, 1, 2)));
 
 // On a terminal: a line that the next one takes the place of.

@@ -16,7 +16,7 @@ enFormat g_enFormat = enFormatText;
 
 std::string Quoted(const std::string& strText)
 {
-    return nlohmann::json(strText).dump(-1, ' ', false, nlohmann::json::error_handler_t::replace);
+    return nlohmann::json(strText).dump(-1, ' ', true, nlohmann::json::error_handler_t::replace);
 }
 
 std::string CsvField(const std::string& strText)
@@ -163,13 +163,13 @@ void CTable::Print(const std::vector<CCell>& row, bool bLive)
         strText += m_bNamed ? "" : "\n";
         for (std::size_t unColumn = 0; unColumn < m_Columns.size(); ++unColumn)
         {
-            strText += (unColumn == 0 ? "" : ",") + CsvField(row[unColumn].m_strMachine);
+            strText += (unColumn == 0 ? "" : ",") + CsvField(Printable(row[unColumn].m_strMachine));
         }
         strText += "\n";
     }
     m_bNamed = true;
-    std::fwrite(strText.data(), 1, strText.size(), stdout);
-    std::fflush(stdout);
+    std::fwrite(strText.data(), 1, strText.size(), RowsOutput());
+    std::fflush(RowsOutput());
 }
 
 // The last cell isn't padded, and a cell that needs more room than its column takes it.

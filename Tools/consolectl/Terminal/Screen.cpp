@@ -5,6 +5,9 @@
 #include <clocale>
 #include <cstdio>
 
+#include <fcntl.h>
+#include <unistd.h>
+
 namespace
 {
 
@@ -25,16 +28,23 @@ int AttributesOf(enTextStyle enStyle)
 }
 
 // Characters beyond ASCII need the user's locale; numbers stay as they are.
-SCREEN* OpenTerminal()
+SCREEN* OpenTerminal(std::FILE* pOutput)
 {
     std::setlocale(LC_CTYPE, "");
-    return newterm(nullptr, stdout, stdin);
+    return pOutput != nullptr ? newterm(nullptr, pOutput, stdin) : nullptr;
 }
 
 } // namespace
 
-CScreen::CScreen() : m_pScreen(OpenTerminal())
+// What is printed past the screen meanwhile goes nowhere: it would be drawn across it.
+CScreen::CScreen() : m_pOutput(fdopen(fcntl(STDOUT_FILENO, F_DUPFD_CLOEXEC, 3), "w")), m_pScreen(OpenTerminal(m_pOutput))
 {
+    const int nNowhere = open("/dev/null", O_WRONLY | O_CLOEXEC);
+    if (m_pScreen != nullptr && nNowhere >= 0)
+    {
+        dup2(nNowhere, STDOUT_FILENO);
+        close(nNowhere);
+    }
     if (m_pScreen == nullptr)
     {
         return;
@@ -59,6 +69,12 @@ CScreen::~CScreen()
     {
         endwin();
         delscreen(m_pScreen);
+    }
+    if (m_pOutput != nullptr)
+    {
+        std::fflush(stdout);
+        dup2(fileno(m_pOutput), STDOUT_FILENO);
+        std::fclose(m_pOutput);
     }
 }
 

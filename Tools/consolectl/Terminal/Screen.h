@@ -3,6 +3,7 @@
 
 #include "Terminal/Common.h"
 
+#include <cstdio>
 #include <string>
 
 struct screen;
@@ -31,6 +32,7 @@ public:
 private:
     void Put(int nRow, const std::string& strText, int nAttributes);
 
+    std::FILE* const m_pOutput;
     screen* const m_pScreen;
     int m_nRow = 0;
 };
