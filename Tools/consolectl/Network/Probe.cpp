@@ -38,7 +38,7 @@ int SetOption(int nSocket, int nLevel, int nOption, const Value& value)
 stRoundTrip SendAndReceive(CProbe& mouth, CProbe& ear, const std::string& strGroup, double dTimeout)
 {
     const tSteadyClock::time_point start = tSteadyClock::now();
-    const auto until = start + std::chrono::duration_cast<tSteadyClock::duration>(std::chrono::duration<double>(dTimeout));
+    const auto until = start + Duration(dTimeout);
     const std::string strBytes =
         Format("consolectl doctor %ld %lld", static_cast<long>(getpid()), static_cast<long long>(start.time_since_epoch().count()));
     int nError = mouth.Send(strGroup, ear.GetPort(), strBytes);

@@ -198,8 +198,7 @@ tFindings CheckMc(const stExamined& examined)
         return {{enVerdictNote, strSubject, "not listened to: a client can't hear it", ""}};
     }
     std::map<std::string, long> senders;
-    const auto until =
-        tSteadyClock::now() + std::chrono::duration_cast<tSteadyClock::duration>(std::chrono::duration<double>(examined.dTimeout));
+    const auto until = tSteadyClock::now() + Duration(examined.dTimeout);
     for (stHeard heard; ear.Receive(until, heard) == 0;)
     {
         ++senders[heard.strSender];

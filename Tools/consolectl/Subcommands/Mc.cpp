@@ -24,11 +24,6 @@ constexpr double c_dForEver = 1e9;
 constexpr double c_dLongestLag = 1;
 constexpr double c_dLongestSleep = 0.005;
 
-tSteadyClock::duration Duration(double dSeconds)
-{
-    return std::chrono::duration_cast<tSteadyClock::duration>(std::chrono::duration<double>(dSeconds));
-}
-
 struct stOptions
 {
     stMulticastLink link;

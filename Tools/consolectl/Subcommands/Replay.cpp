@@ -29,11 +29,6 @@ struct stOptions
     bool bSilent = false;
 };
 
-tSteadyClock::duration Duration(double dSeconds)
-{
-    return std::chrono::duration_cast<tSteadyClock::duration>(std::chrono::duration<double>(dSeconds));
-}
-
 class CReplay
 {
 public:

@@ -36,10 +36,10 @@ private:
     {
         return address.enType == m_Address.enType && NumberOf(address) == NumberOf(m_Address);
     }
-    bool IsFiltered() const { return SimpleUDPPPCSender()._FilterPacket(m_Address.enType, m_Address.enPathType, m_Address.nParam); }
 
     const stOptions& m_Options;
     const stAddress m_Address;
+    const bool m_bFiltered = SimpleUDPPPCSender()._FilterPacket(m_Address.enType, m_Address.enPathType, m_Address.nParam);
     CShadow m_Shadow;
     CTable m_Table{
         {{"time", 12}, {"sender", 21}, {"address", 0}, {"write", 15}, {"old", -12}, {"new", -12}, {"datagram", 32}, {"filter", 1}}};
@@ -53,7 +53,7 @@ void CWhy::PrintRequest(const stClientChange& request)
     m_Table.Print({CCell::Time(request.nTime), request.client.Text(), AddressText(m_Address), "client asks for", CCell(),
                    ValueCell(m_Address, request.value),
                    Format("%s, message %u, record %d", szDatagram, request.unMessageId, request.nRecord),
-                   IsFiltered() ? "sent, though on the fixed filter list" : "sent"});
+                   m_bFiltered ? "sent, though on the fixed filter list" : "sent"});
     ++m_lWrites;
 }
 
@@ -93,7 +93,7 @@ int CWhy::Run()
         return enExitFailed;
     }
     Line("%s: what a client sets with the simple sender is %s", AddressText(m_Address).c_str(),
-         IsFiltered() ? "not sent: fixed filter list" : "sent");
+         m_bFiltered ? "not sent: fixed filter list" : "sent");
     m_Table.PrintHead();
     TakeAll(*pTraffic, m_Options.limits, m_lWrites, [this](stDatagram& datagram) { Take(datagram); });
     const bool bKnown = (m_Shadow.Follower().GetTypesReceived() & 1u << m_Address.enType) != 0;

@@ -87,6 +87,11 @@ double SecondsSince(tSteadyClock::time_point start)
     return std::chrono::duration<double>(tSteadyClock::now() - start).count();
 }
 
+tSteadyClock::duration Duration(double dSeconds)
+{
+    return std::chrono::duration_cast<tSteadyClock::duration>(std::chrono::duration<double>(dSeconds));
+}
+
 void SleepUntil(tSteadyClock::time_point time)
 {
     const auto left = std::chrono::duration_cast<std::chrono::nanoseconds>(time - tSteadyClock::now()).count();
@@ -99,7 +104,7 @@ void SleepUntil(tSteadyClock::time_point time)
 
 void SleepSeconds(double dSeconds)
 {
-    SleepUntil(tSteadyClock::now() + std::chrono::duration_cast<tSteadyClock::duration>(std::chrono::duration<double>(dSeconds)));
+    SleepUntil(tSteadyClock::now() + Duration(dSeconds));
 }
 
 std::string Styled(enTextStyle enStyle, const std::string& strText)

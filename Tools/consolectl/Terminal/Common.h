@@ -33,6 +33,7 @@ typedef std::chrono::steady_clock tSteadyClock;
 std::int64_t TimeNow();
 
 double SecondsSince(tSteadyClock::time_point start);
+tSteadyClock::duration Duration(double dSeconds);
 
 // Sleeps until then, or until a signal.
 void SleepUntil(tSteadyClock::time_point time);
@@ -65,6 +66,7 @@ std::string Cut(const std::string& strText, int nWidth);
 std::string Replaced(const std::string& strText, const std::map<char, const char*>& replacements);
 
 std::string Joined(const std::vector<std::string>& texts, const std::string& strBetween);
+
 // The text as one word of a shell's line; as it is where that is plain.
 std::string ShellQuoted(const std::string& strText);
 std::string ShellWord(const std::string& strText);
@@ -72,12 +74,14 @@ std::string ShellWord(const std::string& strText);
 // printf into a string.
 std::string Format(const char* szFormat, ...) __attribute__((format(printf, 1, 2)));
 
-// One line on standard output, at once; on a terminal it takes the place of a live line. Set aside, notes go to standard error.
+// Aside, what Line says goes to standard error, and so does what the library prints. Rows stay on standard output.
 void SendNotesAside(bool bAside);
-
-// Where rows go: standard output. And whether nobody takes the output any more.
 std::FILE* RowsOutput();
+
+// Whether nobody takes the output any more.
 bool OutputFailed();
+
+// One line on standard output, at once; on a terminal it takes the place of a live line.
 void Line(const char* szFormat, ...) __attribute__((format(printf, 1, 2)));
 
 // On a terminal: a line that the next one takes the place of.
