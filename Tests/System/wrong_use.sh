@@ -24,8 +24,8 @@ refuse "--port" follow --port seven
 refuse "192.168.1.1 is not a multicast group" mc --group 192.168.1.1
 refuse "240.0.0.1 is not a multicast group" follow --group 240.0.0.1
 refuse "225.0.0.046 is not a multicast group" mc --group 225.0.0.046
-refuse "--surface-rate: Value nan not in range" mc --surface-rate nan
-refuse "--timeout: Value nan not in range" follow --timeout nan
+refuse '--surface-rate: "nan" is no number' mc --surface-rate nan
+refuse '--timeout: "nan" is no number' follow --timeout nan
 refuse '"nan" is no value of a Fader' follow --set MicInput/3/Fader/0=nan
 refuse "nonsense is not a multicast group" follow --group nonsense
 refuse 'there is no "eth9" here; there are lo (127.0.0.1)' follow --interface eth9
@@ -36,7 +36,7 @@ refuse "--seconds" mc --seconds -1
 refuse "--moving-faders" mc --moving-faders 145
 refuse "--loss: Value 101 not in range" mc --loss 101
 refuse "--duplicate: Value -1 not in range" mc --duplicate -1
-refuse "--corrupt: Value nan not in range" mc --corrupt nan
+refuse '--corrupt: "nan" is no number' mc --corrupt nan
 refuse "--truncate" mc --truncate some
 refuse "--reorder: Value 1001 not in range" mc --reorder 1001
 refuse "--delay: Value 1001 not in range" mc --delay 1001
@@ -83,9 +83,19 @@ refuse 'path "144" is out of range: MicInput has 0 to 143; the nearest is 143' w
 refuse '"Level" is no name of a parameter' get MicInput/0/Level
 refuse "names more than one parameter" why 'MicInput/*/Fader'
 refuse "ADDRESS is required" watch
-refuse "xml is none of text, json, csv" watch 'MicInput/*/Fader' --format xml
+refuse '"xml" is none of text, json, csv' watch 'MicInput/*/Fader' --format xml
+for count in 1.5 0x10 1e3 "" " 3" +3 3x; do
+    refuse "--count: \"$count\" is no whole number" watch 'MicInput/*/Fader' --count "$count"
+done
+refuse "--seed: Value 4294967296 not in range 0 to 4294967295" mc --seed 4294967296
+refuse "--seed: Value -1 not in range" mc --seed -1
+refuse "--id: Value 2147483648 not in range" diagnostics send --print --id 2147483648
+refuse "--period: \"1s\" is no number" diagnostics send --print --period 1s
+refuse '"--forms" is no option' watch --forms
+refuse '"--forms" is no option' show recall x --forms
+refuse '"c" is too much' verify a b c
 refuse "--count: Value -1 not in range" watch 'MicInput/*/Fader' --count -1
-refuse "--timeout: Value nan not in range" stats --timeout nan
+refuse '--timeout: "nan" is no number' stats --timeout nan
 refuse "it takes an ADDRESS or a --script" send
 refuse "it takes an ADDRESS or a --script" send MicInput/0/Fader --script "$0"
 refuse "takes no numbers from clients" send MicInput/0/Name
@@ -97,7 +107,7 @@ refuse "can't be read" send --script /nonexistent
 refuse "FILE is required" record
 refuse "--speed: Value -1 not in range" replay x --speed -1
 refuse "excludes" replay x --loop --at 3
-refuse "up not in" show scope x y --recall up
+refuse '"up" is none of on, off' show scope x y --recall up
 
 expect 0 "help" "$@" --help
 contains "consolectl mc"

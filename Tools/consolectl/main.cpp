@@ -1,4 +1,6 @@
 // consolectl: the engineer's view of a console's logical controls.
+#include "Manual/CommandTree.h"
+#include "Manual/HelpText.h"
 #include "Subcommands/Subcommands.h"
 #include "Terminal/Common.h"
 
@@ -6,15 +8,38 @@
 
 #include <cstdio>
 #include <exception>
-#include <stdexcept>
+#include <string>
+#include <vector>
 
 namespace
 {
 
-int RefuseUse(const std::exception& error)
+int RefuseUse(const std::string& strText)
 {
-    Fail(std::string(error.what()) + " (see consolectl --help)");
+    Fail(strText + " (see consolectl --help)");
     return enExitWrongUse;
+}
+
+// What the parser could make nothing of says more than what is missing because of it. Empty: nothing of that kind.
+std::string UnknownWord(const CLI::App& app, const CLI::ParseError& error)
+{
+    const auto enError = static_cast<CLI::ExitCodes>(error.get_exit_code());
+    const std::vector<std::string> words = app.remaining(true);
+    if (words.empty() || (enError != CLI::ExitCodes::RequiredError && enError != CLI::ExitCodes::ExtrasError))
+    {
+        return "";
+    }
+    const bool bInSubcommand = !app.get_subcommands().empty();
+    return "\"" + words[0] + "\" is " +
+           (!bInSubcommand       ? "no subcommand, and no option"
+            : words[0][0] == '-' ? "no option"
+                                 : "too much");
+}
+
+// "consolectl show save".
+std::string PathOf(const CLI::App& command)
+{
+    return command.get_parent() == nullptr ? "consolectl" : PathOf(*command.get_parent()) + " " + command.get_name();
 }
 
 int Run(int nArguments, char** ppArguments)
@@ -24,30 +49,31 @@ int Run(int nArguments, char** ppArguments)
         "is lost, what changes and why, and whether both ends are the same. Simulates a master controller (MC), too.\n\n"
         "A first look, in two terminals:\n  consolectl mc\n  consolectl watch 'MicInput/*/Fader'\n\n"
         "Each subcommand explains itself: consolectl mc --help");
-    app.require_subcommand(1);
-    app.get_formatter()->column_width(34);
+    app.formatter_fn([](const CLI::App* pCommand, const std::string&, CLI::AppFormatMode)
+                     { return HelpText(ReadCommand(*pCommand, PathOf(*pCommand)), TerminalWidth()); });
     int nStatus = enExitDone;
-    AddDoctor(app, nStatus);
-    AddMc(app, nStatus);
-    AddFollow(app, nStatus);
-    AddWatch(app, nStatus);
-    AddGet(app, nStatus);
-    AddSet(app, nStatus);
-    AddSend(app, nStatus);
-    AddParams(app, nStatus);
-    AddStats(app, nStatus);
+    CCommand console(app, nStatus);
+    AddDoctor(console);
+    AddMc(console);
+    AddFollow(console);
+    AddWatch(console);
+    AddGet(console);
+    AddSet(console);
+    AddSend(console);
+    AddParams(console);
+    AddStats(console);
 #ifdef CONSOLECTL_HAVE_TOP
-    AddTop(app, nStatus);
+    AddTop(console);
 #endif
-    AddVerify(app, nStatus);
-    AddRecord(app, nStatus);
-    AddReplay(app, nStatus);
+    AddVerify(console);
+    AddRecord(console);
+    AddReplay(console);
 #ifdef CONSOLECTL_HAVE_SHOWS
-    AddShow(app, nStatus);
+    AddShow(console);
 #endif
-    AddWhy(app, nStatus);
-    AddDiagnostics(app, nStatus);
-    AddManual(app, nStatus);
+    AddWhy(console);
+    AddDiagnostics(console);
+    AddManual(console);
     try
     {
         app.parse(nArguments, ppArguments);
@@ -56,19 +82,14 @@ int Run(int nArguments, char** ppArguments)
     {
         return app.exit(success);
     }
-    catch (const CLI::RequiredError& error)
-    {
-        return RefuseUse(app.remaining().empty()
-                             ? std::runtime_error(error.what())
-                             : std::runtime_error("\"" + app.remaining()[0] + "\" is no subcommand, and no option"));
-    }
     catch (const CLI::ParseError& error)
     {
-        return RefuseUse(error);
+        const std::string strWord = UnknownWord(app, error);
+        return RefuseUse(strWord.empty() ? error.what() : strWord);
     }
     catch (const stWrongUse& error)
     {
-        return RefuseUse(error);
+        return RefuseUse(error.what());
     }
     if (std::fflush(stdout) != 0 || std::fflush(RowsOutput()) != 0 || OutputFailed())
     {

@@ -47,14 +47,6 @@ std::vector<std::string> Split(const std::string& strText, char cSeparator)
     return parts;
 }
 
-template <typename Number>
-bool ParseNumber(const std::string& strText, Number& number)
-{
-    const char* pEnd = strText.data() + strText.size();
-    const auto result = std::from_chars(strText.data(), pEnd, number);
-    return result.ec == std::errc() && result.ptr == pEnd && std::isfinite(static_cast<double>(number));
-}
-
 // How many characters have to be changed, put in or left out to make one text of the other; upper case and lower are alike.
 std::size_t Distance(const std::string& strA, const std::string& strB)
 {

@@ -46,20 +46,13 @@ std::vector<std::string> ValuesOf(const stArgument& argument)
     return values.empty() ? std::vector<std::string>{c_szNothing} : values;
 }
 
-// "INT:INT in [1 - 65535]", "TEXT:{on,off}": where a check follows the type, it says more.
+// "NUMBER:1 to 65535": where a check follows the type, it says more.
 void ReadType(const CLI::Option& option, stArgument& argument)
 {
     const std::string strType = option.get_type_name();
-    const std::string strCheck = strType.substr(strType.find(':') + 1);
-    if (strCheck.compare(0, 1, "{") == 0)
-    {
-        argument.values = CLI::detail::split(strCheck.substr(1, strCheck.size() - 2), ',');
-        argument.strValue = Joined(argument.values, "|");
-        return;
-    }
-    const std::size_t unSpace = strCheck.find(' ');
-    argument.strValue = strCheck.substr(0, unSpace);
-    argument.strLimits = unSpace == std::string::npos ? "" : strCheck.substr(unSpace + 1);
+    const std::size_t unColon = strType.find(':');
+    argument.strValue = strType.substr(0, unColon);
+    argument.strLimits = unColon == std::string::npos ? "" : strType.substr(unColon + 1);
 }
 
 std::vector<std::string> NamesOf(const CLI::Option& option)

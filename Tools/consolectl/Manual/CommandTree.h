@@ -15,7 +15,7 @@ struct stArgument
 {
     std::vector<std::string> names; // "-h", "--help"; an argument has one: "FILE"
     std::string strValue;           // what stands for its value: "FILE", "text|json|csv"; empty: an option without
-    std::string strLimits;          // "in [1 - 65535]"
+    std::string strLimits;          // "1 to 65535"
     std::string strDefault;         // empty: none
     std::string strDescription;
     std::vector<std::string> values;   // what completes its value: a c_szFile and the like, or a word itself

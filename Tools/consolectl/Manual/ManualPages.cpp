@@ -1,5 +1,6 @@
 #include "Manual/ManualPages.h"
 
+#include "Manual/Wording.h"
 #include "Terminal/Common.h"
 
 #include <algorithm>
@@ -48,6 +49,8 @@ std::string Italic(const std::string& strText)
 {
     return "\\fI" + Escaped(strText) + "\\fR";
 }
+
+constexpr stFonts c_Roff = {Bold, Italic};
 
 enum enLine
 {
@@ -104,48 +107,6 @@ std::string PageName(const stCommand& command)
     return strName;
 }
 
-bool IsHelp(const stArgument& option)
-{
-    return option.names.back() == "--help";
-}
-
-std::string ValueText(const stArgument& option)
-{
-    return option.strValue.empty() ? "" : " " + Italic(option.strValue);
-}
-
-std::string OptionText(const stArgument& option)
-{
-    std::vector<std::string> names;
-    for (const std::string& strName : option.names)
-    {
-        names.push_back(Bold(strName));
-    }
-    return Joined(names, ", ") + ValueText(option);
-}
-
-// "consolectl show save [OPTION]... FILE NAME"
-std::string Usage(const stCommand& command)
-{
-    std::string strUsage = Bold(command.strPath);
-    const auto isOptional = [](const stArgument& option) { return !option.bRequired && !IsHelp(option); };
-    if (std::any_of(command.options.begin(), command.options.end(), isOptional))
-    {
-        strUsage += " [" + Italic("OPTION") + "]...";
-    }
-    for (const stArgument& option : command.options)
-    {
-        strUsage += option.bRequired ? " " + Bold(option.names.back()) + ValueText(option) : "";
-    }
-    for (const stArgument& argument : command.arguments)
-    {
-        const bool bLast = &argument == &command.arguments.back();
-        const std::string strText = Italic(argument.names[0]);
-        strUsage += (argument.bRequired ? " " + strText : " [" + strText + "]") + (argument.bRepeated && bLast ? "..." : "");
-    }
-    return strUsage + (command.subcommands.empty() ? "" : " " + Italic("SUBCOMMAND") + " ...");
-}
-
 // Of all that can be run below this one, a line each.
 std::vector<std::string> Usages(const stCommand& command)
 {
@@ -155,32 +116,14 @@ std::vector<std::string> Usages(const stCommand& command)
         const std::vector<std::string> below = Usages(subcommand);
         usages.insert(usages.end(), below.begin(), below.end());
     }
-    return usages.empty() ? std::vector<std::string>{Usage(command)} : usages;
-}
-
-std::string Remarks(const stArgument& argument, bool bOption)
-{
-    std::vector<std::string> remarks;
-    const auto add = [&remarks](bool bSaid, const std::string& strText)
-    {
-        if (bSaid)
-        {
-            remarks.push_back(strText);
-        }
-    };
-    add(!bOption && argument.strValue.find('|') != std::string::npos, argument.strValue);
-    add(!argument.strLimits.empty(), argument.strLimits);
-    add(!argument.strDefault.empty(), "default " + argument.strDefault);
-    add(bOption && argument.bRequired, "required");
-    add(!argument.excludes.empty(), "not with " + Joined(argument.excludes, ", "));
-    return remarks.empty() ? "" : " (" + Joined(remarks, ", ") + ")";
+    return usages.empty() ? std::vector<std::string>{UsageText(command, c_Roff)} : usages;
 }
 
 std::string Items(const stCommand& command, bool bHelp)
 {
     std::string strRoff;
     const auto add = [&strRoff](const stArgument& argument, bool bOption, const std::string& strHead)
-    { strRoff += ".TP\n" + strHead + "\n" + Escaped(argument.strDescription + Remarks(argument, bOption)) + "\n"; };
+    { strRoff += ".TP\n" + strHead + "\n" + Escaped(argument.strDescription + RemarksText(argument, bOption)) + "\n"; };
     for (const stArgument& argument : command.arguments)
     {
         if (!argument.strDescription.empty()) // the footer describes the others
@@ -192,7 +135,7 @@ std::string Items(const stCommand& command, bool bHelp)
     {
         if (bHelp || !IsHelp(option))
         {
-            add(option, true, OptionText(option));
+            add(option, true, OptionText(option, c_Roff));
         }
     }
     return strRoff;
@@ -255,7 +198,7 @@ std::string Page(const stCommand& command, const stCommand& program, const std::
     { strRoff += strText.empty() ? "" : std::string(".SH \"") + szHead + "\"\n" + strText; };
 
     add("NAME", strName + " \\- " + Escaped(command.strSummary) + "\n");
-    add("SYNOPSIS", (bProgram ? Usage(command) : Joined(Usages(command), "\n.br\n")) + "\n");
+    add("SYNOPSIS", (bProgram ? UsageText(command, c_Roff) : Joined(Usages(command), "\n.br\n")) + "\n");
     add("DESCRIPTION", Paragraphs(command.strDescription));
     add("OPTIONS", Items(command, true));
     add("SUBCOMMANDS", bProgram ? Contents(command) : Sections(command));

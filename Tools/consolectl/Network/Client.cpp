@@ -1,10 +1,9 @@
 #include "Network/Client.h"
 
 #include "Terminal/Arguments.h"
+#include "Terminal/Command.h"
 #include "Terminal/Common.h"
 #include "Terminal/Output.h"
-
-#include <CLI/CLI.hpp>
 
 #include <array>
 #include <bitset>
@@ -69,19 +68,18 @@ std::string OpenLink(CImageFollower& follower, const stMulticastLink& link)
     return std::string();
 }
 
-void AddClientOptions(CLI::App& command, stClientOptions& options)
+void AddClientOptions(CCommand& command, stClientOptions& options)
 {
     AddLinkOptions(command, options.link);
     command
-        .add_option("--timeout", options.dTimeout,
-                    "Give up, with exit status 27, when what is waited for has not come from the MC within so many seconds")
-        ->check(Between(0.1, 86400))
-        ->capture_default_str();
+        .Option("--timeout", options.dTimeout,
+                "Give up, with exit status 27, when what is waited for has not come from the MC within so many seconds")
+        .Within(0.1, 86400);
 }
 
-void AddDirectOption(CLI::App& command, stClientOptions& options)
+void AddDirectOption(CCommand& command, stClientOptions& options)
 {
-    command.add_flag("--direct", options.bDirect, "Send each change at once in a datagram of its own, instead of batches");
+    command.Flag("--direct", options.bDirect, "Send each change at once in a datagram of its own, instead of batches");
 }
 
 CClient::CClient(const stClientOptions& options) : m_Options(options), m_Follower(m_Image)

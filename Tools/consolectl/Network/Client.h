@@ -24,8 +24,8 @@ struct stClientOptions
 };
 
 // The link's options and --timeout.
-void AddClientOptions(CLI::App& command, stClientOptions& options);
-void AddDirectOption(CLI::App& command, stClientOptions& options);
+void AddClientOptions(CCommand& command, stClientOptions& options);
+void AddDirectOption(CCommand& command, stClientOptions& options);
 
 // An image that follows the MC, and changes that go to it. Failures are told on standard error; what returns an exit status
 // returns enExitDone when all is well.

@@ -1,9 +1,8 @@
 #include "Network/Options.h"
 
 #include "Network/Interface.h"
+#include "Terminal/Command.h"
 #include "Terminal/Common.h"
-
-#include <CLI/CLI.hpp>
 
 #include <arpa/inet.h>
 #include <netinet/in.h>
@@ -28,24 +27,22 @@ std::string CheckGroup(const std::string& strText)
 
 } // namespace
 
-void AddGroupOptions(CLI::App& command, stMulticastLink& link, const std::string& strWhat)
+void AddGroupOptions(CCommand& command, stMulticastLink& link, const std::string& strWhat)
 {
-    command.add_option("--group", link.strGroup, "Multicast group of " + strWhat)
-        ->check(CLI::Validator(CheckGroup, "GROUP"))
-        ->capture_default_str();
-    command.add_option("--port", link.unPort, "UDP port of " + strWhat)->check(CLI::Range(1, 65535))->capture_default_str();
+    command.Option("--group", link.strGroup, "Multicast group of " + strWhat).Type("GROUP").Check(CheckGroup);
+    command.Option("--port", link.unPort, "UDP port of " + strWhat).Within(1, 65535);
 }
 
-void AddInterfaceOption(CLI::App& command, stMulticastLink& link)
+void AddInterfaceOption(CCommand& command, stMulticastLink& link)
 {
     command
-        .add_option_function<std::string>(
+        .Option(
             "--interface", [&link](const std::string& strName) { link.strInterface = FindInterface(strName); },
             "Name or IPv4 address of the network interface; default: where the system routes the group")
-        ->type_name("NAME|ADDRESS");
+        .Type("NAME|ADDRESS");
 }
 
-void AddLinkOptions(CLI::App& command, stMulticastLink& link)
+void AddLinkOptions(CCommand& command, stMulticastLink& link)
 {
     AddGroupOptions(command, link, "the MC's updates");
     AddInterfaceOption(command, link);

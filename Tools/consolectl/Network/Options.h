@@ -3,10 +3,7 @@
 
 #include <string>
 
-namespace CLI
-{
-class App;
-}
+class CCommand;
 
 // Where something is multicast: at first, where the MC's updates are.
 struct stMulticastLink
@@ -21,9 +18,9 @@ constexpr char c_szPPCGroup[] = "225.0.0.45";
 constexpr unsigned int c_unPPCPort = 7050;
 
 // --group and --port of what strWhat names, --interface, and all three for the MC's updates.
-void AddGroupOptions(CLI::App& command, stMulticastLink& link, const std::string& strWhat);
-void AddInterfaceOption(CLI::App& command, stMulticastLink& link);
-void AddLinkOptions(CLI::App& command, stMulticastLink& link);
+void AddGroupOptions(CCommand& command, stMulticastLink& link, const std::string& strWhat);
+void AddInterfaceOption(CCommand& command, stMulticastLink& link);
+void AddLinkOptions(CCommand& command, stMulticastLink& link);
 
 // "225.0.0.46:7060, interface 127.0.0.1".
 std::string LinkText(const stMulticastLink& link);

@@ -12,11 +12,9 @@ namespace
 const char c_szForbidden[] = "\"<&";
 
 // The number that a text stands for: digits, or a parameter's name. False when it is neither.
-bool ParseNumber(const std::string& strText, int& nNumber)
+bool ParseParameter(const std::string& strText, int& nNumber)
 {
-    const char* pEnd = strText.data() + strText.size();
-    const std::from_chars_result result = std::from_chars(strText.data(), pEnd, nNumber);
-    if (result.ec == std::errc() && result.ptr == pEnd)
+    if (ParseNumber(strText, nNumber))
     {
         return true;
     }
@@ -63,7 +61,7 @@ stReportedValue ParseReportedValue(const std::string& strText)
     const std::size_t unEqual = strText.find('=');
     const std::string strNumber = strText.substr(0, unEqual);
     stReportedValue value = {};
-    if (unEqual == std::string::npos || !ParseNumber(strNumber, value.nNumber))
+    if (unEqual == std::string::npos || !ParseParameter(strNumber, value.nNumber))
     {
         throw stWrongUse(strText, "is not a PARAMETER=VALUE, whose parameter is a number or a name such as enUpTime");
     }

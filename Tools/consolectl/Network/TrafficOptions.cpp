@@ -1,16 +1,14 @@
 #include "Network/TrafficOptions.h"
 
 #include "Network/Capture.h"
+#include "Terminal/Command.h"
 
-#include <CLI/CLI.hpp>
-
-void AddTrafficOptions(CLI::App& command, stTrafficOptions& options)
+void AddTrafficOptions(CCommand& command, stTrafficOptions& options)
 {
     AddLinkOptions(command, options.link);
-    command.add_option("--capture", options.strCapture, "Take the datagrams from this capture file, not from the network")
-        ->check(
-            CLI::Validator([](const std::string& strFile) { return std::string(strFile.empty() ? "no file is named" : ""); }, ""))
-        ->type_name("FILE");
+    command.Option("--capture", options.strCapture, "Take the datagrams from this capture file, not from the network")
+        .Check([](const std::string& strFile) { return std::string(strFile.empty() ? "no file is named" : ""); })
+        .Type("FILE");
 }
 
 std::unique_ptr<CTraffic> OpenTraffic(const stTrafficOptions& options)

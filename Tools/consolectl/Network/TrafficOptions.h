@@ -13,7 +13,7 @@ struct stTrafficOptions
     stMulticastLink link;
     std::string strCapture;
 };
-void AddTrafficOptions(CLI::App& command, stTrafficOptions& options);
+void AddTrafficOptions(CCommand& command, stTrafficOptions& options);
 
 // Says what was chosen. Null when that failed, which it says too.
 std::unique_ptr<CTraffic> OpenTraffic(const stTrafficOptions& options);

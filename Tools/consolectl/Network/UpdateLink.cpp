@@ -1,8 +1,7 @@
 #include "Network/UpdateLink.h"
 
 #include "Terminal/Arguments.h"
-
-#include <CLI/CLI.hpp>
+#include "Terminal/Command.h"
 
 #include <algorithm>
 #include <cmath>
@@ -21,7 +20,7 @@ std::int64_t MicrosecondsSince(tSteadyClock::time_point start)
 
 } // namespace
 
-void AddFaultOptions(CLI::App& command, stFaults& faults)
+void AddFaultOptions(CCommand& command, stFaults& faults)
 {
     static const struct
     {
@@ -38,17 +37,16 @@ void AddFaultOptions(CLI::App& command, stFaults& faults)
     {
         const auto set = [&faults, &share](double dPercent)
         { faults.*share.pFault = static_cast<std::uint32_t>(std::lround(dPercent * c_dMillionthsOfPercent)); };
-        command.add_option_function<double>(share.szName, set, share.szHelp)->check(Between(0, 100))->default_str("0");
+        command.Option(share.szName, set, share.szHelp).Within(0, 100).Default("0");
     }
-    command.add_option("--reorder", faults.unReorder, "A datagram may be held back behind up to so many later ones")
-        ->check(CLI::Range(0u, c_unMostReorder))
-        ->capture_default_str();
+    command.Option("--reorder", faults.unReorder, "A datagram may be held back behind up to so many later ones")
+        .Within(0u, c_unMostReorder);
     command
-        .add_option_function<double>(
+        .Option(
             "--delay", [&faults](double dMilliseconds) { faults.nDelay = std::llround(dMilliseconds * 1000); },
             "Milliseconds that every datagram is under way")
-        ->check(Between(0, c_dLongestDelay))
-        ->default_str("0");
+        .Within(0, c_dLongestDelay)
+        .Default("0");
 }
 
 CUpdateLink::CUpdateLink(const stMulticastLink& link, const stFaults& faults)

@@ -11,7 +11,7 @@
 #include <vector>
 
 // --loss to --delay. The seed is the command's own.
-void AddFaultOptions(CLI::App& command, stFaults& faults);
+void AddFaultOptions(CCommand& command, stFaults& faults);
 
 // Belongs to one thread.
 class CUpdateLink

@@ -6,8 +6,6 @@
 #include "Terminal/Arguments.h"
 #include "Terminal/Output.h"
 
-#include <CLI/CLI.hpp>
-
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
@@ -194,73 +192,59 @@ int Show(const stFileOptions& options)
     return enExitDone;
 }
 
-void AddReportGroup(CLI::App& command, stMulticastLink& link)
+void AddReportGroup(CCommand& command, stMulticastLink& link)
 {
     link.strGroup = XMLDiagnostics::c_strMulticastGroup;
     link.unPort = c_unReportPort;
     AddGroupOptions(command, link, "reports");
 }
 
-template <class Options>
-int Stoppable(int (*pRun)(const Options&), const Options& options)
+void AddSchemaOption(CCommand& command, std::string& strSchema)
 {
-    CatchStopSignals();
-    return pRun(options);
-}
-
-void AddSchemaOption(CLI::App& command, std::string& strSchema)
-{
-    command.add_option("--schema", strSchema, "Schema file to validate against")->type_name("FILE")->capture_default_str();
+    command.Option("--schema", strSchema, "Schema file to validate against").Type("FILE");
 }
 
 } // namespace
 
-void AddDiagnostics(CLI::App& app, int& nStatus)
+void AddDiagnostics(CCommand& console)
 {
-    CLI::App* pDiagnostics = app.add_subcommand("diagnostics", "Reports of devices' health");
-    pDiagnostics->require_subcommand(1);
+    CCommand diagnostics = console.Add("diagnostics", "Reports of devices' health");
 
     const auto pSend = std::make_shared<stSendOptions>();
-    CLI::App* pCommand = pDiagnostics->add_subcommand("send", "Multicast a report, as a device does");
-    AddReportGroup(*pCommand, pSend->link);
-    pCommand->add_option("--device", pSend->strDevice, "Kind of device")
-        ->check(CLI::Validator(CheckReportText, "NAME"))
-        ->capture_default_str();
-    pCommand->add_option("--id", pSend->nId, "Number of the device")->capture_default_str();
-    pCommand->add_option("--count", pSend->nCount, "How many reports")->check(CLI::Range(1, 1000000))->capture_default_str();
-    pCommand->add_option("--period", pSend->dPeriod, "Seconds from one to the next")
-        ->check(Between(0, 86400))
-        ->capture_default_str();
-    AddFormatOption(*pCommand);
-    pCommand->add_flag("--print", pSend->bPrint, "Print the report and send nothing");
-    pCommand->add_option("PARAMETER=VALUE", pSend->values,
-                         "Such as enUpTime=3600 or 0=3600; 0=3600,7 gives a second value. None: a sample");
-    pCommand->callback([pSend, &nStatus] { nStatus = Stoppable(Send, *pSend); });
+    CCommand send = diagnostics.Add("send", "Multicast a report, as a device does");
+    AddReportGroup(send, pSend->link);
+    send.Option("--device", pSend->strDevice, "Kind of device").Check(CheckReportText);
+    send.Option("--id", pSend->nId, "Number of the device");
+    send.Option("--count", pSend->nCount, "How many reports").Within(1, 1000000);
+    send.Option("--period", pSend->dPeriod, "Seconds from one to the next").Within(0, 86400);
+    AddFormatOption(send);
+    send.Flag("--print", pSend->bPrint, "Print the report and send nothing");
+    send.Option("PARAMETER=VALUE", pSend->values, "Such as enUpTime=3600 or 0=3600; 0=3600,7 gives a second value. None: a sample");
+    send.RunsUntilStopped([pSend] { return Send(*pSend); });
 
     const auto pListen = std::make_shared<stListenOptions>();
-    pCommand =
-        pDiagnostics->add_subcommand("listen", "Show each report as it comes, as a table: number, name, value, second value");
-    AddReportGroup(*pCommand, pListen->link);
-    AddInterfaceOption(*pCommand, pListen->link);
-    AddLimitOptions(*pCommand, pListen->limits, "reports");
-    AddFormatOption(*pCommand);
-    pCommand->add_flag("--validate", pListen->bValidate, "Validate each report");
-    AddSchemaOption(*pCommand, pListen->strSchema);
-    pCommand->callback([pListen, &nStatus] { nStatus = Stoppable(ListenAndValidate, *pListen); });
+    CCommand listen = diagnostics.Add("listen", "Show each report as it comes, as a table: number, name, value, second value");
+    AddReportGroup(listen, pListen->link);
+    AddInterfaceOption(listen, pListen->link);
+    AddLimitOptions(listen, pListen->limits, "reports");
+    AddFormatOption(listen);
+    listen.Flag("--validate", pListen->bValidate, "Validate each report");
+    AddSchemaOption(listen, pListen->strSchema);
+    listen.RunsUntilStopped([pListen] { return ListenAndValidate(*pListen); });
 
     const auto pFile = std::make_shared<stFileOptions>();
-    pCommand = pDiagnostics->add_subcommand("validate", "Hold a report in a file against the schema, and say where it fails");
-    pCommand->add_option("FILE", pFile->strFile, "The report")->required();
-    AddSchemaOption(*pCommand, pFile->strSchema);
-    AddFormatOption(*pCommand);
-    pCommand->callback([pFile, &nStatus] { nStatus = Validate(*pFile); });
+    CCommand validate = diagnostics.Add("validate", "Hold a report in a file against the schema, and say where it fails");
+    validate.Option("FILE", pFile->strFile, "The report").Required();
+    AddSchemaOption(validate, pFile->strSchema);
+    AddFormatOption(validate);
+    validate.Runs([pFile] { return Validate(*pFile); });
 
-    pCommand = pDiagnostics->add_subcommand("show", "Show a report in a file as a table");
-    pCommand->add_option("FILE", pFile->strFile, "The report")->required();
-    AddFormatOption(*pCommand);
-    pCommand->callback([pFile, &nStatus] { nStatus = Show(*pFile); });
+    CCommand show = diagnostics.Add("show", "Show a report in a file as a table");
+    show.Option("FILE", pFile->strFile, "The report").Required();
+    AddFormatOption(show);
+    show.Runs([pFile] { return Show(*pFile); });
 
-    pCommand = pDiagnostics->add_subcommand("names", "List the parameters that have a name");
-    AddFormatOption(*pCommand);
-    pCommand->callback([&nStatus] { nStatus = Names(); });
+    CCommand names = diagnostics.Add("names", "List the parameters that have a name");
+    AddFormatOption(names);
+    names.Runs(Names);
 }

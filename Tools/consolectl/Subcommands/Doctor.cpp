@@ -6,8 +6,6 @@
 
 #include "LogicalControls.h"
 
-#include <CLI/CLI.hpp>
-
 #include <cerrno>
 #include <cstring>
 #include <memory>
@@ -131,19 +129,17 @@ int Doctor(const stOptions& options)
 
 } // namespace
 
-void AddDoctor(CLI::App& app, int& nStatus)
+void AddDoctor(CCommand& console)
 {
     const auto pOptions = std::make_shared<stOptions>();
-    CLI::App* pCommand = app.add_subcommand("doctor", "Say why a client and an MC don't hear each other, and what to do about it");
-    AddLinkOptions(*pCommand, pOptions->link);
-    pCommand->add_option("--schema", pOptions->strSchema, "Schema file that reports are validated against")->capture_default_str();
-    pCommand
-        ->add_option("--timeout", pOptions->dTimeout,
-                     "Seconds to wait for the datagram that is sent and received, and then for an MC's")
-        ->check(Between(0.01, 60))
-        ->capture_default_str();
-    AddFormatOption(*pCommand);
-    pCommand->footer("consolectl doctor --interface eth0\n"
-                     "consolectl doctor --format json");
-    pCommand->callback([pOptions, &nStatus] { nStatus = Doctor(*pOptions); });
+    CCommand command = console.Add("doctor", "Say why a client and an MC don't hear each other, and what to do about it");
+    AddLinkOptions(command, pOptions->link);
+    command.Option("--schema", pOptions->strSchema, "Schema file that reports are validated against");
+    command
+        .Option("--timeout", pOptions->dTimeout, "Seconds to wait for the datagram that is sent and received, and then for an MC's")
+        .Within(0.01, 60);
+    AddFormatOption(command);
+    command.Footer("consolectl doctor --interface eth0\n"
+                   "consolectl doctor --format json");
+    command.Runs([pOptions] { return Doctor(*pOptions); });
 }

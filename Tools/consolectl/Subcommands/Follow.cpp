@@ -6,8 +6,6 @@
 #include "Terminal/Arguments.h"
 #include "Terminal/Output.h"
 
-#include <CLI/CLI.hpp>
-
 #include <bitset>
 #include <memory>
 #include <vector>
@@ -263,37 +261,25 @@ int CFollow::Run()
 
 } // namespace
 
-void AddFollow(CLI::App& app, int& nStatus)
+void AddFollow(CCommand& console)
 {
     const auto pOptions = std::make_shared<stOptions>();
-    CLI::App* pCommand =
-        app.add_subcommand("follow", "Follow an MC: keep an image in step, show update periods, time-outs and check words");
-    AddLinkOptions(*pCommand, pOptions->link);
-    pCommand->add_option("--seconds", pOptions->dSeconds, "Stop after so long; 0: at Ctrl-C")
-        ->check(Between(0, 86400))
-        ->capture_default_str();
-    pCommand->add_option("--timeout", pOptions->dTimeout, "Give up, with exit status 27, when the image is not whole by then")
-        ->check(Between(0, 86400));
-    pCommand
-        ->add_option("--until-silent", pOptions->dUntilSilent, "Stop when the MC, once heard, has sent nothing for so many seconds")
-        ->check(Between(0, 86400));
-    pCommand
-        ->add_option("--set", pOptions->changes,
-                     "Once the image is whole, send this change to the MC and wait for it to come back, such as "
-                     "MicInput/100/Fader/0=-6.5; may be given several times")
-        ->type_name("ADDRESS=VALUE")
-        ->take_all()
-        ->allow_extra_args(false);
-    pCommand->add_option("--count", pOptions->nCount, "Stop after so many updates; 0: at Ctrl-C")
-        ->check(CLI::Range(0, 1000000000))
-        ->capture_default_str();
-    pCommand->add_option("--save", pOptions->strSave, "Write the image to this file at the end")->type_name("FILE");
-    AddFormatOption(*pCommand);
-    pCommand->add_flag("--statistics", pOptions->bStatistics, "At the end, say what came and what became of it");
-    pCommand->callback(
-        [pOptions, &nStatus]
-        {
-            CatchStopSignals();
-            nStatus = std::make_unique<CFollow>(*pOptions)->Run();
-        });
+    CCommand command = console.Add("follow", "Follow an MC: keep an image in step, show update periods, time-outs and check words");
+    AddLinkOptions(command, pOptions->link);
+    command.Option("--seconds", pOptions->dSeconds, "Stop after so long; 0: at Ctrl-C").Within(0, 86400);
+    command.Option("--timeout", pOptions->dTimeout, "Give up, with exit status 27, when the image is not whole by then")
+        .Within(0, 86400);
+    command.Option("--until-silent", pOptions->dUntilSilent, "Stop when the MC, once heard, has sent nothing for so many seconds")
+        .Within(0, 86400);
+    command
+        .Option("--set", pOptions->changes,
+                "Once the image is whole, send this change to the MC and wait for it to come back, such as "
+                "MicInput/100/Fader/0=-6.5; may be given several times")
+        .Type("ADDRESS=VALUE")
+        .Repeated();
+    command.Option("--count", pOptions->nCount, "Stop after so many updates; 0: at Ctrl-C").Within(0, 1000000000);
+    command.Option("--save", pOptions->strSave, "Write the image to this file at the end").Type("FILE");
+    AddFormatOption(command);
+    command.Flag("--statistics", pOptions->bStatistics, "At the end, say what came and what became of it");
+    command.RunsUntilStopped([pOptions] { return std::make_unique<CFollow>(*pOptions)->Run(); });
 }

@@ -3,8 +3,6 @@
 #include "Network/ImageSource.h"
 #include "Subcommands/Subcommands.h"
 
-#include <CLI/CLI.hpp>
-
 #include <memory>
 
 namespace
@@ -50,25 +48,18 @@ int Get(const stOptions& options)
 
 } // namespace
 
-void AddGet(CLI::App& app, int& nStatus)
+void AddGet(CCommand& console)
 {
     const auto pOptions = std::make_shared<stOptions>();
-    CLI::App* pCommand = app.add_subcommand("get", "Show parameters of the MC, or of another image, a line each");
-    AddClientOptions(*pCommand, pOptions->client);
-    AddFormatOption(*pCommand);
-    pCommand->add_option("--from", pOptions->strSource, std::string("The image: ") + c_szImageSources)
-        ->type_name(c_szImageType)
-        ->capture_default_str();
-    pCommand
-        ->add_option("ADDRESS", pOptions->addresses,
-                     "Such as MicInput/12/Fader/0 or MicInput/12/Name; each part may be '*', path and parameter a range (0-9)")
-        ->required();
-    pCommand->footer("consolectl get 'MicInput/*/Name'\n"
-                     "consolectl get MicInput/12/Fader --from FILE.pcap@3.5");
-    pCommand->callback(
-        [pOptions, &nStatus]
-        {
-            CatchStopSignals();
-            nStatus = Get(*pOptions);
-        });
+    CCommand command = console.Add("get", "Show parameters of the MC, or of another image, a line each");
+    AddClientOptions(command, pOptions->client);
+    AddFormatOption(command);
+    command.Option("--from", pOptions->strSource, std::string("The image: ") + c_szImageSources).Type(c_szImageType);
+    command
+        .Option("ADDRESS", pOptions->addresses,
+                "Such as MicInput/12/Fader/0 or MicInput/12/Name; each part may be '*', path and parameter a range (0-9)")
+        .Required();
+    command.Footer("consolectl get 'MicInput/*/Name'\n"
+                   "consolectl get MicInput/12/Fader --from FILE.pcap@3.5");
+    command.RunsUntilStopped([pOptions] { return Get(*pOptions); });
 }

@@ -5,11 +5,11 @@
 #include "Subcommands/Subcommands.h"
 #include "Terminal/Common.h"
 
-#include <CLI/CLI.hpp>
-
+#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
+#include <iterator>
 #include <memory>
 
 namespace
@@ -41,10 +41,10 @@ int Write(const std::string& strFile, const std::string& strText)
     return bWritten && bClosed ? int(enExitDone) : Fail(strFile + ": " + std::strerror(errno));
 }
 
-int WriteManual(const CLI::App& app, const stOptions& options)
+int WriteManual(const CCommand& console, const stOptions& options)
 {
     int nStatus = enExitDone;
-    for (const auto& [strName, strText] : c_Kinds.at(options.strWhat)(ReadCommand(app, "consolectl")))
+    for (const auto& [strName, strText] : c_Kinds.at(options.strWhat)(ReadCommand(console.GetParser(), "consolectl")))
     {
         if (options.strFolder.empty())
         {
@@ -58,23 +58,22 @@ int WriteManual(const CLI::App& app, const stOptions& options)
     return nStatus;
 }
 
-std::string CheckWhat(const std::string& strWhat)
+std::vector<std::string> Kinds()
 {
-    return c_Kinds.count(strWhat) != 0 ? std::string() : strWhat + " is none of man, bash, zsh";
+    std::vector<std::string> kinds;
+    std::transform(c_Kinds.begin(), c_Kinds.end(), std::back_inserter(kinds), [](const auto& kind) { return kind.first; });
+    return kinds;
 }
 
 } // namespace
 
-void AddManual(CLI::App& app, int& nStatus)
+void AddManual(CCommand& console)
 {
     const auto pOptions = std::make_shared<stOptions>();
-    CLI::App* pCommand = app.add_subcommand("manual", "Write the pages for man, or the completion for bash or zsh");
-    pCommand->group(""); // for who packs it
-    pCommand->add_option("WHAT", pOptions->strWhat, "Which of them")
-        ->type_name("man|bash|zsh")
-        ->required()
-        ->check(CLI::Validator(CheckWhat, ""));
-    pCommand->add_option("FOLDER", pOptions->strFolder, "Where the files go; none: to standard output");
-    pCommand->footer("source <(consolectl manual bash)");
-    pCommand->callback([&app, pOptions, &nStatus] { nStatus = WriteManual(app, *pOptions); });
+    CCommand command = console.Add("manual", "Write the pages for man, or the completion for bash or zsh");
+    command.Hide(); // for who packs it
+    command.Option("WHAT", pOptions->strWhat, "Which of them").OneOf(Kinds()).Required();
+    command.Option("FOLDER", pOptions->strFolder, "Where the files go; none: to standard output");
+    command.Footer("source <(consolectl manual bash)");
+    command.Runs([console, pOptions] { return WriteManual(console, *pOptions); });
 }

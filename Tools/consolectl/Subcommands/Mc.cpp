@@ -9,8 +9,6 @@
 #include "Subcommands/Subcommands.h"
 #include "Terminal/Arguments.h"
 
-#include <CLI/CLI.hpp>
-
 #include <algorithm>
 #include <memory>
 #include <vector>
@@ -250,39 +248,25 @@ int CSimulatedMC::Run()
 
 } // namespace
 
-void AddMc(CLI::App& app, int& nStatus)
+void AddMc(CCommand& console)
 {
     const auto pOptions = std::make_shared<stOptions>();
-    CLI::App* pCommand = app.add_subcommand(
+    CCommand command = console.Add(
         "mc", "Simulate a master controller: own an image, move faders and meters, multicast it, take clients' changes");
-    AddLinkOptions(*pCommand, pOptions->link);
-    pCommand->add_option("--surface-rate", pOptions->dSurfaceRate, "Surface updates (switches to meters) a second")
-        ->check(Between(0.1, 1000))
-        ->capture_default_str();
-    pCommand->add_option("--rotary-rate", pOptions->dRotaryRate, "Rotary updates (strings, rotaries) a second")
-        ->check(Between(0.1, 1000))
-        ->capture_default_str();
-    pCommand->add_option("--report-period", pOptions->dReportPeriod, "Seconds from one diagnostics report to the next; 0: none")
-        ->check(Between(0, 86400))
-        ->capture_default_str();
-    pCommand->add_option("--seconds", pOptions->dSeconds, "Stop after so long, the last state sent; 0: at Ctrl-C")
-        ->check(Between(0, 86400))
-        ->capture_default_str();
-    pCommand
-        ->add_option("--moving-faders", pOptions->nMovingFaders,
-                     "Mic inputs whose fader and meter move; a fader that a client sets stays")
-        ->check(CLI::Range(0, canMaxPaths[enMicInput]))
-        ->capture_default_str();
-    pCommand->add_option("--seed", pOptions->faults.unSeed, "Seed of the image's first contents and of the network's faults")
-        ->capture_default_str();
-    AddFaultOptions(*pCommand, pOptions->faults);
-    AddLimitOptions(*pCommand, pOptions->limits, "changes of clients");
-    AddFormatOption(*pCommand);
-    pCommand->add_option("--save", pOptions->strSave, "Write the image to this file at the end")->type_name("FILE");
-    pCommand->callback(
-        [pOptions, &nStatus]
-        {
-            CatchStopSignals();
-            nStatus = std::make_unique<CSimulatedMC>(*pOptions)->Run();
-        });
+    AddLinkOptions(command, pOptions->link);
+    command.Option("--surface-rate", pOptions->dSurfaceRate, "Surface updates (switches to meters) a second").Within(0.1, 1000);
+    command.Option("--rotary-rate", pOptions->dRotaryRate, "Rotary updates (strings, rotaries) a second").Within(0.1, 1000);
+    command.Option("--report-period", pOptions->dReportPeriod, "Seconds from one diagnostics report to the next; 0: none")
+        .Within(0, 86400);
+    command.Option("--seconds", pOptions->dSeconds, "Stop after so long, the last state sent; 0: at Ctrl-C").Within(0, 86400);
+    command
+        .Option("--moving-faders", pOptions->nMovingFaders,
+                "Mic inputs whose fader and meter move; a fader that a client sets stays")
+        .Within(0, canMaxPaths[enMicInput]);
+    command.Option("--seed", pOptions->faults.unSeed, "Seed of the image's first contents and of the network's faults");
+    AddFaultOptions(command, pOptions->faults);
+    AddLimitOptions(command, pOptions->limits, "changes of clients");
+    AddFormatOption(command);
+    command.Option("--save", pOptions->strSave, "Write the image to this file at the end").Type("FILE");
+    command.RunsUntilStopped([pOptions] { return std::make_unique<CSimulatedMC>(*pOptions)->Run(); });
 }

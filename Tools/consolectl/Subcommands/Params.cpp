@@ -2,8 +2,6 @@
 #include "Images/Cells.h"
 #include "Subcommands/Subcommands.h"
 
-#include <CLI/CLI.hpp>
-
 #include <memory>
 
 namespace
@@ -44,13 +42,13 @@ int Params(const std::vector<std::string>& texts)
 
 } // namespace
 
-void AddParams(CLI::App& app, int& nStatus)
+void AddParams(CCommand& console)
 {
     const auto pPatterns = std::make_shared<std::vector<std::string>>();
-    CLI::App* pCommand = app.add_subcommand("params", "List parameters: address, name, type, limits and default");
-    AddFormatOption(*pCommand);
-    pCommand->add_option("ADDRESS", *pPatterns, "Such as 'MicInput/0/*/*'; none: all 241,339");
-    pCommand->footer("consolectl params 'VCAGroups/*/Fader'\n"
-                     "consolectl params --format json >params.json");
-    pCommand->callback([pPatterns, &nStatus] { nStatus = Params(*pPatterns); });
+    CCommand command = console.Add("params", "List parameters: address, name, type, limits and default");
+    AddFormatOption(command);
+    command.Option("ADDRESS", *pPatterns, "Such as 'MicInput/0/*/*'; none: all 241,339");
+    command.Footer("consolectl params 'VCAGroups/*/Fader'\n"
+                   "consolectl params --format json >params.json");
+    command.Runs([pPatterns] { return Params(*pPatterns); });
 }

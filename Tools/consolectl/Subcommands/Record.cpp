@@ -6,8 +6,6 @@
 #include "Terminal/Arguments.h"
 #include "Terminal/Output.h"
 
-#include <CLI/CLI.hpp>
-
 #include <memory>
 
 namespace
@@ -75,21 +73,16 @@ int Record(const stOptions& options)
 
 } // namespace
 
-void AddRecord(CLI::App& app, int& nStatus)
+void AddRecord(CCommand& console)
 {
     const auto pOptions = std::make_shared<stOptions>();
-    CLI::App* pCommand = app.add_subcommand(
-        "record", "Write the MC's updates and the clients' changes to a capture file, which packet tools can open");
-    AddLinkOptions(*pCommand, pOptions->traffic.link);
-    AddLimitOptions(*pCommand, pOptions->limits, "datagrams");
-    AddFormatOption(*pCommand);
-    pCommand->add_option("FILE", pOptions->strFile, "The capture file, which must not be there yet")->required();
-    pCommand->footer("consolectl record --timeout 10 FILE.pcap\n"
-                     "A recording ends with the check words of the image that it leads to. One that was broken off lacks them.");
-    pCommand->callback(
-        [pOptions, &nStatus]
-        {
-            CatchStopSignals();
-            nStatus = Record(*pOptions);
-        });
+    CCommand command =
+        console.Add("record", "Write the MC's updates and the clients' changes to a capture file, which packet tools can open");
+    AddLinkOptions(command, pOptions->traffic.link);
+    AddLimitOptions(command, pOptions->limits, "datagrams");
+    AddFormatOption(command);
+    command.Option("FILE", pOptions->strFile, "The capture file, which must not be there yet").Required();
+    command.Footer("consolectl record --timeout 10 FILE.pcap\n"
+                   "A recording ends with the check words of the image that it leads to. One that was broken off lacks them.");
+    command.RunsUntilStopped([pOptions] { return Record(*pOptions); });
 }

@@ -6,8 +6,6 @@
 #include "Terminal/Arguments.h"
 #include "Terminal/Output.h"
 
-#include <CLI/CLI.hpp>
-
 #include <cstring>
 #include <memory>
 
@@ -205,30 +203,24 @@ int CReplay::Run()
 
 } // namespace
 
-void AddReplay(CLI::App& app, int& nStatus)
+void AddReplay(CCommand& console)
 {
     const auto pOptions = std::make_shared<stOptions>();
-    CLI::App* pCommand = app.add_subcommand(
-        "replay", "Send a recording's updates again, and prove that they lead to the image that the recording led to");
-    AddLinkOptions(*pCommand, pOptions->link);
-    pCommand->add_option("FILE", pOptions->strFile, "The capture file")->required();
-    pCommand->add_option("--speed", pOptions->dSpeed, "So many times as fast; 0: as fast as it goes")
-        ->check(Between(0, 1000))
-        ->capture_default_str();
-    CLI::Option* const pLoop = pCommand->add_flag("--loop", pOptions->bLoop, "Again and again, until Ctrl-C");
-    pCommand->add_option("--at", pOptions->dAt, "Stop at so many seconds after the first datagram: the image as it was then")
-        ->check(Between(0, 1e9))
-        ->excludes(pLoop);
-    pCommand->add_option("--save", pOptions->strSave, "Write the image to this file at the end")->type_name("FILE");
-    pCommand->add_flag("--changes", pOptions->bChanges, "Send the clients' changes, too: an MC will take them");
-    pCommand->add_flag("--silent", pOptions->bSilent, "Send nothing: only see what image it leads to")->excludes(pLoop);
-    AddFormatOption(*pCommand);
-    pCommand->footer("consolectl replay FILE.pcap --speed 2\n"
-                     "consolectl replay FILE.pcap --silent --at 3.5 --save IMAGE");
-    pCommand->callback(
-        [pOptions, &nStatus]
-        {
-            CatchStopSignals();
-            nStatus = std::make_unique<CReplay>(*pOptions)->Run();
-        });
+    CCommand command =
+        console.Add("replay", "Send a recording's updates again, and prove that they lead to the image that the recording led to");
+    AddLinkOptions(command, pOptions->link);
+    command.Option("FILE", pOptions->strFile, "The capture file").Required();
+    command.Option("--speed", pOptions->dSpeed, "So many times as fast; 0: as fast as it goes").Within(0, 1000);
+    const COption loop = command.Flag("--loop", pOptions->bLoop, "Again and again, until Ctrl-C");
+    command.Option("--at", pOptions->dAt, "Stop at so many seconds after the first datagram: the image as it was then")
+        .Within(0, 1e9)
+        .Default("")
+        .Excludes(loop);
+    command.Option("--save", pOptions->strSave, "Write the image to this file at the end").Type("FILE");
+    command.Flag("--changes", pOptions->bChanges, "Send the clients' changes, too: an MC will take them");
+    command.Flag("--silent", pOptions->bSilent, "Send nothing: only see what image it leads to").Excludes(loop);
+    AddFormatOption(command);
+    command.Footer("consolectl replay FILE.pcap --speed 2\n"
+                   "consolectl replay FILE.pcap --silent --at 3.5 --save IMAGE");
+    command.RunsUntilStopped([pOptions] { return std::make_unique<CReplay>(*pOptions)->Run(); });
 }

@@ -5,8 +5,6 @@
 #include "Terminal/Arguments.h"
 #include "Terminal/Output.h"
 
-#include <CLI/CLI.hpp>
-
 #include <cmath>
 #include <filesystem>
 #include <fstream>
@@ -90,7 +88,7 @@ std::vector<stTimedChange> ReadScript(const std::string& strFile)
         const std::size_t unAddress = strLine.find(' ');
         const std::size_t unValue = unAddress == std::string::npos ? unAddress : strLine.find(' ', unAddress + 1);
         double dSeconds = 0;
-        if (unValue == std::string::npos || !CLI::detail::lexical_cast(strLine.substr(0, unAddress), dSeconds) ||
+        if (unValue == std::string::npos || !ParseNumber(strLine.substr(0, unAddress), dSeconds) ||
             !(dSeconds >= 0 && dSeconds <= 86400) || (!changes.empty() && dSeconds < changes.back().dSeconds))
         {
             throw stWrongUse("--script", Format("line %d is no SECONDS ADDRESS VALUE with a time after the one before", nLine));
@@ -160,34 +158,23 @@ int Send(const stOptions& options)
 
 } // namespace
 
-void AddSend(CLI::App& app, int& nStatus)
+void AddSend(CCommand& console)
 {
     const auto pOptions = std::make_shared<stOptions>();
     pOptions->link.strGroup = c_szPPCGroup;
     pOptions->link.unPort = c_unPPCPort;
-    CLI::App* pCommand =
-        app.add_subcommand("send", "Send a burst, a ramp or a script of changes at a rate, and don't wait for the MC to show them");
-    AddInterfaceOption(*pCommand, pOptions->link);
-    AddFormatOption(*pCommand);
-    pCommand->add_option("--from", pOptions->dFrom, "The ramp's first value")->check(Between(-1e9, 1e9))->capture_default_str();
-    pCommand->add_option("--to", pOptions->dTo, "The ramp's last value")->check(Between(-1e9, 1e9))->capture_default_str();
-    pCommand->add_option("--rate", pOptions->dRate, "Changes a second; 0: all at once")
-        ->check(Between(0, 1e7))
-        ->capture_default_str();
-    pCommand->add_option("--count", pOptions->nCount, "Changes in all; 0: one for each parameter")
-        ->check(CLI::Range(0, 10000000))
-        ->capture_default_str();
-    pCommand->add_option("--script", pOptions->strScript, "Send what this file says: SECONDS ADDRESS VALUE a line")
-        ->type_name("FILE");
-    pCommand->add_option("ADDRESS", pOptions->strAddress, "The parameters that take the ramp's steps in turn");
-    pCommand->footer(
-        "consolectl send MicInput/12/Fader --from -60 --to 0 --count 100 --rate 50\n"
-        "consolectl send 'MicInput/*/Rotary/*' --to 0.5 --rate 0\n"
-        "printf '0 MicInput/0/Name Lead Vocal\\n0.5 MicInput/0/Fader -6.5\\n' >SCRIPT; consolectl send --script SCRIPT");
-    pCommand->callback(
-        [pOptions, &nStatus]
-        {
-            CatchStopSignals();
-            nStatus = Send(*pOptions);
-        });
+    CCommand command =
+        console.Add("send", "Send a burst, a ramp or a script of changes at a rate, and don't wait for the MC to show them");
+    AddInterfaceOption(command, pOptions->link);
+    AddFormatOption(command);
+    command.Option("--from", pOptions->dFrom, "The ramp's first value").Within(-1e9, 1e9);
+    command.Option("--to", pOptions->dTo, "The ramp's last value").Within(-1e9, 1e9);
+    command.Option("--rate", pOptions->dRate, "Changes a second; 0: all at once").Within(0, 1e7);
+    command.Option("--count", pOptions->nCount, "Changes in all; 0: one for each parameter").Within(0, 10000000);
+    command.Option("--script", pOptions->strScript, "Send what this file says: SECONDS ADDRESS VALUE a line").Type("FILE");
+    command.Option("ADDRESS", pOptions->strAddress, "The parameters that take the ramp's steps in turn");
+    command.Footer("consolectl send MicInput/12/Fader --from -60 --to 0 --count 100 --rate 50\n"
+                   "consolectl send 'MicInput/*/Rotary/*' --to 0.5 --rate 0\n"
+                   "printf '0 MicInput/0/Name Lead Vocal\\n0.5 MicInput/0/Fader -6.5\\n' >SCRIPT; consolectl send --script SCRIPT");
+    command.RunsUntilStopped([pOptions] { return Send(*pOptions); });
 }

@@ -3,8 +3,6 @@
 #include "Subcommands/Subcommands.h"
 #include "Terminal/Output.h"
 
-#include <CLI/CLI.hpp>
-
 #include <memory>
 
 namespace
@@ -92,26 +90,18 @@ int Set(const stOptions& options)
 
 } // namespace
 
-void AddSet(CLI::App& app, int& nStatus)
+void AddSet(CCommand& console)
 {
     const auto pOptions = std::make_shared<stOptions>();
-    CLI::App* pCommand = app.add_subcommand(
+    CCommand command = console.Add(
         "set",
         "Change parameters at the MC, and wait until its updates show them. A burst goes out in as few datagrams as it fits in");
-    AddClientOptions(*pCommand, pOptions->client);
-    AddDirectOption(*pCommand, pOptions->client);
-    AddFormatOption(*pCommand);
-    // Taken as they are: the parser would read values such as -x and [x] its own way.
-    pCommand->allow_extras();
-    pCommand->footer(
-        "ADDRESS VALUE, in pairs, such as\n"
-        "  consolectl set MicInput/12/Fader/0 -6.5 MicInput/12/String/1 'Lead Vocal'\n"
-        "Path and parameter may be a range (0-9), all but the type may be '*'. The last value for a parameter counts.");
-    pCommand->callback(
-        [pCommand, pOptions, &nStatus]
-        {
-            CatchStopSignals();
-            pOptions->changes = pCommand->remaining();
-            nStatus = Set(*pOptions);
-        });
+    AddClientOptions(command, pOptions->client);
+    AddDirectOption(command, pOptions->client);
+    AddFormatOption(command);
+    command.Rest(pOptions->changes);
+    command.Footer("ADDRESS VALUE, in pairs, such as\n"
+                   "  consolectl set MicInput/12/Fader/0 -6.5 MicInput/12/String/1 'Lead Vocal'\n"
+                   "Path and parameter may be a range (0-9), all but the type may be '*'. The last value for a parameter counts.");
+    command.RunsUntilStopped([pOptions] { return Set(*pOptions); });
 }

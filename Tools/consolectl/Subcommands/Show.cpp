@@ -6,8 +6,6 @@
 #include "Images/ShowScope.h"
 #include "Subcommands/Subcommands.h"
 
-#include <CLI/CLI.hpp>
-
 #include <memory>
 
 namespace
@@ -188,63 +186,49 @@ int DeleteShow(const stShowOptions& options)
                     });
 }
 
-void AddShow(CLI::App& app, int& nStatus)
+void AddShow(CCommand& console)
 {
     const auto pOptions = std::make_shared<stShowOptions>();
-    CLI::App* pShow = app.add_subcommand("show", "Keep shows in a file, and bring them back");
-    pShow->require_subcommand(1);
+    CCommand show = console.Add("show", "Keep shows in a file, and bring them back");
     const auto add = [&](const char* szName, const char* szWhat, bool bNamed, bool bLinked, int (*pRun)(const stShowOptions&))
     {
-        CLI::App* pCommand = pShow->add_subcommand(szName, szWhat);
-        pCommand->add_option("FILE", pOptions->strFile, "The file of shows")->required();
+        CCommand command = show.Add(szName, szWhat);
+        command.Option("FILE", pOptions->strFile, "The file of shows").Required();
         if (bNamed)
         {
-            pCommand->add_option("NAME", pOptions->strName, "The show's name")->required()->check(CLI::Validator(CheckName, ""));
+            command.Option("NAME", pOptions->strName, "The show's name").Required().Check(CheckName);
         }
         if (bLinked)
         {
-            AddClientOptions(*pCommand, pOptions->client);
+            AddClientOptions(command, pOptions->client);
         }
-        AddFormatOption(*pCommand);
-        pCommand->callback(
-            [pOptions, pRun, &nStatus]
-            {
-                CatchStopSignals();
-                nStatus = pRun(*pOptions);
-            });
-        return pCommand;
+        AddFormatOption(command);
+        command.RunsUntilStopped([pOptions, pRun] { return pRun(*pOptions); });
+        return command;
     };
-    const auto addPatterns = [](CLI::App* pCommand, const char* szName, std::vector<std::string>& patterns, const char* szWhat)
-    { pCommand->add_option(szName, patterns, szWhat)->type_name("ADDRESS")->take_all()->allow_extra_args(false); };
-    const auto addCount = [pOptions](CLI::App* pCommand)
-    {
-        pCommand->add_option("--count", pOptions->nCount, "Show so many parameters; 0: all")
-            ->check(CLI::Range(0, c_nParameters))
-            ->capture_default_str();
-    };
+    const auto addPatterns = [](CCommand& command, const char* szName, std::vector<std::string>& patterns, const char* szWhat)
+    { command.Option(szName, patterns, szWhat).Type("ADDRESS").Repeated(); };
+    const auto addCount = [pOptions](CCommand command)
+    { command.Option("--count", pOptions->nCount, "Show so many parameters; 0: all").Within(0, c_nParameters); };
 
-    CLI::App* pSave = add("save", "Store the MC's parameters, meters left out", true, true, SaveShow);
-    addPatterns(pSave, "--scope", pOptions->scope, "Store these alone, such as \"MicInput/*/Fader/*\"; default: all");
-    addPatterns(pSave, "--except", pOptions->except, "Leave these out of it");
-    pSave->add_flag("--replace", pOptions->bReplace, "Put it in the place of a show of this name");
-    CLI::App* pRecall = add("recall", "Bring a show's parameters back to the MC", true, true, RecallShow);
-    CLI::App* pPreview =
+    CCommand save = add("save", "Store the MC's parameters, meters left out", true, true, SaveShow);
+    addPatterns(save, "--scope", pOptions->scope, "Store these alone, such as \"MicInput/*/Fader/*\"; default: all");
+    addPatterns(save, "--except", pOptions->except, "Leave these out of it");
+    save.Flag("--replace", pOptions->bReplace, "Put it in the place of a show of this name");
+    CCommand recall = add("recall", "Bring a show's parameters back to the MC", true, true, RecallShow);
+    CCommand preview =
         add("preview", "List what a recall would change, and why the rest would stay; nothing moves", true, true, PreviewShow);
-    for (CLI::App* pCommand : {pRecall, pPreview})
+    for (CCommand* pCommand : {&recall, &preview})
     {
-        addPatterns(pCommand, "--safe", pOptions->safe, "Leave these as they are, such as \"MicInput/0-7/*/*\"");
+        addPatterns(*pCommand, "--safe", pOptions->safe, "Leave these as they are, such as \"MicInput/0-7/*/*\"");
     }
-    addCount(pPreview);
+    addCount(preview);
     addCount(add("compare", "Compare a show with the MC; exit status 1 when they differ", true, true, CompareShow));
-    CLI::App* pScope = add("scope", "Show which parameters a show stores and recalls, and change that", true, false, ScopeShow);
-    pScope->add_option("ADDRESS", pOptions->scope, "Of these, such as \"MicInput/*/Fader\"; default: all");
-    pScope->add_option("--recall", pOptions->strRecall, "Bring these back, or don't")
-        ->type_name("on|off")
-        ->check(CLI::IsMember({"on", "off"}));
-    pScope->add_option("--store", pOptions->strStore, "Take these out of the show")
-        ->type_name("off")
-        ->check(CLI::IsMember({"off"}));
-    addCount(pScope);
+    CCommand scope = add("scope", "Show which parameters a show stores and recalls, and change that", true, false, ScopeShow);
+    scope.Option("ADDRESS", pOptions->scope, "Of these, such as \"MicInput/*/Fader\"; default: all");
+    scope.Option("--recall", pOptions->strRecall, "Bring these back, or don't").OneOf({"on", "off"});
+    scope.Option("--store", pOptions->strStore, "Take these out of the show").OneOf({"off"});
+    addCount(scope);
     add("list", "List the shows of a file", false, false, ListShows);
     add("delete", "Take a show out of a file", true, false, DeleteShow);
 }

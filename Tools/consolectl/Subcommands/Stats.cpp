@@ -5,8 +5,6 @@
 #include "Subcommands/Subcommands.h"
 #include "Terminal/Output.h"
 
-#include <CLI/CLI.hpp>
-
 #include <algorithm>
 #include <cmath>
 #include <map>
@@ -160,20 +158,15 @@ int CStats::Run()
 
 } // namespace
 
-void AddStats(CLI::App& app, int& nStatus)
+void AddStats(CCommand& console)
 {
     const auto pOptions = std::make_shared<stOptions>();
-    CLI::App* pCommand = app.add_subcommand(
+    CCommand command = console.Add(
         "stats", "Who sends what and how fast, and what is lost in which layer: each lost message in a line of its own");
-    AddTrafficOptions(*pCommand, pOptions->traffic);
-    AddLimitOptions(*pCommand, pOptions->limits, "datagrams");
-    AddFormatOption(*pCommand);
-    pCommand->footer("consolectl stats --timeout 5\n"
-                     "consolectl stats --capture FILE.pcap");
-    pCommand->callback(
-        [pOptions, &nStatus]
-        {
-            CatchStopSignals();
-            nStatus = std::make_unique<CStats>(*pOptions)->Run();
-        });
+    AddTrafficOptions(command, pOptions->traffic);
+    AddLimitOptions(command, pOptions->limits, "datagrams");
+    AddFormatOption(command);
+    command.Footer("consolectl stats --timeout 5\n"
+                   "consolectl stats --capture FILE.pcap");
+    command.RunsUntilStopped([pOptions] { return std::make_unique<CStats>(*pOptions)->Run(); });
 }

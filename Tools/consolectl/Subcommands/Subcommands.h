@@ -1,25 +1,22 @@
-// Each adds one subcommand; running it leaves the exit status in nStatus.
+// Each adds one subcommand.
 #pragma once
 
-namespace CLI
-{
-class App;
-}
+#include "Terminal/Command.h"
 
-void AddDoctor(CLI::App& app, int& nStatus);
-void AddMc(CLI::App& app, int& nStatus);
-void AddFollow(CLI::App& app, int& nStatus);
-void AddWatch(CLI::App& app, int& nStatus);
-void AddGet(CLI::App& app, int& nStatus);
-void AddSet(CLI::App& app, int& nStatus);
-void AddSend(CLI::App& app, int& nStatus);
-void AddParams(CLI::App& app, int& nStatus);
-void AddStats(CLI::App& app, int& nStatus);
-void AddTop(CLI::App& app, int& nStatus);
-void AddVerify(CLI::App& app, int& nStatus);
-void AddRecord(CLI::App& app, int& nStatus);
-void AddReplay(CLI::App& app, int& nStatus);
-void AddShow(CLI::App& app, int& nStatus);
-void AddWhy(CLI::App& app, int& nStatus);
-void AddDiagnostics(CLI::App& app, int& nStatus);
-void AddManual(CLI::App& app, int& nStatus);
+void AddDoctor(CCommand& console);
+void AddMc(CCommand& console);
+void AddFollow(CCommand& console);
+void AddWatch(CCommand& console);
+void AddGet(CCommand& console);
+void AddSet(CCommand& console);
+void AddSend(CCommand& console);
+void AddParams(CCommand& console);
+void AddStats(CCommand& console);
+void AddTop(CCommand& console);
+void AddVerify(CCommand& console);
+void AddRecord(CCommand& console);
+void AddReplay(CCommand& console);
+void AddShow(CCommand& console);
+void AddWhy(CCommand& console);
+void AddDiagnostics(CCommand& console);
+void AddManual(CCommand& console);

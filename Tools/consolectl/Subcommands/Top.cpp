@@ -7,8 +7,6 @@
 #include "Terminal/Arguments.h"
 #include "Terminal/Screen.h"
 
-#include <CLI/CLI.hpp>
-
 #include <algorithm>
 #include <cmath>
 #include <map>
@@ -243,18 +241,13 @@ int CTop::Watch(CTraffic& traffic)
 
 } // namespace
 
-void AddTop(CLI::App& app, int& nStatus)
+void AddTop(CCommand& console)
 {
     const auto pOptions = std::make_shared<stOptions>();
-    CLI::App* pCommand = app.add_subcommand(
-        "top", "A live view of the whole terminal: senders, rates, losses, each type's age, the busiest parameters");
-    AddLinkOptions(*pCommand, pOptions->traffic.link);
-    AddLimitOptions(*pCommand, pOptions->limits, "screens");
-    pCommand->footer(std::string("Keys: ") + c_szKeys);
-    pCommand->callback(
-        [pOptions, &nStatus]
-        {
-            CatchStopSignals();
-            nStatus = std::make_unique<CTop>(*pOptions)->Run();
-        });
+    CCommand command =
+        console.Add("top", "A live view of the whole terminal: senders, rates, losses, each type's age, the busiest parameters");
+    AddLinkOptions(command, pOptions->traffic.link);
+    AddLimitOptions(command, pOptions->limits, "screens");
+    command.Footer(std::string("Keys: ") + c_szKeys);
+    command.RunsUntilStopped([pOptions] { return std::make_unique<CTop>(*pOptions)->Run(); });
 }

@@ -4,8 +4,6 @@
 #include "Network/ImageSource.h"
 #include "Subcommands/Subcommands.h"
 
-#include <CLI/CLI.hpp>
-
 #include <memory>
 
 namespace
@@ -93,26 +91,19 @@ int Verify(const stOptions& options)
 
 } // namespace
 
-void AddVerify(CLI::App& app, int& nStatus)
+void AddVerify(CCommand& console)
 {
     const auto pOptions = std::make_shared<stOptions>();
-    CLI::App* pCommand = app.add_subcommand(
+    CCommand command = console.Add(
         "verify",
         "Are two images the same? Check words, then every byte; what differs by address and name; exit status 1 when they do");
-    AddClientOptions(*pCommand, pOptions->client);
-    AddFormatOption(*pCommand);
-    pCommand->add_option("--count", pOptions->nCount, "Show so many differences; 0: all")
-        ->check(CLI::Range(0, c_nParameters))
-        ->capture_default_str();
-    pCommand->add_option("A", pOptions->strA, std::string("An image: ") + c_szImageSources)->type_name(c_szImageType)->required();
-    pCommand->add_option("B", pOptions->strB, "The other one")->type_name(c_szImageType)->required();
-    pCommand->footer("consolectl verify mc FILE.pcap\n"
-                     "consolectl verify FILE.pcap@2 FILE.pcap@3\n"
-                     "consolectl verify mc SHOWS:Monday");
-    pCommand->callback(
-        [pOptions, &nStatus]
-        {
-            CatchStopSignals();
-            nStatus = Verify(*pOptions);
-        });
+    AddClientOptions(command, pOptions->client);
+    AddFormatOption(command);
+    command.Option("--count", pOptions->nCount, "Show so many differences; 0: all").Within(0, c_nParameters);
+    command.Option("A", pOptions->strA, std::string("An image: ") + c_szImageSources).Type(c_szImageType).Required();
+    command.Option("B", pOptions->strB, "The other one").Type(c_szImageType).Required();
+    command.Footer("consolectl verify mc FILE.pcap\n"
+                   "consolectl verify FILE.pcap@2 FILE.pcap@3\n"
+                   "consolectl verify mc SHOWS:Monday");
+    command.RunsUntilStopped([pOptions] { return Verify(*pOptions); });
 }

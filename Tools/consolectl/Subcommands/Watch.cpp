@@ -4,8 +4,6 @@
 #include "Network/TrafficOptions.h"
 #include "Subcommands/Subcommands.h"
 
-#include <CLI/CLI.hpp>
-
 #include <algorithm>
 #include <memory>
 
@@ -62,24 +60,19 @@ int Watch(const stOptions& options)
 
 } // namespace
 
-void AddWatch(CLI::App& app, int& nStatus)
+void AddWatch(CCommand& console)
 {
     const auto pOptions = std::make_shared<stOptions>();
-    CLI::App* pCommand = app.add_subcommand(
-        "watch", "Show each change of parameters: when, who sent it, old and new value, and who had asked for it");
-    AddTrafficOptions(*pCommand, pOptions->traffic);
-    AddLimitOptions(*pCommand, pOptions->limits, "changes");
-    AddFormatOption(*pCommand);
-    pCommand
-        ->add_option("ADDRESS", pOptions->patterns,
-                     "Such as MicInput/12/Fader or 'MicInput/*/Switch/0-9'; each part may be '*', path and parameter a range")
-        ->required();
-    pCommand->footer("consolectl watch 'MicInput/*/Fader'\n"
-                     "consolectl watch '*/*/*/*' --format csv --timeout 10 >changes.csv");
-    pCommand->callback(
-        [pOptions, &nStatus]
-        {
-            CatchStopSignals();
-            nStatus = Watch(*pOptions);
-        });
+    CCommand command =
+        console.Add("watch", "Show each change of parameters: when, who sent it, old and new value, and who had asked for it");
+    AddTrafficOptions(command, pOptions->traffic);
+    AddLimitOptions(command, pOptions->limits, "changes");
+    AddFormatOption(command);
+    command
+        .Option("ADDRESS", pOptions->patterns,
+                "Such as MicInput/12/Fader or 'MicInput/*/Switch/0-9'; each part may be '*', path and parameter a range")
+        .Required();
+    command.Footer("consolectl watch 'MicInput/*/Fader'\n"
+                   "consolectl watch '*/*/*/*' --format csv --timeout 10 >changes.csv");
+    command.RunsUntilStopped([pOptions] { return Watch(*pOptions); });
 }

@@ -4,8 +4,6 @@
 #include "Network/TrafficOptions.h"
 #include "Subcommands/Subcommands.h"
 
-#include <CLI/CLI.hpp>
-
 #include <memory>
 
 namespace
@@ -105,21 +103,16 @@ int CWhy::Run()
 
 } // namespace
 
-void AddWhy(CLI::App& app, int& nStatus)
+void AddWhy(CCommand& console)
 {
     const auto pOptions = std::make_shared<stOptions>();
-    CLI::App* pCommand = app.add_subcommand(
+    CCommand command = console.Add(
         "why", "Why a parameter is as it is: each write to it, who sent it in which datagram, and what the send filter says");
-    AddTrafficOptions(*pCommand, pOptions->traffic);
-    AddLimitOptions(*pCommand, pOptions->limits, "writes");
-    AddFormatOption(*pCommand);
-    pCommand->add_option("ADDRESS", pOptions->strAddress, "Such as MicInput/12/Fader")->required();
-    pCommand->footer("consolectl why MicInput/12/Fader --capture FILE.pcap\n"
-                     "An update carries a parameter whether it changed or not: what is shown are those that changed it.");
-    pCommand->callback(
-        [pOptions, &nStatus]
-        {
-            CatchStopSignals();
-            nStatus = std::make_unique<CWhy>(*pOptions)->Run();
-        });
+    AddTrafficOptions(command, pOptions->traffic);
+    AddLimitOptions(command, pOptions->limits, "writes");
+    AddFormatOption(command);
+    command.Option("ADDRESS", pOptions->strAddress, "Such as MicInput/12/Fader").Required();
+    command.Footer("consolectl why MicInput/12/Fader --capture FILE.pcap\n"
+                   "An update carries a parameter whether it changed or not: what is shown are those that changed it.");
+    command.RunsUntilStopped([pOptions] { return std::make_unique<CWhy>(*pOptions)->Run(); });
 }

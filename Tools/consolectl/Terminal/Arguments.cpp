@@ -1,20 +1,8 @@
 #include "Terminal/Arguments.h"
 
-#include <CLI/CLI.hpp>
+#include "Terminal/Command.h"
 
 #include <algorithm>
-
-CLI::Validator Between(double dLow, double dHigh)
-{
-    return CLI::Validator(
-        [dLow, dHigh](std::string& strText)
-        {
-            double dValue = 0;
-            const bool bInside = CLI::detail::lexical_cast(strText, dValue) && dValue >= dLow && dValue <= dHigh;
-            return bInside ? std::string() : Format("Value %s not in range %g to %g", strText.c_str(), dLow, dHigh);
-        },
-        Format("NUMBER in [%g - %g]", dLow, dHigh));
-}
 
 bool stLimits::Reached(long lCame, tSteadyClock::time_point start) const
 {
@@ -37,14 +25,11 @@ int stLimits::Status(long lCame, const std::string& strWhat) const
     return enExitTimedOut;
 }
 
-void AddLimitOptions(CLI::App& command, stLimits& limits, const std::string& strWhat)
+void AddLimitOptions(CCommand& command, stLimits& limits, const std::string& strWhat)
 {
-    command.add_option("--count", limits.nCount, "Stop after so many " + strWhat + "; 0: at Ctrl-C")
-        ->check(CLI::Range(0, 1000000000))
-        ->capture_default_str();
+    command.Option("--count", limits.nCount, "Stop after so many " + strWhat + "; 0: at Ctrl-C").Within(0, 1000000000);
     command
-        .add_option("--timeout", limits.dTimeout,
-                    "Stop after so many seconds, with exit status 27 when too few " + strWhat + " came; 0: never")
-        ->check(Between(0, 86400))
-        ->capture_default_str();
+        .Option("--timeout", limits.dTimeout,
+                "Stop after so many seconds, with exit status 27 when too few " + strWhat + " came; 0: never")
+        .Within(0, 86400);
 }

@@ -5,14 +5,7 @@
 
 #include <string>
 
-namespace CLI
-{
-class App;
-class Validator;
-} // namespace CLI
-
-// A number within these limits: not a number is outside them.
-CLI::Validator Between(double dLow, double dHigh);
+class CCommand;
 
 // When to stop: --count and --timeout, of what strWhat names.
 struct stLimits
@@ -29,4 +22,4 @@ struct stLimits
     // Done when as many came as were asked for, or, without a count, any at all; else timed out, which it says.
     int Status(long lCame, const std::string& strWhat) const;
 };
-void AddLimitOptions(CLI::App& command, stLimits& limits, const std::string& strWhat);
+void AddLimitOptions(CCommand& command, stLimits& limits, const std::string& strWhat);

@@ -235,11 +235,15 @@ void Line(const char* szFormat, ...)
     std::fflush(pOutput);
 }
 
-void LiveLine(const std::string& strText)
+int TerminalWidth()
 {
     winsize size = {};
-    const int nColumns = ioctl(STDOUT_FILENO, TIOCGWINSZ, &size) == 0 && size.ws_col > 0 ? size.ws_col : 80;
-    std::printf("\r\033[K%s", Cut(strText, nColumns - 1).c_str());
+    return ioctl(STDOUT_FILENO, TIOCGWINSZ, &size) == 0 && size.ws_col > 0 ? size.ws_col : 80;
+}
+
+void LiveLine(const std::string& strText)
+{
+    std::printf("\r\033[K%s", Cut(strText, TerminalWidth() - 1).c_str());
     std::fflush(stdout);
 }
 

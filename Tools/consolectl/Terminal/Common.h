@@ -1,7 +1,9 @@
 // What the subcommands share: exit status, time, and text for people.
 #pragma once
 
+#include <charconv>
 #include <chrono>
+#include <cmath>
 #include <cstdint>
 #include <cstdio>
 #include <map>
@@ -71,6 +73,15 @@ std::string Joined(const std::vector<std::string>& texts, const std::string& str
 std::string ShellQuoted(const std::string& strText);
 std::string ShellWord(const std::string& strText);
 
+// The whole text as a decimal number that the type can take, and neither infinite nor none.
+template <class Number>
+bool ParseNumber(const std::string& strText, Number& number)
+{
+    const char* const pEnd = strText.data() + strText.size();
+    const auto result = std::from_chars(strText.data(), pEnd, number);
+    return result.ec == std::errc() && result.ptr == pEnd && std::isfinite(static_cast<double>(number));
+}
+
 // printf into a string.
 std::string Format(const char* szFormat, ...) __attribute__((format(printf, 1, 2)));
 
@@ -83,6 +94,9 @@ bool OutputFailed();
 
 // One line on standard output, at once; on a terminal it takes the place of a live line.
 void Line(const char* szFormat, ...) __attribute__((format(printf, 1, 2)));
+
+// Of the terminal, in characters; 80 where there is none.
+int TerminalWidth();
 
 // On a terminal: a line that the next one takes the place of.
 void LiveLine(const std::string& strText);

@@ -1,6 +1,6 @@
 #include "Terminal/Output.h"
 
-#include <CLI/CLI.hpp>
+#include "Terminal/Command.h"
 
 #include <nlohmann/json.hpp>
 
@@ -42,23 +42,17 @@ std::string TimeFormat(const char* szFormat, const std::tm& time)
 
 } // namespace
 
-void AddFormatOption(CLI::App& command)
+void AddFormatOption(CCommand& command)
 {
-    static const std::map<std::string, enFormat> formats = {{"text", enFormatText}, {"json", enFormatJson}, {"csv", enFormatCsv}};
-    command
-        .add_option_function<std::string>(
-            "--format",
-            [](const std::string& strName)
-            {
-                g_enFormat = formats.at(strName);
-                SendNotesAside(g_enFormat != enFormatText);
-            },
-            "How it is printed: text for people, json (an object a line) or csv")
-        ->type_name("text|json|csv")
-        ->check(CLI::Validator([](const std::string& strName)
-                               { return formats.count(strName) != 0 ? std::string() : strName + " is none of text, json, csv"; },
-                               ""))
-        ->default_str("text");
+    static const std::vector<std::string> names = {"text", "json", "csv"};
+    const auto take = [](const std::string& strName)
+    {
+        g_enFormat = static_cast<enFormat>(std::find(names.begin(), names.end(), strName) - names.begin());
+        SendNotesAside(g_enFormat != enFormatText);
+    };
+    command.Option("--format", take, "How it is printed: text for people, json (an object a line) or csv")
+        .OneOf(names)
+        .Default("text");
 }
 
 enFormat GetFormat()

@@ -8,10 +8,7 @@
 #include <utility>
 #include <vector>
 
-namespace CLI
-{
-class App;
-}
+class CCommand;
 
 enum enFormat
 {
@@ -21,7 +18,7 @@ enum enFormat
 };
 
 // --format. What Line says goes to standard error beside JSON and CSV, so that only rows are on standard output.
-void AddFormatOption(CLI::App& command);
+void AddFormatOption(CCommand& command);
 enFormat GetFormat();
 
 struct stColumn
