@@ -23,7 +23,7 @@ expect 0 "what was changed" "$@" get MicInput/12/Fader/0 MicInput/12/String/1
 [ "$(rows)" = '127.0.0.1 MicInput/12/Fader/0 Lead Vocal Fader -6.5
 127.0.0.1 MicInput/12/String/1 Lead Vocal Name "Lead Vocal"' ] || fail "get: $output"
 expect 0 "wildcards" "$@" get 'MicInput/10-13/String/*'
-[ "$(printf '%s\n' "$output" | wc -l)" = 8 ] || fail "wildcards: $output"
+[ "$(rows | wc -l)" = 8 ] || fail "wildcards: $output"
 rows | grep -qx '127.0.0.1 MicInput/12/String/1 Lead Vocal Name "Lead Vocal"' || fail "wildcards: $output"
 
 # 10,000 changes of 29 bytes fit in five datagrams; as many again that the MC has already are not sent.

@@ -15,13 +15,13 @@ expect()
     [ "$got" = "$wanted" ] || fail "$what: status $got instead of $wanted: $output"
 }
 
-# The output's rows without the time they begin with, and with one blank between columns.
-rows() { printf '%s\n' "$output" | sed -E 's/^[0-9]+:[0-9]+:[0-9.]+ +//; s/  +/ /g'; }
+# The output's rows without the note on the interface and the time they begin with, and with one blank between columns.
+rows() { printf '%s\n' "$output" | sed -E '/^updates on /d; s/^[0-9]+:[0-9]+:[0-9.]+ +//; s/  +/ /g'; }
 
 contains() { case $output in *"$1"*) ;; *) fail "no \"$1\" in: $output" ;; esac }
 
 # until_log FILE TEXT: waits until a program that is running has said something.
-until_log() { for _ in $(seq 200); do grep -q "$2" "$1" && return; sleep 0.05; done; fail "no \"$2\" in: $(cat "$1")"; }
+until_log() { for _ in $(seq 200); do grep -qs "$2" "$1" && return; sleep 0.05; done; fail "no \"$2\" in: $(cat "$1")"; }
 
 # Goes on inside a network namespace of its own, or ends with 77 (skipped).
 enter_own_network()

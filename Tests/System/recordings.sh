@@ -61,6 +61,9 @@ contains "none of its datagrams went to 239.1.2.3:7060"
 loop=$!
 sleep 0.1
 expect 0 "a loop" "$@" watch MicInput/100/Fader --count 3 --timeout 30
+# It takes no changes: what waits for them to come back can be stopped, and says how far it got.
+expect 1 "a set that is stopped" timeout --preserve-status -s INT 2 "$@" set MicInput/3/Fader -1 MicInput/4/Fader -2 --timeout 30
+contains "interrupted: 0 of 2 changes are back from the MC, and all are sent"
 kill -INT $loop
 wait $loop || fail "loop: $(cat "$work/loop.log")"
 
@@ -82,7 +85,10 @@ flip "$work/flipped" $((integers + 4 * 2000 + 3))
 expect 1 "two that cancel" "$@" verify "$work/mc" "$work/flipped"
 [ "$(printf '%s\n' "$output" | grep -c differs)" = 2 ] || fail "two that cancel: $output"
 contains "NOT in step, though the check words are equal"
-query='length == 2 and all(.[]; .verdict == "differs" and (.address | startswith("MicInput/")))'
+query='length == 9 and all(.[:2][]; .verdict == "differs" and (.address | startswith("MicInput/")))
+    and ([.[2:][] | [.address, .compared, .different, .a == .b]] | .[1] == ["*/*/Rotary/*", 65300, 0, true]
+        and ([.[] | .[1]] | add) == 241339 and ([.[] | .[2]] | add) == 2 and all(.[]; .[3]))
+    and ([.[2:][].verdict] | sort[:2] == ["NOT in step, though the check words are equal", "in step"])'
 "$@" verify "$work/mc" "$work/flipped" --format json 2>/dev/null | jq -es "$query" >/dev/null || fail "verify's JSON"
 
 # The two values of a float that differs in its last bit are told apart.

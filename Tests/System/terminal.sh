@@ -92,6 +92,30 @@ type 120 24 "$@" follow --seconds 3
 seen "all complete"
 [ "$(printf '%s\n' "$output" | grep -c "all complete")" = 1 ] || fail "the live line is not in its place: $output"
 seen "ended with 0"
+close
+
+# What is wider than the terminal goes on in its next line, at a column's beginning, or at a word's; the terminal breaks nothing.
+fits() # WHAT COMMAND...: in 80 columns
+{
+    type 80 40 "$@"
+    seen "ended with 0"
+    output=$("${terminal[@]}" capture-pane -pJ)
+    [ "$(printf '%s\n' "$output" | wc -L)" -lt 80 ] || fail "the terminal broke a line: $output"
+    close
+}
+fits "$@" watch 'MicInput/0-3/Fader' --count 4
+contains "receive buffer 8,"
+printf '%s\n' "$output" | grep -qE '^ {6,}-?[0-9.]+ +-?[0-9.]+ +MC$' || fail "no second line: $output"
+fits "$@" get 'MicInput/0-3/Fader' --count 3
+contains "(80 columns: no room for sender)"
+contains "... and 1 more"
+fits "$@" params 'MicInput/0/Integer/*' --count 3
+contains "MicInput/0/Integer/0                   -2147483648 to 2147483647  -2147483648"
+fits "$@" stats --count 30
+fits "$@" why MicInput/0/Fader --count 3
+fits "$@" mc --help
+seen_help=$(printf '%s\n' "$output" | grep -c '^ \{26\}')
+[ "$seen_help" -gt 5 ] || fail "the help isn't set in columns: $output"
 kill -TERM $mc
 wait $mc || fail "mc: $(cat "$work/mc.log")"
 finish

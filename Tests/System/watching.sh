@@ -36,6 +36,10 @@ query='length == 1 and .[0].sent == 1 and .[0].address == "MicInput/7/Fader/0"'
 json "$@" set MicInput/7/Fader 1.5 --timeout 30
 query='length >= 1 and all(.[]; .String == "complete" and .Rotary_age < 1 and .types == "all complete")'
 json "$@" follow --count 200 --timeout 30
+expect 27 "too few updates" "$@" follow --count 100000 --timeout 1
+contains "too few updates within 1 seconds"
+expect 27 "not all changes" "$@" send MicInput/100/Fader --to -3 --count 100 --rate 20 --timeout 0.5
+contains " of 100 changes within 0.5 seconds"
 expect 0 "csv" sh -c 'exec "$@" 2>/dev/null' sh "$@" get MicInput/100/Name --format csv --timeout 30
 [ "$(printf '%s\n' "$output" | sed 1d | cut -d, -f2-)" = '127.0.0.1,MicInput/100/String/1,"Say ""hi"", x Name","Say ""hi"", x"' ] ||
     fail "csv: $output"

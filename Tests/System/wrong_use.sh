@@ -99,6 +99,7 @@ refuse '--timeout: "nan" is no number' stats --timeout nan
 refuse "it takes an ADDRESS or a --script" send
 refuse "it takes an ADDRESS or a --script" send MicInput/0/Fader --script "$0"
 refuse "takes no numbers from clients" send MicInput/0/Name
+refuse '"5" is no value of a Switch' send MicInput/0/Switch/0 --to 5
 refuse "takes no numbers from clients" send MicInput/0/Meter/0
 refuse "line 1 is no SECONDS ADDRESS VALUE" send --script <(echo 'soon MicInput/0/Fader 1')
 refuse "line 2 is no SECONDS ADDRESS VALUE" send --script <(printf '2 MicInput/0/Fader 1\n1 MicInput/0/Fader 1\n')

@@ -8,8 +8,11 @@
 
 #include <cstdio>
 #include <exception>
+#include <iostream>
 #include <string>
 #include <vector>
+
+#include <fcntl.h>
 
 namespace
 {
@@ -42,6 +45,12 @@ std::string PathOf(const CLI::App& command)
     return command.get_parent() == nullptr ? "consolectl" : PathOf(*command.get_parent()) + " " + command.get_name();
 }
 
+int EndOfOutput(int nStatus)
+{
+    const bool bTaken = std::cout.flush().good() && std::fflush(stdout) == 0 && std::fflush(RowsOutput()) == 0 && !OutputFailed();
+    return bTaken ? nStatus : Fail("standard output takes no more");
+}
+
 int Run(int nArguments, char** ppArguments)
 {
     CLI::App app(
@@ -50,7 +59,7 @@ int Run(int nArguments, char** ppArguments)
         "A first look, in two terminals:\n  consolectl mc\n  consolectl watch 'MicInput/*/Fader'\n\n"
         "Each subcommand explains itself: consolectl mc --help");
     app.formatter_fn([](const CLI::App* pCommand, const std::string&, CLI::AppFormatMode)
-                     { return HelpText(ReadCommand(*pCommand, PathOf(*pCommand)), TerminalWidth()); });
+                     { return HelpText(ReadCommand(*pCommand, PathOf(*pCommand)), TerminalWidth() - 1); });
     int nStatus = enExitDone;
     CCommand console(app, nStatus);
     AddDoctor(console);
@@ -80,7 +89,8 @@ int Run(int nArguments, char** ppArguments)
     }
     catch (const CLI::Success& success)
     {
-        return app.exit(success);
+        app.exit(success);
+        return EndOfOutput(enExitDone);
     }
     catch (const CLI::ParseError& error)
     {
@@ -91,17 +101,26 @@ int Run(int nArguments, char** ppArguments)
     {
         return RefuseUse(error.what());
     }
-    if (std::fflush(stdout) != 0 || std::fflush(RowsOutput()) != 0 || OutputFailed())
+    return EndOfOutput(nStatus);
+}
+
+// Else a file or a socket would get their numbers, and what is meant for people would go there.
+void KeepStandardStreams()
+{
+    for (int nStream = 0; nStream <= 2; ++nStream)
     {
-        return Fail("standard output takes no more");
+        if (fcntl(nStream, F_GETFD) < 0)
+        {
+            open("/dev/null", O_RDONLY); // the lowest number that is free: what is written fails, as it did
+        }
     }
-    return nStatus;
 }
 
 } // namespace
 
 int main(int nArguments, char** ppArguments)
 {
+    KeepStandardStreams();
     try
     {
         return Run(nArguments, ppArguments);

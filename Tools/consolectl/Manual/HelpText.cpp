@@ -19,25 +19,6 @@ std::string AsItIs(const std::string& strText)
 
 constexpr stFonts c_Plain = {AsItIs, AsItIs};
 
-// One line of text as several, of which all but the first begin with so many blanks.
-std::string Wrapped(const std::string& strLine, int nWidth, int nIndent)
-{
-    const std::size_t unBlanks = std::min(strLine.find_first_not_of(' '), strLine.size());
-    std::string strText = strLine.substr(0, unBlanks);
-    int nColumn = Width(strText);
-    std::istringstream words(strLine);
-    std::string strWord;
-    for (bool bFirst = true; words >> strWord; bFirst = false)
-    {
-        const bool bFits = nColumn + 1 + Width(strWord) <= nWidth;
-        strText += bFirst ? "" : bFits ? " " : "\n" + std::string(static_cast<std::size_t>(nIndent), ' ');
-        nColumn = bFirst ? nColumn : bFits ? nColumn + 1 : nIndent;
-        strText += strWord;
-        nColumn += Width(strWord);
-    }
-    return strText + "\n";
-}
-
 // A line that is an example, or indented, stays as it is: it is to be copied.
 std::string Paragraphs(const std::string& strText, int nWidth)
 {
@@ -47,7 +28,7 @@ std::string Paragraphs(const std::string& strText, int nWidth)
     while (std::getline(lines, strLine))
     {
         const bool bTyped = strLine.compare(0, 1, " ") == 0 || strLine.compare(0, 11, "consolectl ") == 0;
-        strWrapped += bTyped ? strLine + "\n" : Wrapped(strLine, nWidth, 0);
+        strWrapped += bTyped ? strLine + "\n" : Wrapped(strLine, nWidth, 0) + "\n";
     }
     return strWrapped;
 }
@@ -74,7 +55,7 @@ std::string Items(const char* szTitle, const std::vector<stItem>& items, int nWi
         const std::string strBefore =
             bBeside ? strIndent + Padded(item.strHead, nHead) + strIndent : strIndent + item.strHead + "\n";
         const std::string strBlanks(static_cast<std::size_t>(nColumn), ' ');
-        const std::string strLines = Wrapped(strBlanks + item.strText, nWidth, nColumn);
+        const std::string strLines = Wrapped(strBlanks + item.strText, nWidth, nColumn) + "\n";
         strText += strBefore + (bBeside ? strLines.substr(strBlanks.size()) : strLines);
     }
     return strText;

@@ -15,8 +15,6 @@ namespace
 // Between as many changes as are sent at once the MC gets time to take them.
 constexpr double c_dBreather = 0.005;
 
-constexpr char c_szInterrupted[] = "interrupted";
-
 constexpr double c_dSendAgainAfter = 0.5;
 constexpr double c_dLoopPeriod = 0.002;
 
@@ -101,6 +99,7 @@ int CClient::Open(unsigned int unTypes)
     {
         return Fail(strError);
     }
+    Line("%s", Describe(m_Options.link, m_Follower.GetReceiveBufferSize()).c_str());
     const tSteadyClock::time_point start = tSteadyClock::now();
     CProgress progress("waiting for the MC's image", c_nMessageTypes);
     while ((m_Follower.GetTypesReceived() & unTypes) != unTypes)
@@ -108,7 +107,7 @@ int CClient::Open(unsigned int unTypes)
         progress.Show(static_cast<long>(std::bitset<c_nMessageTypes>(m_Follower.GetTypesReceived()).count()));
         if (StopRequested())
         {
-            return Fail(c_szInterrupted);
+            return Fail("interrupted before the MC's image was there: nothing is sent");
         }
         if (SecondsSince(start) > m_Options.dTimeout)
         {
@@ -147,7 +146,8 @@ int CClient::Send(const std::vector<stChange>& changes)
         }
         else if (StopRequested())
         {
-            return Fail(c_szInterrupted);
+            return Fail(Format("interrupted: %s of %s changes are back from the MC, and all are sent",
+                               Grouped(lAll - static_cast<long>(left.size())).c_str(), Grouped(lAll).c_str()));
         }
         else if (SecondsSince(lastBack) > m_Options.dTimeout)
         {

@@ -52,6 +52,7 @@ int LoadLive(const stClientOptions& options, stNamedImage& named, unsigned int u
     const int nStatus = pClient->Open(unTypes);
     *named.pImage = pClient->Image();
     named.strSender = pClient->Sender();
+    named.nTime = TimeNow();
     return nStatus;
 }
 
@@ -74,6 +75,7 @@ int LoadCapture(const std::string& strFile, double dAt, const stClientOptions& o
             break;
         }
         pShadow->Take(datagram);
+        named.nTime = datagram.nTime;
         progress.Show(capture.GetPosition());
     }
     if (StopRequested())

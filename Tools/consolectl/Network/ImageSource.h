@@ -2,9 +2,11 @@
 #pragma once
 
 #include "Network/Client.h"
+#include "Terminal/Common.h"
 
 #include "LogicalControls.h"
 
+#include <cstdint>
 #include <memory>
 #include <string>
 
@@ -19,8 +21,9 @@ constexpr char c_szImageType[] = "mc|FILE";
 struct stNamedImage
 {
     std::unique_ptr<CBMAContainer> pImage = std::make_unique<CBMAContainer>();
-    bool bShow = false;    // what its recall flags name, and no more
-    std::string strSender; // of an image that came over the network
+    bool bShow = false;             // what its recall flags name, and no more
+    std::string strSender;          // of an image that came over the network
+    std::int64_t nTime = TimeNow(); // that it is the image of
 
     bool Holds(const stAddress& address) const;
 };

@@ -19,11 +19,10 @@ struct stOptions
 {
     stMulticastLink link;
     double dSeconds = 0;
-    double dTimeout = 0;
     double dUntilSilent = 0;
     std::vector<std::string> changes;
     std::string strSave;
-    int nCount = 0;
+    stLimits limits; // of updates
     bool bStatistics = false;
 };
 
@@ -53,8 +52,8 @@ std::vector<stColumn> RowColumns()
         }
         return texts;
     }();
-    std::vector<stColumn> columns = {{"time", 12},      {"sender", 15}, {"surface_ms", -10}, {"rotary_ms", -9},
-                                     {"time_outs", -9}, {"check", 8},   {"types", 1}};
+    std::vector<stColumn> columns = {{"time", 12},      {"sender", 15, true}, {"surface_ms", -10}, {"rotary_ms", -9},
+                                     {"time_outs", -9}, {"check", 8},         {"types", 12}};
     for (const std::string& strName : names)
     {
         columns.push_back({strName.c_str(), 0});
@@ -72,6 +71,7 @@ public:
 private:
     void Loop();
     void TakeUpdates();
+    bool LacksUpdates() const;
     bool IsOver() const;
     bool IsWhole() const { return m_Follower.GetTypesReceived() == c_unWholeImage; }
     void SendChanges();
@@ -83,6 +83,7 @@ private:
     CBMAContainer m_Image;
     CStateFollower m_Follower;
     CTable m_Table{RowColumns()};
+    bool m_bTimeout = false; // the last poll found the MC late
     bool m_bHeadPrinted = false;
     std::string m_strSender;
     std::vector<stTrackedChange> m_Changes;
@@ -98,6 +99,9 @@ void CFollow::TakeUpdates()
 {
     const std::uint32_t unBefore = m_Follower.GetUpdatesApplied();
     const int nResult = m_Follower.UpdateBMA();
+    const bool bTimeout = nResult == CClientMsgHandler::enUpdateTimeout;
+    m_lTimeouts += bTimeout && !m_bTimeout ? 1 : 0;
+    m_bTimeout = bTimeout;
     if (m_Follower.GetUpdatesApplied() != unBefore)
     {
         m_LastUpdate = tSteadyClock::now();
@@ -148,11 +152,17 @@ void CFollow::LookForChanges()
     }
 }
 
+// Than were asked for.
+bool CFollow::LacksUpdates() const
+{
+    return static_cast<long>(m_Follower.GetUpdatesApplied()) < m_Options.limits.nCount;
+}
+
 bool CFollow::IsOver() const
 {
     const double dNow = SecondsSince(m_Start);
     return StopRequested() || (m_Options.dSeconds > 0 && dNow >= m_Options.dSeconds) ||
-           (m_Options.nCount > 0 && m_Follower.GetUpdatesApplied() >= static_cast<std::uint32_t>(m_Options.nCount)) ||
+           (m_Options.limits.nCount > 0 && !LacksUpdates()) ||
            (m_Options.dUntilSilent > 0 && m_Follower.GetUpdatesApplied() > 0 &&
             SecondsSince(m_LastUpdate) >= m_Options.dUntilSilent);
 }
@@ -161,7 +171,6 @@ void CFollow::PrintRow(bool bLast)
 {
     RySocketIO::CIPString sender;
     m_strSender = m_Follower.GetLastSender(sender) ? sender.Text() : m_strSender;
-    m_lTimeouts += m_Follower.GetMCTimeouts();
     std::vector<CCell> row = {CCell::Time(TimeNow()),
                               m_strSender,
                               PeriodCell(m_Follower.GetSurfUpdatePeriod()),
@@ -191,7 +200,7 @@ void CFollow::Loop()
         TakeUpdates();
         IsWhole() ? void() : progress.Show(static_cast<long>(std::bitset<c_nMessageTypes>(m_Follower.GetTypesReceived()).count()));
         const double dNow = SecondsSince(m_Start);
-        if (m_Options.dTimeout > 0 && dNow >= m_Options.dTimeout && !IsWhole())
+        if (m_Options.limits.dTimeout > 0 && dNow >= m_Options.limits.dTimeout && (!IsWhole() || LacksUpdates()))
         {
             m_bTimedOut = true;
             return;
@@ -221,7 +230,8 @@ int CFollow::Finish()
     }
     if (m_bTimedOut)
     {
-        Fail(Format("no whole image within %g seconds", m_Options.dTimeout));
+        Fail(Format(IsWhole() ? "too few updates within %g seconds" : "no whole image within %g seconds",
+                    m_Options.limits.dTimeout));
         return enExitTimedOut;
     }
     for (const stTrackedChange& tracked : m_Changes)
@@ -267,7 +277,9 @@ void AddFollow(CCommand& console)
     CCommand command = console.Add("follow", "Follow an MC: keep an image in step, show update periods, time-outs and check words");
     AddLinkOptions(command, pOptions->link);
     command.Option("--seconds", pOptions->dSeconds, "Stop after so long; 0: at Ctrl-C").Within(0, 86400);
-    command.Option("--timeout", pOptions->dTimeout, "Give up, with exit status 27, when the image is not whole by then")
+    command
+        .Option("--timeout", pOptions->limits.dTimeout,
+                "Give up, with exit status 27, when the image is not whole by then, or --count updates did not come; 0: never")
         .Within(0, 86400);
     command.Option("--until-silent", pOptions->dUntilSilent, "Stop when the MC, once heard, has sent nothing for so many seconds")
         .Within(0, 86400);
@@ -277,7 +289,7 @@ void AddFollow(CCommand& console)
                 "MicInput/100/Fader/0=-6.5; may be given several times")
         .Type("ADDRESS=VALUE")
         .Repeated();
-    command.Option("--count", pOptions->nCount, "Stop after so many updates; 0: at Ctrl-C").Within(0, 1000000000);
+    command.Option("--count", pOptions->limits.nCount, "Stop after so many updates; 0: at Ctrl-C").Within(0, 1000000000);
     command.Option("--save", pOptions->strSave, "Write the image to this file at the end").Type("FILE");
     AddFormatOption(command);
     command.Flag("--statistics", pOptions->bStatistics, "At the end, say what came and what became of it");

@@ -13,6 +13,7 @@ struct stOptions
     stClientOptions client;
     std::string strSource = "mc";
     std::vector<std::string> addresses;
+    int nCount = 0;
 };
 
 int Get(const stOptions& options)
@@ -29,8 +30,8 @@ int Get(const stOptions& options)
     {
         return nStatus;
     }
-    CTable table({{"time", 12}, {"sender", 15}, {"address", 26}, {"name", 18}, {"value", 1}});
-    const CCell now = CCell::Time(TimeNow());
+    CShortTable table(options.nCount, {{"time", 12}, {"sender", 15, true}, {"address", 26}, {"name", 18}, {"value", 12}});
+    const CCell time = CCell::Time(named.nTime);
     for (const stPattern& pattern : patterns)
     {
         ForEachParameter(pattern,
@@ -38,7 +39,7 @@ int Get(const stOptions& options)
                          {
                              if (named.Holds(address))
                              {
-                                 table.Print({now, named.strSender, AddressText(address), NameText(*named.pImage, address),
+                                 table.Print({time, named.strSender, AddressText(address), NameText(*named.pImage, address),
                                               ValueCell(address, ReadValue(*named.pImage, address))});
                              }
                          });
@@ -54,6 +55,7 @@ void AddGet(CCommand& console)
     CCommand command = console.Add("get", "Show parameters of the MC, or of another image, a line each");
     AddClientOptions(command, pOptions->client);
     AddFormatOption(command);
+    AddRowsOption(command, pOptions->nCount, "parameters");
     command.Option("--from", pOptions->strSource, std::string("The image: ") + c_szImageSources).Type(c_szImageType);
     command
         .Option("ADDRESS", pOptions->addresses,

@@ -18,15 +18,21 @@ std::unique_ptr<CBMAContainer> MakeDefaults()
     return pImage;
 }
 
-int Params(const std::vector<std::string>& texts)
+struct stOptions
 {
-    std::vector<stPattern> patterns = ParsePatterns(texts);
+    std::vector<std::string> patterns;
+    int nCount = 0;
+};
+
+int Params(const stOptions& options)
+{
+    std::vector<stPattern> patterns = ParsePatterns(options.patterns);
     if (patterns.empty())
     {
         patterns.push_back(c_EveryParameter);
     }
     const std::unique_ptr<CBMAContainer> pDefaults = MakeDefaults();
-    CTable table({{"address", 36}, {"name", 9}, {"type", 7}, {"limits", 25}, {"default", 1}});
+    CShortTable table(options.nCount, {{"address", 26}, {"name", 9}, {"type", 7, true}, {"limits", 25}, {"default", 12}});
     table.PrintHead();
     for (const stPattern& pattern : patterns)
     {
@@ -44,11 +50,12 @@ int Params(const std::vector<std::string>& texts)
 
 void AddParams(CCommand& console)
 {
-    const auto pPatterns = std::make_shared<std::vector<std::string>>();
+    const auto pOptions = std::make_shared<stOptions>();
     CCommand command = console.Add("params", "List parameters: address, name, type, limits and default");
     AddFormatOption(command);
-    command.Option("ADDRESS", *pPatterns, "Such as 'MicInput/0/*/*'; none: all 241,339");
+    AddRowsOption(command, pOptions->nCount, "parameters");
+    command.Option("ADDRESS", pOptions->patterns, "Such as 'MicInput/0/*/*'; none: all 241,339");
     command.Footer("consolectl params 'VCAGroups/*/Fader'\n"
                    "consolectl params --format json >params.json");
-    command.Runs([pPatterns] { return Params(*pPatterns); });
+    command.Runs([pOptions] { return Params(*pOptions); });
 }

@@ -1,6 +1,7 @@
 // consolectl send: changes at a rate, to see what a console makes of them.
 #include "Images/Address.h"
 #include "Network/Client.h"
+#include "Network/Interface.h"
 #include "Subcommands/Subcommands.h"
 #include "Terminal/Arguments.h"
 #include "Terminal/Output.h"
@@ -25,6 +26,7 @@ struct stOptions
     std::string strScript;
     double dRate = 1000;
     int nCount = 0;
+    double dTimeout = 0;
 };
 
 struct stTimedChange
@@ -33,13 +35,12 @@ struct stTimedChange
     stChange change;
 };
 
-// The ramp's value of a step, as far as its type can take it.
-stValue RampValue(tagenPPCMessageType enType, double dValue)
+// The ramp's value of a step.
+stValue RampValue(double dValue)
 {
     stValue value;
     value.fValue = static_cast<float>(dValue);
-    value.nValue = static_cast<int>(std::lround(std::clamp(dValue, -2147483648.0, 2147483647.0)));
-    value.nValue = enType == enSwitch ? std::clamp(value.nValue, 0, 1) : value.nValue;
+    value.nValue = static_cast<int>(std::lround(dValue));
     return value;
 }
 
@@ -54,6 +55,8 @@ std::vector<stTimedChange> MakeRamp(const stOptions& options)
         {
             throw stWrongUse("ADDRESS", AddressText(address) + " takes no numbers from clients: --script sends texts");
         }
+        ParseValue(address.enType, std::to_string(std::lround(options.dFrom))); // throws where it can't take that
+        ParseValue(address.enType, std::to_string(std::lround(options.dTo)));
     }
     const std::size_t unCount = options.nCount > 0 ? std::size_t(options.nCount) : addresses.size();
     std::vector<stTimedChange> changes;
@@ -62,7 +65,7 @@ std::vector<stTimedChange> MakeRamp(const stOptions& options)
         const stAddress& address = addresses[unStep % addresses.size()];
         const double dShare = unCount < 2 ? 1 : static_cast<double>(unStep) / static_cast<double>(unCount - 1);
         changes.push_back({options.dRate > 0 ? static_cast<double>(unStep) / options.dRate : 0,
-                           {address, RampValue(address.enType, options.dFrom + (options.dTo - options.dFrom) * dShare)}});
+                           {address, RampValue(options.dFrom + (options.dTo - options.dFrom) * dShare)}});
     }
     return changes;
 }
@@ -131,6 +134,10 @@ int Send(const stOptions& options)
     while (unSent < changes.size() && bSent && !StopRequested())
     {
         const double dNow = SecondsSince(start);
+        if (options.dTimeout > 0 && dNow >= options.dTimeout)
+        {
+            break;
+        }
         const double dDue = changes[unSent].dSeconds;
         if (dDue > dNow)
         {
@@ -151,8 +158,19 @@ int Send(const stOptions& options)
         return Fail("nothing can be sent: " + LinkText(options.link));
     }
     const double dSeconds = SecondsSince(start);
+    int nError = 0;
+    const std::string strSender = options.link.strInterface.empty() ? RouteTo(c_szPPCGroup, nError) : options.link.strInterface;
     PrintResult(Format("%s changes sent in %.3f s", Grouped(static_cast<long>(unSent)).c_str(), dSeconds),
-                {{"time", CCell::Time(TimeNow())}, {"changes", static_cast<long>(unSent)}, {"seconds", {dSeconds, 3}}});
+                {{"time", CCell::Time(TimeNow())},
+                 {"sender", strSender},
+                 {"changes", static_cast<long>(unSent)},
+                 {"seconds", {dSeconds, 3}}});
+    if (unSent < changes.size() && !StopRequested())
+    {
+        Fail(Format("%s of %s changes within %g seconds", Grouped(static_cast<long>(unSent)).c_str(),
+                    Grouped(static_cast<long>(changes.size())).c_str(), options.dTimeout));
+        return enExitTimedOut;
+    }
     return enExitDone;
 }
 
@@ -171,6 +189,9 @@ void AddSend(CCommand& console)
     command.Option("--to", pOptions->dTo, "The ramp's last value").Within(-1e9, 1e9);
     command.Option("--rate", pOptions->dRate, "Changes a second; 0: all at once").Within(0, 1e7);
     command.Option("--count", pOptions->nCount, "Changes in all; 0: one for each parameter").Within(0, 10000000);
+    command
+        .Option("--timeout", pOptions->dTimeout, "Stop after so many seconds, with exit status 27 when not all was sent; 0: never")
+        .Within(0, 86400);
     command.Option("--script", pOptions->strScript, "Send what this file says: SECONDS ADDRESS VALUE a line").Type("FILE");
     command.Option("ADDRESS", pOptions->strAddress, "The parameters that take the ramp's steps in turn");
     command.Footer("consolectl send MicInput/12/Fader --from -60 --to 0 --count 100 --rate 50\n"

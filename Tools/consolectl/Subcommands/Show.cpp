@@ -6,6 +6,7 @@
 #include "Images/ShowScope.h"
 #include "Subcommands/Subcommands.h"
 
+#include <algorithm>
 #include <memory>
 
 namespace
@@ -153,22 +154,25 @@ int ScopeShow(const stShowOptions& options)
 
 int ListShows(const stShowOptions& options)
 {
-    return WithFile(options,
-                    [](CShowFile& file)
-                    {
-                        std::vector<stShowEntry> entries;
-                        std::string strError = file.List(entries);
-                        CTable table({{"saved (UTC)", 20}, {"parameters", -10}, {"show", 1}});
-                        if (strError.empty())
-                        {
-                            table.PrintHead();
-                        }
-                        for (const stShowEntry& entry : entries)
-                        {
-                            table.Print({entry.strSaved, static_cast<long>(entry.nStored), entry.strName});
-                        }
-                        return strError;
-                    });
+    return WithFile(
+        options,
+        [](CShowFile& file)
+        {
+            std::vector<stShowEntry> entries;
+            std::string strError = file.List(entries);
+            CTable table({{"saved", 23}, {"parameters", -10}, {"show", 1}});
+            if (strError.empty())
+            {
+                table.PrintHead();
+            }
+            for (const stShowEntry& entry : entries)
+            {
+                std::string strIso = entry.strSaved + "Z";
+                std::replace(strIso.begin(), strIso.end(), ' ', 'T');
+                table.Print({CCell::Text(entry.strSaved + " UTC", strIso), static_cast<long>(entry.nStored), entry.strName});
+            }
+            return strError;
+        });
 }
 
 int DeleteShow(const stShowOptions& options)
@@ -208,8 +212,7 @@ void AddShow(CCommand& console)
     };
     const auto addPatterns = [](CCommand& command, const char* szName, std::vector<std::string>& patterns, const char* szWhat)
     { command.Option(szName, patterns, szWhat).Type("ADDRESS").Repeated(); };
-    const auto addCount = [pOptions](CCommand command)
-    { command.Option("--count", pOptions->nCount, "Show so many parameters; 0: all").Within(0, c_nParameters); };
+    const auto addCount = [pOptions](CCommand command) { AddRowsOption(command, pOptions->nCount, "parameters"); };
 
     CCommand save = add("save", "Store the MC's parameters, meters left out", true, true, SaveShow);
     addPatterns(save, "--scope", pOptions->scope, "Store these alone, such as \"MicInput/*/Fader/*\"; default: all");

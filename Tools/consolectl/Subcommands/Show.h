@@ -2,6 +2,7 @@
 #pragma once
 
 #include "Network/Client.h"
+#include "Terminal/Output.h"
 
 #include <string>
 #include <vector>
@@ -14,9 +15,9 @@ struct stShowOptions
     std::vector<std::string> scope;
     std::vector<std::string> except;
     std::vector<std::string> safe;
-    std::string strRecall; // on, off or empty: as it is
-    std::string strStore;  // off or empty
-    int nCount = 10;       // rows shown; 0: all
+    std::string strRecall;  // on, off or empty: as it is
+    std::string strStore;   // off or empty
+    int nCount = c_nEnough; // rows shown
     bool bReplace = false;
 };
 

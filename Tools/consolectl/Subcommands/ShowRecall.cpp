@@ -75,13 +75,16 @@ int RecallShow(const stShowOptions& options)
     {
         return nStatus;
     }
-    PrintShowCounts(Count(*pShow, *pTarget, moved), "moved", "as it was", true);
+    const stShowCounts counts = Count(*pShow, *pTarget, moved);
+    PrintShowCounts(counts, "moved", "as it was", true);
     const double dMilliseconds = SecondsSince(start) * 1000;
     PrintResult(Format("show \"%s\" recalled: all changes back from the MC after %.1f ms", options.strName.c_str(), dMilliseconds),
                 {{"time", CCell::Time(TimeNow())},
                  {"sender", pClient->Sender()},
                  {"show", options.strName},
-                 {"moved", static_cast<long>(moved.size())},
+                 {"moved", counts.Sum().nMoved},
+                 {"safe", counts.Sum().nSafe},
+                 {"same", counts.Sum().nInShow - counts.Sum().nMoved - counts.Sum().nSafe},
                  {"milliseconds", {dMilliseconds, 1}}});
     return enExitDone;
 }

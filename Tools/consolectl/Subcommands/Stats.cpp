@@ -71,7 +71,8 @@ private:
     CShadow m_Shadow;
     CLossFinder m_LossFinder;
     std::map<std::pair<std::string, std::string>, stFlow> m_Flows; // by sender and kind
-    CTable m_Table{{{"time", 12}, {"sender", 21}, {"kind", 10}, {"count", -10}, {"rate", -9}, {"byte_rate", -12}, {"what", 1}}};
+    CTable m_Table{
+        {{"time", 12, true}, {"sender", 19}, {"kind", 10}, {"count", -9}, {"rate", -8}, {"byte_rate", -12, true}, {"what", 24}}};
     std::int64_t m_nFirst = TimeNow();
     std::int64_t m_nLast = m_nFirst;
     long m_lDatagrams = 0;

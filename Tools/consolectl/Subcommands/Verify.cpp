@@ -14,7 +14,7 @@ struct stOptions
     stClientOptions client;
     std::string strA;
     std::string strB;
-    int nCount = 10;
+    int nCount = c_nEnough;
 };
 
 // Every byte is compared, whatever the check words say: changes that cancel out leave them equal.
@@ -26,66 +26,117 @@ std::vector<stAddress> Compare(const stNamedImage& a, const stNamedImage& b)
     return different;
 }
 
-void PrintDifferences(const stOptions& options, const std::vector<stAddress>& different, const stNamedImage& a,
-                      const stNamedImage& b)
+// What was found of the parameters of one type.
+struct stVerdict
 {
-    CShortTable table(options.nCount,
-                      {{"time", 0}, {"sender", 0}, {"verdict", 7}, {"address", 26}, {"name", 18}, {"a", 14}, {"b", 1}});
-    const CCell now = CCell::Time(TimeNow());
-    for (const stAddress& address : different)
-    {
-        table.Print({now, a.strSender.empty() ? b.strSender : a.strSender, CCell(enBad, "differs"), AddressText(address),
-                     NameText(*a.pImage, address), ValueCell(address, ReadValue(*a.pImage, address)),
-                     ValueCell(address, ReadValue(*b.pImage, address))});
-    }
-}
+    int nCompared = 0;
+    int nDifferent = 0;
+    std::uint32_t unA = 0; // check words
+    std::uint32_t unB = 0;
+    bool bWords = true; // a show's are those of parameters that it doesn't hold, too: they say nothing
 
-// A show's check words are those of parameters that it doesn't hold, too: they say nothing.
-void PrintTypes(const std::vector<stAddress>& different, const stNamedImage& a, const stNamedImage& b)
-{
-    const bool bShow = a.bShow || b.bShow;
-    int anCompared[c_nMessageTypes] = {};
-    int anDifferent[c_nMessageTypes] = {};
-    ForEachParameter(c_EveryParameter,
-                     [&](const stAddress& address) { anCompared[address.enType] += a.Holds(address) && b.Holds(address) ? 1 : 0; });
-    for (const stAddress& address : different)
+    bool InStep() const { return nDifferent == 0 && (!bWords || unA == unB); }
+    std::string WordText(std::uint32_t unWord) const { return bWords ? Format("%08x", unWord) : ""; }
+    std::string Text() const
     {
-        ++anDifferent[address.enType];
+        return InStep() ? "in step" : bWords && unA == unB ? "NOT in step, though the check words are equal" : "NOT in step";
     }
+};
+
+std::vector<stVerdict> Judge(const std::vector<stAddress>& different, const stNamedImage& a, const stNamedImage& b)
+{
     std::uint32_t aunA[c_nMessageTypes];
     std::uint32_t aunB[c_nMessageTypes];
     ReadCheckWords(*a.pImage, aunA);
     ReadCheckWords(*b.pImage, aunB);
+    std::vector<stVerdict> verdicts(c_nMessageTypes);
+    for (std::size_t unType = 0; unType < verdicts.size(); ++unType)
+    {
+        verdicts[unType].unA = aunA[unType];
+        verdicts[unType].unB = aunB[unType];
+        verdicts[unType].bWords = !a.bShow && !b.bShow;
+    }
+    ForEachParameter(c_EveryParameter, [&](const stAddress& address)
+                     { verdicts[address.enType].nCompared += a.Holds(address) && b.Holds(address) ? 1 : 0; });
+    for (const stAddress& address : different)
+    {
+        ++verdicts[address.enType].nDifferent;
+    }
+    return verdicts;
+}
+
+// A row for each difference; for programs one for each type, too.
+void PrintRows(int nMost, const std::vector<stAddress>& different, const std::vector<stVerdict>& verdicts, const stNamedImage& a,
+               const stNamedImage& b)
+{
+    CShortTable table(nMost, {{"time", 0},
+                              {"sender", 0},
+                              {"verdict", 7},
+                              {"address", 26},
+                              {"name", 18},
+                              {"a", 14},
+                              {"b", 12},
+                              {"compared", 0},
+                              {"different", 0}});
+    const CCell now = CCell::Time(TimeNow());
+    const CCell sender = a.strSender.empty() ? b.strSender : a.strSender;
+    for (const stAddress& address : different)
+    {
+        table.Print({now, sender, CCell(enBad, "differs"), AddressText(address), NameText(*a.pImage, address),
+                     ValueCell(address, ReadValue(*a.pImage, address)), ValueCell(address, ReadValue(*b.pImage, address)), 1, 1});
+    }
+    for (std::size_t unType = 0; unType < verdicts.size(); ++unType)
+    {
+        const stVerdict& verdict = verdicts[unType];
+        table.PrintForPrograms({now, sender, verdict.Text(), Format("*/*/%s/*", caMessageTypeNames[unType]), CCell(),
+                                verdict.WordText(verdict.unA), verdict.WordText(verdict.unB), verdict.nCompared,
+                                verdict.nDifferent});
+    }
+}
+
+void PrintTypes(const std::vector<stVerdict>& verdicts)
+{
+    const auto row = [](const char* szType, int nCompared, int nDifferent, const std::string& strVerdict) {
+        Line("%-10s %12s %12s   %s", szType, Grouped(nCompared).c_str(), Grouped(nCompared - nDifferent).c_str(),
+             strVerdict.c_str());
+    };
     Line("%s",
          Styled(enStrong, Format("%-10s %12s %12s   %-10s %-10s", "type", "parameters", "in step", "check A", "check B")).c_str());
-    int nCompared = 0;
-    for (int nType = 0; nType < c_nMessageTypes; ++nType)
+    stVerdict all;
+    for (std::size_t unType = 0; unType < verdicts.size(); ++unType)
     {
-        const bool bSame = anDifferent[nType] == 0 && (bShow || aunA[nType] == aunB[nType]);
-        const std::string strBad =
-            !bShow && aunA[nType] == aunB[nType] ? "NOT in step, though the check words are equal" : "NOT in step";
-        Line("%-10s %12s %12s   %-10s %-10s %s", caMessageTypeNames[nType], Grouped(anCompared[nType]).c_str(),
-             Grouped(anCompared[nType] - anDifferent[nType]).c_str(), bShow ? "" : Format("%08x", aunA[nType]).c_str(),
-             bShow ? "" : Format("%08x", aunB[nType]).c_str(),
-             bSame ? Styled(enGood, "in step").c_str() : Styled(enBad, strBad).c_str());
-        nCompared += anCompared[nType];
+        const stVerdict& verdict = verdicts[unType];
+        row(caMessageTypeNames[unType], verdict.nCompared, verdict.nDifferent,
+            Format("%-10s %-10s ", verdict.WordText(verdict.unA).c_str(), verdict.WordText(verdict.unB).c_str()) +
+                Styled(verdict.InStep() ? enGood : enBad, verdict.Text()));
+        all.nCompared += verdict.nCompared;
+        all.nDifferent += verdict.nDifferent;
     }
-    Line("%-10s %12s %12s", "all", Grouped(nCompared).c_str(), Grouped(nCompared - static_cast<int>(different.size())).c_str());
+    row("all", all.nCompared, all.nDifferent, "");
+}
+
+// What needs no MC is read first: what is wrong with it needn't wait for one.
+int Load(const stOptions& options, stNamedImage& a, stNamedImage& b)
+{
+    const bool bSwapped = options.strA == "mc";
+    const int nStatus = LoadNamedImage(bSwapped ? options.strB : options.strA, options.client, bSwapped ? b : a);
+    return nStatus == enExitDone ? LoadNamedImage(bSwapped ? options.strA : options.strB, options.client, bSwapped ? a : b)
+                                 : nStatus;
 }
 
 int Verify(const stOptions& options)
 {
     stNamedImage a;
     stNamedImage b;
-    int nStatus = LoadNamedImage(options.strA, options.client, a);
-    nStatus = nStatus == enExitDone ? LoadNamedImage(options.strB, options.client, b) : nStatus;
+    const int nStatus = Load(options, a, b);
     if (nStatus != enExitDone)
     {
         return nStatus;
     }
     const std::vector<stAddress> different = Compare(a, b);
-    PrintDifferences(options, different, a, b);
-    PrintTypes(different, a, b);
+    const std::vector<stVerdict> verdicts = Judge(different, a, b);
+    PrintRows(options.nCount, different, verdicts, a, b);
+    PrintTypes(verdicts);
     return different.empty() ? enExitDone : enExitFailed;
 }
 
@@ -99,7 +150,7 @@ void AddVerify(CCommand& console)
         "Are two images the same? Check words, then every byte; what differs by address and name; exit status 1 when they do");
     AddClientOptions(command, pOptions->client);
     AddFormatOption(command);
-    command.Option("--count", pOptions->nCount, "Show so many differences; 0: all").Within(0, c_nParameters);
+    AddRowsOption(command, pOptions->nCount, "differences");
     command.Option("A", pOptions->strA, std::string("An image: ") + c_szImageSources).Type(c_szImageType).Required();
     command.Option("B", pOptions->strB, "The other one").Type(c_szImageType).Required();
     command.Footer("consolectl verify mc FILE.pcap\n"

@@ -33,7 +33,7 @@ int Watch(const stOptions& options)
     {
         return enExitFailed;
     }
-    CTable table({{"time", 12}, {"sender", 15}, {"address", 26}, {"name", 18}, {"old", -12}, {"new", -12}, {"origin", 1}});
+    CTable table({{"time", 12}, {"sender", 15}, {"address", 26}, {"name", 18}, {"old", -12}, {"new", -12}, {"origin", 22}});
     const auto pShadow = std::make_unique<CShadow>(options.traffic.link);
     const auto isWatched = [&patterns](const stImageChange& change)
     {

@@ -39,8 +39,14 @@ private:
     const stAddress m_Address;
     const bool m_bFiltered = SimpleUDPPPCSender()._FilterPacket(m_Address.enType, m_Address.enPathType, m_Address.nParam);
     CShadow m_Shadow;
-    CTable m_Table{
-        {{"time", 12}, {"sender", 21}, {"address", 0}, {"write", 15}, {"old", -12}, {"new", -12}, {"datagram", 32}, {"filter", 1}}};
+    CTable m_Table{{{"time", 12},
+                    {"sender", 21},
+                    {"address", 0},
+                    {"write", 15},
+                    {"old", -11},
+                    {"new", -11},
+                    {"datagram", 32},
+                    {"filter", 36}}};
     long m_lWrites = 0;
 };
 

@@ -6,6 +6,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <ctime>
+#include <sstream>
 
 #include <fcntl.h>
 #include <sys/ioctl.h>
@@ -134,8 +135,15 @@ std::string Printable(const std::string& strText)
 // Of UTF-8 the first byte of each character counts.
 int Width(const std::string& strText)
 {
-    return static_cast<int>(
-        std::count_if(strText.begin(), strText.end(), [](char c) { return (static_cast<unsigned char>(c) & 0xc0) != 0x80; }));
+    int nWidth = 0;
+    bool bStyle = false; // from an escape to its 'm'
+    for (const char c : strText)
+    {
+        bStyle = bStyle || c == '\033';
+        nWidth += bStyle || (static_cast<unsigned char>(c) & 0xc0) == 0x80 ? 0 : 1;
+        bStyle = bStyle && c != 'm';
+    }
+    return nWidth;
 }
 
 std::string Padded(const std::string& strText, int nWidth)
@@ -152,6 +160,24 @@ std::string Cut(const std::string& strText, int nWidth)
         strCut.pop_back();
     }
     return Width(strText) <= nWidth ? strText : strCut + ">";
+}
+
+std::string Wrapped(const std::string& strLine, int nWidth, int nIndent)
+{
+    const std::size_t unBlanks = std::min(strLine.find_first_not_of(' '), strLine.size());
+    std::string strText = strLine.substr(0, unBlanks);
+    int nColumn = Width(strText);
+    std::istringstream words(strLine);
+    std::string strWord;
+    for (bool bFirst = true; words >> strWord; bFirst = false)
+    {
+        const bool bFits = nColumn + 1 + Width(strWord) <= nWidth;
+        strText += bFirst ? "" : bFits ? " " : "\n" + std::string(static_cast<std::size_t>(nIndent), ' ');
+        nColumn = bFirst ? nColumn : bFits ? nColumn + 1 : nIndent;
+        strText += strWord;
+        nColumn += Width(strWord);
+    }
+    return strText;
 }
 
 std::string Replaced(const std::string& strText, const std::map<char, const char*>& replacements)
@@ -230,8 +256,14 @@ void Line(const char* szFormat, ...)
     std::FILE* const pOutput = g_bNotesAside ? stderr : stdout;
     va_list arguments;
     va_start(arguments, szFormat);
-    std::fprintf(pOutput, "%s%s\n", IsTerminal() && !g_bNotesAside ? "\r\033[K" : "", FormatList(szFormat, arguments).c_str());
+    std::string strText = FormatList(szFormat, arguments);
     va_end(arguments);
+    if (IsTerminal() && !g_bNotesAside)
+    {
+        const bool bFits = Width(strText) < TerminalWidth() || strText.find('\n') != std::string::npos;
+        strText = "\r\033[K" + (bFits ? strText : Wrapped(strText, TerminalWidth() - 1, 4));
+    }
+    std::fprintf(pOutput, "%s\n", strText.c_str());
     std::fflush(pOutput);
 }
 

@@ -57,12 +57,15 @@ bool IsTerminal();
 // Text from outside, without what would steer a terminal: control characters, and bytes that are no UTF-8, are "?".
 std::string Printable(const std::string& strText);
 
-// Characters, not bytes; and the text with blanks behind it, or before it for a negative width.
+// Characters, not bytes, and not a style; and the text with blanks behind it, or before it for a negative width.
 int Width(const std::string& strText);
 std::string Padded(const std::string& strText, int nWidth);
 
 // What is too long for the width ends in ">".
 std::string Cut(const std::string& strText, int nWidth);
+
+// A line as several, of which all but the first begin with so many blanks; what is longer without a blank stays in one.
+std::string Wrapped(const std::string& strLine, int nWidth, int nIndent);
 
 // With these characters replaced, each by its text.
 std::string Replaced(const std::string& strText, const std::map<char, const char*>& replacements);

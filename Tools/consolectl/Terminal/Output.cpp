@@ -8,11 +8,15 @@
 #include <cmath>
 #include <cstdio>
 #include <ctime>
+#include <numeric>
 
 namespace
 {
 
 enFormat g_enFormat = enFormatText;
+
+constexpr int c_nGap = 2;              // blanks between columns
+constexpr int c_nEnoughForPeople = 10; // rows
 
 std::string Quoted(const std::string& strText)
 {
@@ -125,6 +129,7 @@ CTable::CTable(std::vector<stColumn> columns) : m_Columns(std::move(columns)) {}
 
 void CTable::PrintHead()
 {
+    Fit();
     if (g_enFormat == enFormatText)
     {
         std::vector<CCell> names;
@@ -132,15 +137,16 @@ void CTable::PrintHead()
         {
             names.emplace_back(enStrong, column.szName);
         }
-        Line("%s", TextLine(names).c_str());
+        Line("%s", TextLine(names, false).c_str());
     }
 }
 
 void CTable::Print(const std::vector<CCell>& row, bool bLive)
 {
+    Fit();
     if (g_enFormat == enFormatText)
     {
-        bLive ? LiveLine(TextLine(row)) : Line("%s", TextLine(row).c_str());
+        bLive ? LiveLine(TextLine(row, bLive)) : Line("%s", TextLine(row, bLive).c_str());
         return;
     }
     std::string strText;
@@ -166,11 +172,39 @@ void CTable::Print(const std::vector<CCell>& row, bool bLive)
     std::fflush(RowsOutput());
 }
 
-// The last cell isn't padded, and a cell that needs more room than its column takes it.
-std::string CTable::TextLine(const std::vector<CCell>& row) const
+// To the terminal. What it has no room for is said: another format has it all.
+void CTable::Fit()
+{
+    if (m_nMost > 0 || !IsTerminal() || g_enFormat != enFormatText)
+    {
+        return;
+    }
+    m_nMost = TerminalWidth() - 1;
+    const int nWidth = std::accumulate(m_Columns.begin(), m_Columns.end(), -c_nGap,
+                                       [](int nSum, const stColumn& column)
+                                       { return nSum + (column.nWidth == 0 ? 0 : std::abs(column.nWidth) + c_nGap); });
+    std::vector<std::string> leftOut;
+    for (stColumn& column : m_Columns)
+    {
+        if (nWidth > m_nMost && column.bMayLack)
+        {
+            column.nWidth = 0;
+            leftOut.emplace_back(column.szName);
+        }
+    }
+    if (!leftOut.empty())
+    {
+        Line("%s", Styled(enFaint, Format("(%d columns: no room for %s)", m_nMost + 1, Joined(leftOut, ", ").c_str())).c_str());
+    }
+}
+
+// The last cell isn't padded, and a cell that needs more room than its column takes it. What doesn't fit on the terminal's line
+// goes on in the next one, unless that is live.
+std::string CTable::TextLine(const std::vector<CCell>& row, bool bLive) const
 {
     std::string strLine;
-    std::string strGap;
+    std::string strBlanks; // before the next cell
+    int nUsed = 0;
     for (std::size_t unColumn = 0; unColumn < m_Columns.size(); ++unColumn)
     {
         const int nWidth = m_Columns[unColumn].nWidth;
@@ -178,12 +212,19 @@ std::string CTable::TextLine(const std::vector<CCell>& row) const
         {
             continue;
         }
-        // The style goes round the text alone: blanks have none.
         const CCell& cell = row[unColumn];
         const std::string strPadded = Padded(cell.m_strText, nWidth);
+        if (m_nMost > 0 && !bLive && nUsed > 0 && nUsed + Width(strBlanks + strPadded) > m_nMost)
+        {
+            strLine += "\n";
+            strBlanks = std::string(2 * c_nGap, ' ');
+            nUsed = 0;
+        }
+        // The style goes round the text alone: blanks have none.
         const std::size_t unBefore = nWidth < 0 ? strPadded.size() - cell.m_strText.size() : 0;
-        strLine += strGap + strPadded.substr(0, unBefore) + Styled(cell.m_enStyle, cell.m_strText);
-        strGap = strPadded.substr(unBefore + cell.m_strText.size()) + "  ";
+        strLine += strBlanks + strPadded.substr(0, unBefore) + Styled(cell.m_enStyle, cell.m_strText);
+        nUsed += Width(strBlanks) + static_cast<int>(unBefore) + Width(cell.m_strText);
+        strBlanks = strPadded.substr(unBefore + cell.m_strText.size()) + std::string(c_nGap, ' ');
     }
     strLine.erase(strLine.find_last_not_of(' ') + 1);
     return strLine;
@@ -203,6 +244,23 @@ std::string CTable::JsonLine(const std::vector<CCell>& row) const
     return strLine + "}";
 }
 
+void AddRowsOption(CCommand& command, int& nRows, const std::string& strWhat)
+{
+    COption count = command.Option("--count", nRows, "Show so many " + strWhat + "; 0: all").Within(0, 1000000000);
+    if (nRows == c_nEnough)
+    {
+        count.Default(Format("%d, all in json and csv", c_nEnoughForPeople));
+    }
+}
+
+CShortTable::CShortTable(int nMost, std::vector<stColumn> columns)
+    : m_nMost(nMost != c_nEnough           ? nMost
+              : g_enFormat == enFormatText ? c_nEnoughForPeople
+                                           : 0),
+      m_Table(std::move(columns))
+{
+}
+
 CShortTable::~CShortTable()
 {
     if (m_nMost > 0 && m_nRows > m_nMost)
@@ -214,6 +272,14 @@ CShortTable::~CShortTable()
 void CShortTable::Print(const std::vector<CCell>& row)
 {
     if (++m_nRows <= m_nMost || m_nMost == 0)
+    {
+        m_Table.Print(row);
+    }
+}
+
+void CShortTable::PrintForPrograms(const std::vector<CCell>& row)
+{
+    if (g_enFormat != enFormatText)
     {
         m_Table.Print(row);
     }

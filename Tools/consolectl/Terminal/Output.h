@@ -23,8 +23,9 @@ enFormat GetFormat();
 
 struct stColumn
 {
-    const char* szName; // in JSON and CSV, and over the text
-    int nWidth;         // of the text; negative: set to the right; 0: not in the text
+    const char* szName;    // in JSON and CSV, and over the text
+    int nWidth;            // of the text; negative: set to the right; 0: not in the text
+    bool bMayLack = false; // left out on a terminal that the whole row doesn't fit on
 };
 
 // One value of a row. None: null in JSON, empty elsewhere.
@@ -72,23 +73,35 @@ public:
     void Print(const std::vector<CCell>& row, bool bLive = false);
 
 private:
-    std::string TextLine(const std::vector<CCell>& row) const;
+    void Fit();
+    std::string TextLine(const std::vector<CCell>& row, bool bLive) const;
     std::string JsonLine(const std::vector<CCell>& row) const;
 
-    const std::vector<stColumn> m_Columns;
+    std::vector<stColumn> m_Columns;
+    int m_nMost = 0; // characters of a line; 0: any number
     bool m_bNamed = false;
 };
 
-// The first rows, as many as were asked for (0: all). Says in the end how many there are beside them.
+// How many rows a table shows: 0 for all; c_nEnough for some to people, and all to programs.
+constexpr int c_nEnough = -1;
+
+// --count, of what strWhat names.
+void AddRowsOption(CCommand& command, int& nRows, const std::string& strWhat);
+
+// The first rows, as many as were asked for. Says in the end how many there are beside them.
 class CShortTable
 {
 public:
-    CShortTable(int nMost, std::vector<stColumn> columns) : m_nMost(nMost), m_Table(std::move(columns)) {}
+    CShortTable(int nMost, std::vector<stColumn> columns);
     ~CShortTable();
     CShortTable(const CShortTable&) = delete;
     CShortTable& operator=(const CShortTable&) = delete;
 
+    void PrintHead() { m_Table.PrintHead(); }
     void Print(const std::vector<CCell>& row);
+
+    // A sum, which people are told otherwise.
+    void PrintForPrograms(const std::vector<CCell>& row);
 
 private:
     const int m_nMost;
