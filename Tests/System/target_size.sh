@@ -21,6 +21,7 @@ sections() { awk -v pattern="^[.]($1)\$" '$1 ~ pattern { sum += $2 } END { print
 } >"$table"
 awk -F '\t' '
     /^#/ { next }
+    FILENAME == ARGV[1] && ($1 !~ /^[1-9][0-9]*$/ || $2 in budget) { print "no budget, or a second one: " $0; failed = 1 }
     FILENAME == ARGV[1] { budget[$2] = $1; next }
     {
         above = !($2 in budget) || $1 <= 0 || $1 > budget[$2] * 1.05
