@@ -81,6 +81,9 @@ refuse "B is required" verify "$0"
 refuse '"MicInpt" is no parameter group; the nearest is MicInput' watch 'MicInpt/*/Fader'
 refuse 'path "144" is out of range: MicInput has 0 to 143; the nearest is 143' why MicInput/144/Fader
 refuse '"Level" is no name of a parameter' get MicInput/0/Level
+refuse '"Nme" is no name of a parameter; the nearest is Name' get MicInput/0/Nme
+refuse '"Fäder über" is no' get 'Fäder über/0/Name'
+refuse 'holds 12 characters of one byte each' set MicInput/0/Name 'Ääääääääääää'
 refuse "names more than one parameter" why 'MicInput/*/Fader'
 refuse "ADDRESS is required" watch
 refuse '"xml" is none of text, json, csv' watch 'MicInput/*/Fader' --format xml

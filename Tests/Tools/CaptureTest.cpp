@@ -268,6 +268,16 @@ TEST(Capture, FramesOfEachKindOfLinkAreReadAndWhatIsNoIPIsPassedOver)
         file.Write(BigEndianCapture(ucLinkType, {packet}));
         EXPECT_EQ(std::vector<std::string>({"abc"}), ReadAll(file).texts) << int(ucLinkType);
     }
+    const tBytes tag = {0x81, 0, 0, 7};
+    const tBytes outerTag = {0x88, 0xa8, 0, 8};
+    const tBytes tagged = Framed(Framed(Framed(ethernet, outerTag), tag), {8, 0});
+    file.Write(BigEndianCapture(1, {Framed(tagged, Whole())}));
+    EXPECT_EQ(std::vector<std::string>({"abc"}), ReadAll(file).texts);
+    for (std::size_t unLength = 0; unLength < tagged.size(); ++unLength)
+    {
+        file.Write(BigEndianCapture(1, {tBytes(tagged.begin(), tagged.begin() + static_cast<std::ptrdiff_t>(unLength))}));
+        EXPECT_EQ(std::vector<std::string>(), ReadAll(file).texts) << unLength;
+    }
     file.Write(BigEndianCapture(1, {Framed(Framed(ethernet, {0x86, 0xdd}), Whole())}));
     EXPECT_EQ(std::vector<std::string>(), ReadAll(file).texts);
     file.Write(BigEndianCapture(105, {Whole()}));

@@ -72,17 +72,18 @@ bool IsDigits(const std::string& strText)
     return !strText.empty() && strText.find_first_not_of("0123456789") == std::string::npos;
 }
 
-int FindName(const std::string& strName, const char* const* ppNames, int nNames, const char* szWhat)
+int FindName(const std::string& strName, const std::vector<std::string>& names, const char* szWhat)
 {
-    const auto found = std::find(ppNames, ppNames + nNames, strName);
-    if (found == ppNames + nNames)
+    const auto found = std::find(names.begin(), names.end(), strName);
+    if (found == names.end())
     {
         const std::string strShort = strName.substr(0, c_unLongestName);
-        const auto closer = [&](const char* szA, const char* szB) { return Distance(strShort, szA) < Distance(strShort, szB); };
+        const auto closer = [&](const std::string& strA, const std::string& strB)
+        { return Distance(strShort, strA) < Distance(strShort, strB); };
         Refuse(Format("\"%s\" is no %s; the nearest is %s", strName.c_str(), szWhat,
-                      *std::min_element(ppNames, ppNames + nNames, closer)));
+                      std::min_element(names.begin(), names.end(), closer)->c_str()));
     }
-    return static_cast<int>(found - ppNames);
+    return static_cast<int>(found - names.begin());
 }
 
 int ParseIndex(const std::string& strText, int nLimit, const char* szWhat, const char* szOf)
@@ -151,7 +152,7 @@ stRange ParseName(const std::string& strName, const char* const* ppNames, int nN
     {
         return {0, nNames - 1};
     }
-    const int nName = FindName(strName, ppNames, nNames, szWhat);
+    const int nName = FindName(strName, {ppNames, ppNames + nNames}, szWhat);
     return {nName, nName};
 }
 
@@ -169,15 +170,12 @@ std::string CommonTypeName(int nCommonType)
 
 int ParseCommonType(const std::string& strName)
 {
+    std::vector<std::string> names;
     for (int nCommonType = 0; nCommonType < c_nCommonParamTypes; ++nCommonType)
     {
-        if (CommonTypeName(nCommonType) == strName)
-        {
-            return nCommonType;
-        }
+        names.push_back(CommonTypeName(nCommonType));
     }
-    Refuse(Format("\"%s\" is no name of a parameter: Fader, Name, and Common0 to Common%d are", strName.c_str(),
-                  c_nCommonParamTypes - 1));
+    return FindName(strName, names, "name of a parameter");
 }
 
 bool Contains(const stRange& range, int nNumber)
@@ -287,7 +285,9 @@ stValue ParseValue(tagenPPCMessageType enType, const std::string& strText)
     {
         if (strText.size() > std::size_t(RyGConsoleString::enMaxLength))
         {
-            Refuse(Format("\"%s\" is too long: a console string holds 12 characters", strText.c_str()));
+            const bool bWide = Width(strText) <= RyGConsoleString::enMaxLength;
+            Refuse(Format("\"%s\" is too long: a console string holds 12 characters%s", strText.c_str(),
+                          bWide ? " of one byte each" : ""));
         }
         value.strValue = RyGConsoleString(strText);
         return value;

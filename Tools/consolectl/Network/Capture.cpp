@@ -19,6 +19,8 @@ constexpr std::size_t c_unLongestIP = 65535;
 constexpr std::size_t c_unMostFragmented = 64;
 constexpr unsigned char c_ucUDP = 17;
 constexpr std::uint32_t c_unIPv4 = 0x0800;
+constexpr std::uint32_t c_unTag = 0x8100;
+constexpr std::uint32_t c_unOuterTag = 0x88a8;
 constexpr std::chrono::milliseconds c_FlushPeriod(100);
 
 const stEndpoint c_End = {0x7f000001, 9};
@@ -88,8 +90,16 @@ std::size_t IPStart(int nLinkType, const unsigned char* pPacket, std::size_t unL
     {
         if (type.nLinkType == nLinkType)
         {
-            const bool bIP = unLength >= type.unHeader && Big16(pPacket + type.unProtocolAt) == c_unIPv4;
-            return bIP ? type.unHeader : unLength;
+            // Tags of virtual networks, four bytes each, stand before the protocol where that is the header's end.
+            std::size_t unTags = 0;
+            const auto protocol = [&] { return Big16(pPacket + type.unProtocolAt + unTags); };
+            while (type.unProtocolAt + 2 == type.unHeader && unLength >= type.unHeader + unTags &&
+                   (protocol() == c_unTag || protocol() == c_unOuterTag))
+            {
+                unTags += 4;
+            }
+            const bool bIP = unLength >= type.unHeader + unTags && protocol() == c_unIPv4;
+            return bIP ? type.unHeader + unTags : unLength;
         }
     }
     return 0;

@@ -210,7 +210,7 @@ int CTop::Watch(CTraffic& traffic)
     CScreen screen;
     if (!screen.IsOpen())
     {
-        return Fail("this terminal can't be used: TERM names one that is not known here");
+        return Fail("this terminal can't be used: TERM names one that is not known here, or that can't be drawn on");
     }
     const tSteadyClock::time_point start = tSteadyClock::now();
     double dNextDraw = 0;

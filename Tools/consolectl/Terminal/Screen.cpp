@@ -34,6 +34,13 @@ SCREEN* OpenTerminal(std::FILE* pOutput)
     return pOutput != nullptr ? newterm(nullptr, pOutput, stdin) : nullptr;
 }
 
+// Nothing can be put in its place on a terminal without this.
+bool HasPlaces()
+{
+    const char* const szMove = tigetstr("cup");
+    return szMove != nullptr && szMove != reinterpret_cast<const char*>(-1);
+}
+
 } // namespace
 
 // What is printed past the screen meanwhile goes nowhere: it would be drawn across it.
@@ -49,6 +56,7 @@ CScreen::CScreen() : m_pOutput(fdopen(fcntl(STDOUT_FILENO, F_DUPFD_CLOEXEC, 3), 
     {
         return;
     }
+    m_bPlaces = HasPlaces();
     cbreak();
     noecho();
     curs_set(0);

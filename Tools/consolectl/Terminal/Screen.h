@@ -18,8 +18,8 @@ public:
     CScreen(const CScreen&) = delete;
     CScreen& operator=(const CScreen&) = delete;
 
-    // False for a terminal that is not known here.
-    bool IsOpen() const { return m_pScreen != nullptr; }
+    // False for a terminal that is not known here, or can't be drawn on.
+    bool IsOpen() const { return m_pScreen != nullptr && m_bPlaces; }
 
     void Begin();
     void Text(const std::string& strText, enTextStyle enStyle = enPlain);
@@ -34,5 +34,6 @@ private:
 
     std::FILE* const m_pOutput;
     screen* const m_pScreen;
+    bool m_bPlaces = false;
     int m_nRow = 0;
 };
