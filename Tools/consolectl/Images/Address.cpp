@@ -171,6 +171,7 @@ std::string CommonTypeName(int nCommonType)
 int ParseCommonType(const std::string& strName)
 {
     std::vector<std::string> names;
+    names.reserve(c_nCommonParamTypes);
     for (int nCommonType = 0; nCommonType < c_nCommonParamTypes; ++nCommonType)
     {
         names.push_back(CommonTypeName(nCommonType));

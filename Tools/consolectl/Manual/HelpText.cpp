@@ -52,11 +52,11 @@ std::string Items(const char* szTitle, const std::vector<stItem>& items, int nWi
     for (const stItem& item : items)
     {
         const bool bBeside = Width(item.strHead) <= nHead;
-        const std::string strBefore =
-            bBeside ? strIndent + Padded(item.strHead, nHead) + strIndent : strIndent + item.strHead + "\n";
         const std::string strBlanks(static_cast<std::size_t>(nColumn), ' ');
         const std::string strLines = Wrapped(strBlanks + item.strText, nWidth, nColumn) + "\n";
-        strText += strBefore + (bBeside ? strLines.substr(strBlanks.size()) : strLines);
+        strText += strIndent;
+        strText += bBeside ? Padded(item.strHead, nColumn - c_nIndent) + strLines.substr(strBlanks.size())
+                           : item.strHead + "\n" + strLines;
     }
     return strText;
 }
