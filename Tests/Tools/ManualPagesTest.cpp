@@ -1,6 +1,7 @@
 // Texts that no subcommand has today.
 #include "Manual/ManualPages.h"
 #include "Manual/Completion.h"
+#include "Manual/HelpText.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -151,6 +152,48 @@ TEST(ZshCompletion, ValuesOfOptions)
     EXPECT_THAT(ZshWith(option), HasSubstr("'(--x -f --form)--form=[How]"));
     option.bRepeated = true;
     EXPECT_THAT(ZshWith(option), HasSubstr("'(--x)*-f+[How]:a\\:b: _consolectl_values text @file'"));
+}
+
+TEST(HelpText, IsSetInColumnsThatFitTheWidth)
+{
+    stCommand command = Command("program do", "Does what the words say that it does, one after another");
+    command.options = {Option({"-n", "--name"}, "Whose name it is, of all that there are"),
+                       Option({"--a-name-that-is-longer-than-a-column"}, "Another one of those that there are")};
+    command.options[0].strValue = "NAME";
+    command.options[0].strDefault = "b";
+    command.arguments = {Option({"WHAT"}, "What to do"), Option({"REST"}, "")};
+    command.strFooter =
+        "program says nothing of itself, or next to nothing\n"
+        "consolectl that-is-an-example-and-stays --as-it-is\n  so does this, which is indented, whatever its length";
+    EXPECT_EQ("Usage: program do [OPTION]... [WHAT] [REST]\n"
+              "\n"
+              "Does what the words say that it does,\n"
+              "one after another\n"
+              "\n"
+              "Arguments:\n"
+              "  WHAT  What to do\n"
+              "\n"
+              "Options:\n"
+              "  -n, --name NAME  Whose name it is, of\n"
+              "                   all that there are\n"
+              "                   (default b)\n"
+              "      --a-name-that-is-longer-than-a-column\n"
+              "                   Another one of those\n"
+              "                   that there are\n"
+              "\n"
+              "program says nothing of itself, or next\n"
+              "to nothing\n"
+              "consolectl that-is-an-example-and-stays --as-it-is\n"
+              "  so does this, which is indented, whatever its length\n",
+              HelpText(command, 40));
+}
+
+TEST(HelpText, ListsSubcommandsButThoseThatAreHidden)
+{
+    stCommand program = Command("program", "A program");
+    program.subcommands = {Command("program do", "Do it"), Command("program undo", "Undo it")};
+    program.subcommands[1].bHidden = true;
+    EXPECT_EQ("Usage: program SUBCOMMAND ...\n\nA program\n\nSubcommands:\n  do  Do it\n", HelpText(program, 80));
 }
 
 } // namespace
