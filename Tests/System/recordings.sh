@@ -3,6 +3,7 @@
 # shellcheck source-path=SCRIPTDIR source=common.sh
 . "$(dirname "$0")/common.sh"
 enter_own_network "$@"
+program=("$@")
 work=$(mktemp -d) || exit 1
 trap 'rm -rf "$work"' EXIT
 recording=$work/a.pcap
@@ -47,15 +48,27 @@ expect 0 "what changed" "$@" watch MicInput/100/Fader --capture "$recording"
 rows | grep -qE 'MicInput/100/Fader/0 Mic101 Fader -60 -6.5 client 127.0.0.1' || fail "watch: $output"
 
 # On the network again, four times as fast: a client gets the same image.
-"$@" follow --timeout 30 --until-silent 1 --save "$work/client" >"$work/follow.log" 2>&1 &
+"$@" follow --timeout 30 --until-silent 1 --save "$work/client" --format json >"$work/follow.json" 2>"$work/follow.log" &
 follow=$!
 sleep 0.3
 expect 0 "on the network" "$@" replay "$recording" --speed 4
 contains "it got there"
 wait $follow || fail "follow: $(cat "$work/follow.log")"
+query='[.[-1] | .String_age, .Rotary_age, .Switch_age, .Integer_age, .Fader_age, .Other_age, .Meter_age] | all(. >= 1 and . < 10)'
+jq -es "$query" "$work/follow.json" >/dev/null || fail "ages after a second's silence: $(tail -n 1 "$work/follow.json")"
 expect 0 "the client's image" "$@" verify "$recording" "$work/client"
 expect 1 "to another group" "$@" replay "$recording" --silent --group 239.1.2.3
 contains "none of its datagrams went to 239.1.2.3:7060"
+
+# The clients' changes reach an MC.
+"$@" mc --count 1 --timeout 10 >"$work/mc.log" 2>&1 &
+mc=$!
+until_log "$work/mc.log" "changes from clients"
+expect 0 "with the changes" "$@" replay "$recording" --changes --speed 20
+wait $mc || fail "no change came: $(cat "$work/mc.log")"
+output=$(cat "$work/mc.log")
+rows | grep -qE '^127.0.0.1 MicInput/100/Fader/0 Mic101 Fader -60 -6.5$' || fail "the change: $output"
+
 # In a loop until it is stopped; the updates of the second round are newer than those of the first.
 "$@" replay "$recording" --loop --speed 20 >"$work/loop.log" 2>&1 &
 loop=$!
@@ -91,6 +104,19 @@ query='length == 9 and all(.[:2][]; .verdict == "differs" and (.address | starts
     and ([.[2:][].verdict] | sort[:2] == ["NOT in step, though the check words are equal", "in step"])'
 "$@" verify "$work/mc" "$work/flipped" --format json 2>/dev/null | jq -es "$query" >/dev/null || fail "verify's JSON"
 
+# A flipped bit of any type is found, and named as one of that type; the arrays stand one behind the other, each behind its length.
+array=17
+for type in String:$((3151 * 13)) Rotary:$((65300 * 4)) Switch:$((138696 / 8)) Integer:$((14856 * 4)) Fader:$((2765 * 4)) \
+    Other:$((673 * 4)) Meter:15898; do
+    cp "$work/mc" "$work/flipped"
+    flip "$work/flipped" $((array + 4 + 3))
+    expect 1 "a flipped bit of a ${type%:*}" "$@" verify "$work/mc" "$work/flipped"
+    rows | grep -qE "^differs [A-Za-z]+/[0-9]+/${type%:*}/[0-9]+ " || fail "a flipped bit of a ${type%:*}: $output"
+    [ "$(rows | grep -cE 'differs|NOT in step')" = 2 ] || fail "more than a flipped bit: $output"
+    rows | grep -qE "^${type%:*} .* NOT in step$" || fail "the type of the flipped bit: $output"
+    array=$((array + 4 + ${type#*:}))
+done
+
 # The two values of a float that differs in its last bit are told apart.
 cp "$work/mc" "$work/flipped"
 flip "$work/flipped" $((17 + 4 + 3151 * 13 + 4 + 4 * 100 + 3))
@@ -116,8 +142,13 @@ mc=$!
 "$@" record "$work/killed.pcap" >"$work/record.log" 2>&1 &
 record=$!
 sleep 1
-kill -KILL $record
-wait $record 2>/dev/null
+kill -STOP $mc # what comes last is little: nothing behind it fills a buffer
+expect 0 "four changes" "$@" send MicInput/0/Fader --to 1 --count 4 --rate 0
+sleep 1
+{ kill -KILL $record && wait $record; } 2>/dev/null
+kill -CONT $mc
+expect 0 "what came a second before" "$@" stats --capture "$work/killed.pcap"
+rows | grep -qE "^127.0.0.1:[0-9]+ datagrams 1 .* changes$" || fail "it isn't in the file: $output"
 expect 1 "a killed recording" "$@" replay "$work/killed.pcap" --silent
 contains "the image they lead to is whole"
 case $output in *"was broken off"* | *"has no end of a recording"*) ;; *) fail "a killed recording: $output" ;; esac
@@ -132,6 +163,40 @@ expect 0 "verify a live MC" "$@" verify mc mc --timeout 30
 contains "in step"
 kill -TERM $mc
 wait $mc || fail "mc: $(cat "$work/mc.log")"
+
+# A capture made by hand: its numbers are known.
+words() { printf "$(printf %08x "$@" | sed 's/../\\x&/g')"; }
+packet() # SECOND ADDRESS PORT TEXT: from 127.0.0.1
+{
+    local length=$((28 + ${#4}))
+    words "$1" 0 $length $length $((0x45000000 + length)) 0 0x01110000 0x7f000001 "$2" $((0x1b940000 + $3)) $((length - 20 << 16))
+    printf %s "$4"
+}
+{
+    words 0xa1b2c3d4 0x00020004 0 0 65535 101
+    for second in 10 11 11 12; do packet $second 0xe100002e 7060 "twenty-four bytes of all"; done
+    packet 13 0x7f000001 9 "consolectl: end of recording, datagrams 4, dropped 7, check words 0 0 0 0 0 0 0"
+} >"$work/made.pcap"
+expect 0 "a made capture" "$@" stats --capture "$work/made.pcap"
+rows | grep -qx "127.0.0.1:7060 datagrams 4 2.0 48 others" || fail "four datagrams of 24 bytes in two seconds: $output"
+rows | grep -qE "^kernel 7 3.5 the receive" || fail "seven dropped in two seconds: $output"
+
+# arrive DATAGRAMS SPEED [ARGUMENT...]: within how many $milliseconds they come at that speed.
+arrive()
+{
+    "${program[@]}" stats --count "$1" --timeout 30 >"$work/stats.log" 2>&1 &
+    local stats=$!
+    until_log "$work/stats.log" "updates on"
+    expect 0 "at speed $2" "${program[@]}" replay "$work/made.pcap" --speed "${@:2}"
+    wait $stats || fail "stats: $(cat "$work/stats.log")"
+    milliseconds=$(sed -nE "s/^$1 datagrams in ([0-9]+)\.([0-9]{3}) s,.*/\1\2/p" "$work/stats.log")
+}
+arrive 4 0
+[ "$milliseconds" -lt 1500 ] || fail "as fast as it goes: two seconds in $milliseconds ms"
+arrive 4 4
+[ "$milliseconds" -gt 300 ] && [ "$milliseconds" -lt 1500 ] || fail "four times as fast: two seconds in $milliseconds ms"
+arrive 3 0.5 --at 1
+[ "$milliseconds" -gt 1500 ] || fail "half as fast: a second in $milliseconds ms"
 
 # A network that loses: each lost message has its line, and they are as many as the MC says datagrams were lost in.
 "$@" record "$work/lossy.pcap" --timeout 4 >"$work/record.log" 2>&1 &

@@ -79,6 +79,19 @@ for _ in $(seq 12); do
     expect 0 "the show after a kill" "$@" get MicInput/3/Fader --from "$shows:Monday"
 done
 
+# Killed at a write, the first past a limit, with the pages before it written: what was saved before is there, nothing of the new.
+expect 0 "save" "$@" show save "$work/killed" Monday --timeout 30
+blocks=$(($(stat -c %s "$work/killed") / 1024))
+for save in "$((blocks + 8)) Tuesday" "$((blocks / 2)) Monday --replace"; do
+    # shellcheck disable=SC2016,SC2086
+    expect $((128 + $(kill -l XFSZ))) "killed past block ${save%% *}" \
+        bash -c 'ulimit -c 0 -f "$0" && exec "$@"' ${save%% *} "$@" show save "$work/killed" ${save#* } --timeout 30
+    expect 0 "the file after it" "$@" show list "$work/killed"
+    [ "$(printf '%s\n' "$output" | sed '1d; s/.* 225,441  //')" = Monday ] || fail "the shows after it: $output"
+    expect 0 "the show after it" "$@" get MicInput/3/Fader --from "$work/killed:Monday"
+    contains "-60"
+done
+
 # What is no whole show file is refused before anything is sent.
 for file in cut text empty fifo missing foreign; do
     case $file in

@@ -45,6 +45,11 @@ contains "q quit"
 seen "MicInput/20/Fader/0"
 "${terminal[@]}" send-keys p
 seen "[paused]"
+still=$output
+sleep 1.2 # longer than what the rates are of
+seen "[paused]"
+[ "$output" = "$still" ] || fail "paused, and it goes on: $output"
+"${terminal[@]}" send-keys p
 kill -STOP $mc
 seen "SILENT for"
 seen "Fader      stale"
@@ -54,8 +59,19 @@ seen "Fader      complete"
 seen "ended with 0"
 contains "messages lost"
 close
-type 80 24 "$@" top
+# Held up until the kernel dropped what came, it counts the datagrams and the messages, until that is reset.
+# shellcheck disable=SC2016
+type 80 24 sh -c 'echo $$ >"$0" && exec "$@"' "$work/top" "$@" top
 seen "busiest"
+kill -STOP "$(cat "$work/top")"
+dd if=/dev/zero bs=1000 count=20000 2>/dev/null >/dev/udp/225.0.0.46/7060
+sleep 0.2 # the MC's are dropped, too
+kill -CONT "$(cat "$work/top")"
+sleep 1 # until the last of them is given up
+seen "lost "
+[[ $output =~ " lost "[1-9][0-9]*", by the kernel "[1-9] ]] || fail "nothing lost: $output"
+"${terminal[@]}" send-keys r
+seen "lost 0, by the kernel 0, by size 0"
 "${terminal[@]}" send-keys C-c
 seen "ended with 0"
 close
@@ -73,7 +89,18 @@ expect 0 "a recording" "$@" record "$work/a.pcap" --timeout 2
 kill -TERM $mc
 wait $mc || fail "mc: $(cat "$work/mc.log")"
 type 80 24 "$@" replay "$work/a.pcap"
-seen "replay ██"
+for _ in $(seq 200); do
+    output=$("${terminal[@]}" capture-pane -p)
+    printf '%s\n' "$output" | grep '^replay .* %$' >>"$work/bars"
+    case $output in *"ended with"*) break ;; esac
+    sleep 0.05
+done
+# It only grows, and is as long as its number says.
+awk 'NR == 1 { first = $(NF - 1) }
+     { share = $(NF - 1); full = gsub("█", ""); off = full - share * 30 / 100
+       if (share < last || off < -1 || off > 1) wrong = 1
+       last = share }
+     END { exit wrong || last - first < 30 }' "$work/bars" || fail "the bar: $(cat "$work/bars")"
 seen "ended with 0"
 case $output in *"█"*) fail "the bar stays: $output" ;; esac
 close

@@ -56,7 +56,7 @@ private:
     void DrawTypes(CScreen& screen);
     void DrawSenders(CScreen& screen);
     void DrawBusiest(CScreen& screen);
-    bool TakeKeys(CScreen& screen);
+    bool TakeKeys(CScreen& screen, const stTrafficLoss& loss);
     int Watch(CTraffic& traffic);
 
     const stOptions& m_Options;
@@ -67,6 +67,7 @@ private:
     std::uint32_t m_unAppliedBefore = 0;
     tSteadyClock::time_point m_LastUpdate = tSteadyClock::now();
     long m_lLost = 0;
+    stTrafficLoss m_ResetLoss; // as it was when the losses were reset
     long m_lDrawn = 0;
     bool m_bPaused = false;
 };
@@ -100,14 +101,15 @@ void CTop::DrawSummary(CScreen& screen, const stTrafficLoss& loss)
                               : dSilent > c_dSilent
                                   ? Format("MC %s SILENT for %.1f s", m_Shadow.GetMC().AddressText().c_str(), dSilent)
                                   : "MC " + m_Shadow.GetMC().AddressText();
-    screen.Text(Format("consolectl top  %s:%u  %s  %s", m_Options.traffic.link.strGroup.c_str(), m_Options.traffic.link.unPort,
-                       strMC.c_str(), m_bPaused ? "[paused]" : ""),
-                !bEver || dSilent > c_dSilent ? enBad : enStrong);
-    const long lLost = m_lLost + static_cast<long>(loss.unKernel + loss.unSize);
+    screen.Text(
+        Format("consolectl top  %s:%u  %s", m_Options.traffic.link.strGroup.c_str(), m_Options.traffic.link.unPort, strMC.c_str()),
+        !bEver || dSilent > c_dSilent ? enBad : enStrong);
+    const std::uint32_t unKernel = loss.unKernel - m_ResetLoss.unKernel;
+    const std::uint32_t unSize = loss.unSize - m_ResetLoss.unSize;
     screen.Text(Format("updates %ld/s   client changes %ld/s   lost %ld, by the kernel %u, by size %u",
                        m_Shown.PerSecond(static_cast<double>(m_Shown.lUpdates)),
-                       m_Shown.PerSecond(static_cast<double>(m_Shown.lRequests)), m_lLost, loss.unKernel, loss.unSize),
-                lLost == 0 ? enPlain : enBad);
+                       m_Shown.PerSecond(static_cast<double>(m_Shown.lRequests)), m_lLost, unKernel, unSize),
+                m_lLost == 0 && unKernel == 0 && unSize == 0 ? enPlain : enBad);
     screen.Text("");
 }
 
@@ -165,17 +167,20 @@ void CTop::DrawBusiest(CScreen& screen)
 
 void CTop::Draw(CScreen& screen, const stTrafficLoss& loss)
 {
-    screen.Begin();
-    DrawSummary(screen, loss);
-    DrawTypes(screen);
-    DrawSenders(screen);
-    DrawBusiest(screen);
-    screen.End(c_szKeys);
+    if (!m_bPaused)
+    {
+        screen.Begin();
+        DrawSummary(screen, loss);
+        DrawTypes(screen);
+        DrawSenders(screen);
+        DrawBusiest(screen);
+    }
+    screen.End((m_bPaused ? "[paused]   " : "") + std::string(c_szKeys));
     ++m_lDrawn;
 }
 
 // False when it is to end.
-bool CTop::TakeKeys(CScreen& screen)
+bool CTop::TakeKeys(CScreen& screen, const stTrafficLoss& loss)
 {
     for (int nKey = screen.Key(); nKey != 0; nKey = screen.Key())
     {
@@ -185,6 +190,7 @@ bool CTop::TakeKeys(CScreen& screen)
         }
         m_bPaused = nKey == 'p' ? !m_bPaused : m_bPaused;
         m_lLost = nKey == 'r' ? 0 : m_lLost;
+        m_ResetLoss = nKey == 'r' ? loss : m_ResetLoss;
     }
     return true;
 }
@@ -215,7 +221,7 @@ int CTop::Watch(CTraffic& traffic)
     const tSteadyClock::time_point start = tSteadyClock::now();
     double dNextDraw = 0;
     double dSecondBegan = 0;
-    for (stDatagram datagram; !m_Options.limits.Reached(m_lDrawn, start) && TakeKeys(screen);)
+    for (stDatagram datagram; !m_Options.limits.Reached(m_lDrawn, start) && TakeKeys(screen, traffic.GetLoss());)
     {
         if (traffic.Next(datagram, c_dLongestWait))
         {
@@ -225,7 +231,7 @@ int CTop::Watch(CTraffic& traffic)
         if (dNow >= dSecondBegan + 1)
         {
             m_Now.dSeconds = dNow - dSecondBegan;
-            m_Shown = m_bPaused ? m_Shown : m_Now;
+            m_Shown = m_Now;
             m_Now = stSecond();
             dSecondBegan = dNow;
         }

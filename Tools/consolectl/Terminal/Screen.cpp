@@ -2,6 +2,7 @@
 
 #include <curses.h>
 
+#include <algorithm>
 #include <clocale>
 #include <cstdio>
 
@@ -88,25 +89,31 @@ CScreen::~CScreen()
 
 void CScreen::Begin()
 {
-    erase();
-    m_nRow = 0;
+    m_Rows.clear();
 }
 
 void CScreen::Text(const std::string& strText, enTextStyle enStyle)
 {
     if (RowsLeft() > 0)
     {
-        Put(m_nRow++, strText, AttributesOf(enStyle));
+        m_Rows.emplace_back(strText, enStyle);
     }
 }
 
 int CScreen::RowsLeft() const
 {
-    return LINES - 1 - m_nRow;
+    return LINES - 1 - static_cast<int>(m_Rows.size());
 }
 
 void CScreen::End(const std::string& strLastRow)
 {
+    erase();
+    const int nRows = std::min(static_cast<int>(m_Rows.size()), LINES - 1);
+    for (int nRow = 0; nRow < nRows; ++nRow)
+    {
+        const auto& row = m_Rows[static_cast<std::size_t>(nRow)];
+        Put(nRow, row.first, AttributesOf(row.second));
+    }
     Put(LINES - 1, strLastRow, A_REVERSE);
     refresh();
 }

@@ -5,6 +5,8 @@
 
 #include <cstdio>
 #include <string>
+#include <utility>
+#include <vector>
 
 struct screen;
 
@@ -24,7 +26,7 @@ public:
     void Begin();
     void Text(const std::string& strText, enTextStyle enStyle = enPlain);
     int RowsLeft() const;
-    void End(const std::string& strLastRow);
+    void End(const std::string& strLastRow); // without a Begin before it: the rows are those of the last time
 
     // The next key that was pressed; 0 when there is none.
     int Key();
@@ -35,5 +37,5 @@ private:
     std::FILE* const m_pOutput;
     screen* const m_pScreen;
     bool m_bPlaces = false;
-    int m_nRow = 0;
+    std::vector<std::pair<std::string, enTextStyle>> m_Rows;
 };
