@@ -20,6 +20,13 @@ bool ReadRecord(const CPPCStreamReader& reader, tagenPPCMessageType enType, stVa
                                                      : reader.GetValue(value.nValue);
 }
 
+UDP_PACKET_HEADER ReadHeader(const stDatagram& datagram)
+{
+    UDP_PACKET_HEADER header;
+    std::memcpy(&header, datagram.bytes.data(), sizeof header);
+    return header;
+}
+
 } // namespace
 
 CShadow::CShadow(const stMulticastLink& updates)
@@ -58,31 +65,32 @@ void CShadow::TakeUpdate(stDatagram& datagram)
     if (m_pFollower->GetUpdatesApplied() != unBefore)
     {
         m_MC = datagram.source;
+        m_unUpdateId = ReadHeader(datagram).unMessageId;
+        m_nUpdateTime = datagram.nTime;
+        m_TookUpdate = tSteadyClock::now();
         FindChanges(datagram, unTypesBefore);
     }
 }
 
-// An MC that began anew, with lower numbers, is heard again when a second has passed since its last update. In a capture that is
-// read in no time that second is waited for.
+// An MC that began anew, with lower numbers, is heard again when a second has passed since the last update that was applied. In a
+// capture that is read in no time that second is waited for.
 void CShadow::LetOrderLapse(const stDatagram& datagram)
 {
     constexpr double c_dLapse = std::chrono::duration<double>(CUpdateOrder::c_IdsCount).count();
-    UDP_PACKET_HEADER header = {};
-    std::memcpy(&header, datagram.bytes.data(), std::min(datagram.bytes.size(), sizeof header));
-    const bool bLower = static_cast<std::int32_t>(header.unMessageId - m_unUpdateId) < 0;
+    if (datagram.bytes.size() < sizeof(UDP_PACKET_HEADER))
+    {
+        return;
+    }
+    const bool bLower = static_cast<std::int32_t>(ReadHeader(datagram).unMessageId - m_unUpdateId) < 0;
     if (bLower && m_nUpdateTime != 0 && static_cast<double>(datagram.nTime - m_nUpdateTime) / 1e6 > c_dLapse)
     {
         SleepSeconds(c_dLapse - SecondsSince(m_TookUpdate));
     }
-    m_unUpdateId = header.unMessageId;
-    m_nUpdateTime = datagram.nTime;
-    m_TookUpdate = tSteadyClock::now();
 }
 
 void CShadow::FindChanges(const stDatagram& datagram, unsigned int unTypesBefore)
 {
-    UDP_PACKET_HEADER header;
-    std::memcpy(&header, datagram.bytes.data(), sizeof header); // it was good enough to complete an update
+    const UDP_PACKET_HEADER header = ReadHeader(datagram); // it was good enough to complete an update
     bool bAny = m_pFollower->GetTypesReceived() != unTypesBefore;
     for (const stAddress& address : FindDifferences(*m_pBefore, *m_pImage))
     {
@@ -110,8 +118,7 @@ void CShadow::TakeRequests(const stDatagram& datagram)
     {
         return;
     }
-    UDP_PACKET_HEADER header;
-    std::memcpy(&header, datagram.bytes.data(), sizeof header);
+    const UDP_PACKET_HEADER header = ReadHeader(datagram);
     CPPCStreamReader reader(pBuffer, nSize);
     for (int nRecord = 0; reader.Next(); ++nRecord)
     {

@@ -80,7 +80,7 @@ private:
     std::vector<stClientChange> m_Requests;
     std::map<std::pair<int, int>, std::deque<stRequest>> m_Pending; // by type and number; not yet seen in an update
     stEndpoint m_MC;
-    std::uint32_t m_unUpdateId = 0;
-    std::int64_t m_nUpdateTime = 0; // of the last update's datagram, and when it was taken
+    std::uint32_t m_unUpdateId = 0; // of the last update that was applied, the time of its datagram, and when it was applied
+    std::int64_t m_nUpdateTime = 0;
     tSteadyClock::time_point m_TookUpdate = {};
 };
