@@ -2,8 +2,10 @@
 
 #include "Support/Bytes.h"
 #include "Support/DebugLog.h"
+#include "Support/Records.h"
 #include "Support/SystemCalls.h"
 #include "Support/TakeMemory.h"
+#include "Support/Updates.h"
 
 #include <gtest/gtest.h>
 
@@ -18,9 +20,11 @@
 using Support::Append;
 using Support::AppendArray;
 using Support::AppendBig;
-using Support::Datagram;
+using Support::Datagrams;
 using Support::Hex;
+using Support::Record;
 using Support::tBytes;
+using Support::Update;
 using Support::UpdateHeader;
 
 namespace
@@ -69,17 +73,6 @@ unsigned int EqualBlocks(CBMAContainer& first, CBMAContainer& second)
     return unEqual;
 }
 
-// The update as it travels.
-tBytes Update(const CBMAContainer& image, int nUpdateType)
-{
-    const auto pMessage = std::make_unique<CMCUpdateMsg>();
-    EXPECT_TRUE(BuildMCUpdate(image, static_cast<MCUpdateType>(nUpdateType), *pMessage));
-    tBytes bytes(static_cast<std::size_t>(pMessage->GetTotalSize()));
-    unsigned char* pBytes = bytes.data();
-    *pMessage >> &pBytes;
-    return bytes;
-}
-
 unsigned int Apply(const tBytes& update, CBMAContainer& image)
 {
     const auto pMessage = std::make_unique<CMCUpdateMsg>();
@@ -106,19 +99,6 @@ tBytes UpdateWithoutTheLastSwitches()
     AppendArray(update, tBytes(17337));
     AppendArray(update, tBytes(59424));
     return update;
-}
-
-tBytes Record(int nType, int nPathType, int nPath, int nParam, const tBytes& value, std::uint32_t unMarker = 1)
-{
-    tBytes bytes;
-    AppendBig(bytes, unMarker);
-    bytes.push_back(0);
-    for (const int nField : {nType, nPathType, nPath, nParam, static_cast<int>(value.size())})
-    {
-        AppendBig(bytes, static_cast<std::uint32_t>(nField));
-    }
-    Append(bytes, value);
-    return bytes;
 }
 
 // For one parameter of each message type, on a path type that has more than one path.
@@ -184,21 +164,6 @@ int CountGlobalFlags(const CBMAContainer& image)
             nCount += nFlag;
         });
     return nCount;
-}
-
-// The datagrams of a message, cut at 64,980 bytes.
-std::vector<tBytes> Datagrams(std::uint32_t unId, const tBytes& message)
-{
-    std::vector<tBytes> datagrams;
-    const std::size_t unTotal = (message.size() + 64979) / 64980;
-    for (std::size_t unNumber = 1; unNumber <= unTotal; ++unNumber)
-    {
-        const auto first = message.begin() + static_cast<std::ptrdiff_t>((unNumber - 1) * 64980);
-        const auto last = unNumber == unTotal ? message.end() : first + 64980;
-        datagrams.push_back(
-            Datagram(0, unId, static_cast<std::uint32_t>(unNumber), static_cast<std::uint32_t>(unTotal), tBytes(first, last)));
-    }
-    return datagrams;
 }
 
 void Receive(CImageFollower& follower, const tBytes& datagram)

@@ -5,6 +5,7 @@
 #include "RySocketIO/CSocketThread.h"
 #include "RySocketIO/StopEvent.h"
 #include "Support/Interruptions.h"
+#include "Support/Network.h"
 
 #include <gtest/gtest.h>
 
@@ -20,8 +21,6 @@
 #include <chrono>
 #include <climits>
 #include <condition_variable>
-#include <cstdlib>
-#include <fstream>
 #include <limits>
 #include <memory>
 #include <mutex>
@@ -37,6 +36,8 @@ namespace
 using RySocketIO::CIPString;
 using RySocketIO::CSocket;
 using RySocketIO::CSocketThread;
+using Support::KernelHas;
+using Support::MostReceiveBuffer;
 typedef std::vector<std::string> tTexts;
 
 // Events of another thread, in order.
@@ -100,22 +101,6 @@ public:
 bool SendText(CSocket& from, const CSocket& to, const std::string& strText)
 {
     return from.Send("127.0.0.1", to.GetLocalPort(), strText.data(), static_cast<long>(strText.size()));
-}
-
-bool KernelHas(int nLevel, int nOption, int nValue)
-{
-    const int nProbe = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
-    const bool bHas = setsockopt(nProbe, nLevel, nOption, &nValue, sizeof nValue) == 0;
-    close(nProbe);
-    return bHas;
-}
-
-// What the system grants to who asks for 4 MiB: twice as much, of which it keeps a half for itself.
-int MostReceiveBuffer()
-{
-    int nMost = 0;
-    std::ifstream("/proc/sys/net/core/rmem_max") >> nMost;
-    return 2 * std::min(nMost, 4 << 20);
 }
 
 TEST(Socket, AsksForFourMebibytes)
@@ -593,7 +578,7 @@ TEST(Socket, LosesNothingOfABurstThatItsBufferHoldsThoughTheReceiverIsStuck)
 // Two receivers on one port, each of a group of its own.
 TEST(Socket, HearsOnlyTheGroupThatItJoined)
 {
-    if (std::getenv("LOGICALCONTROLS_OWN_NETWORK") == nullptr)
+    if (!Support::IsOwnNetwork())
     {
         GTEST_SKIP() << "not in a network namespace of its own";
     }

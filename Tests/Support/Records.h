@@ -29,6 +29,20 @@ inline tBytes SerialisedRecord(std::uint32_t unType, std::uint32_t unClaimedLeng
     return bytes;
 }
 
+// A serialised record of this parameter.
+inline tBytes Record(int nType, int nPathType, int nPath, int nParam, const tBytes& value, std::uint32_t unMarker = 1)
+{
+    tBytes bytes;
+    AppendBig(bytes, unMarker);
+    bytes.push_back(0);
+    for (const int nField : {nType, nPathType, nPath, nParam, static_cast<int>(value.size())})
+    {
+        AppendBig(bytes, static_cast<std::uint32_t>(nField));
+    }
+    Append(bytes, value);
+    return bytes;
+}
+
 // A record for a flag writer: the value counts, the scope word says the opposite and is not to be looked at.
 inline stPPCWithSI FlagRecord(int nType, int nPathType, int nPath, int nParam, int nValue = 1)
 {

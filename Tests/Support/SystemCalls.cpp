@@ -6,6 +6,7 @@
 #include <pthread.h>
 #include <semaphore.h>
 #include <sys/socket.h>
+#include <time.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -23,6 +24,7 @@ thread_local int g_anAllowed[] = {c_nUnlimited, c_nUnlimited, c_nUnlimited, c_nU
 thread_local int g_anFailures[Support::CFailingCall::enCallCount] = {};
 thread_local const std::vector<Support::stFrame>* g_pFrames = nullptr;
 thread_local Support::CRedirectedFile* g_pRedirected = nullptr;
+thread_local Support::CSteadyTime* g_pTime = nullptr;
 thread_local std::size_t g_unLastMalloc = 0;
 
 static_assert(sizeof g_anAllowed / sizeof(int) == Support::CFailingCall::enCallCount, "one for each call");
@@ -89,6 +91,16 @@ CRedirectedFile::~CRedirectedFile()
     g_pRedirected = nullptr;
 }
 
+CSteadyTime::CSteadyTime() : m_Now(std::chrono::steady_clock::now())
+{
+    g_pTime = this;
+}
+
+CSteadyTime::~CSteadyTime()
+{
+    g_pTime = nullptr;
+}
+
 std::size_t LastMallocSize()
 {
     return g_unLastMalloc;
@@ -97,6 +109,14 @@ std::size_t LastMallocSize()
 } // namespace Support
 
 // The linker sends the library's calls here and keeps the real ones as __real_...
+std::chrono::steady_clock::time_point RealSteadyNow() __asm__("__real__ZNSt6chrono3_V212steady_clock3nowEv");
+std::chrono::steady_clock::time_point SteadyNow() __asm__("__wrap__ZNSt6chrono3_V212steady_clock3nowEv");
+
+std::chrono::steady_clock::time_point SteadyNow()
+{
+    return g_pTime != nullptr ? g_pTime->Now() : RealSteadyNow();
+}
+
 extern "C"
 {
 
@@ -111,6 +131,7 @@ extern "C"
     int __real_dladdr(const void*, Dl_info*);
     pid_t __real_getpid();
     int __real_open(const char*, int, ...);
+    int __real_nanosleep(const timespec*, timespec*);
 
     void* __wrap_malloc(std::size_t unSize)
     {
@@ -246,6 +267,16 @@ extern "C"
     pid_t __wrap_getpid()
     {
         return MayCall(Support::CFailingCall::enGetPid) ? __real_getpid() : -1;
+    }
+
+    int __wrap_nanosleep(const timespec* pTime, timespec* pLeft)
+    {
+        if (g_pTime == nullptr)
+        {
+            return __real_nanosleep(pTime, pLeft);
+        }
+        g_pTime->Pass(std::chrono::seconds(pTime->tv_sec) + std::chrono::nanoseconds(pTime->tv_nsec));
+        return 0;
     }
 
     int __wrap_open(const char* szFile, int nFlags, ...)

@@ -3,6 +3,7 @@
 
 #include <netinet/in.h>
 
+#include <chrono>
 #include <climits>
 #include <cstddef>
 #include <string>
@@ -96,6 +97,22 @@ public:
 
     std::string strTo;
     std::vector<std::string> asked; // the names that the library gave
+};
+
+// While one lives, the steady clock stands still on this thread but for what is made to pass; a sleep ends at once, when its time
+// has passed. One at a time.
+class CSteadyTime
+{
+public:
+    CSteadyTime();
+    ~CSteadyTime();
+
+    void Pass(std::chrono::nanoseconds time) { m_Now += time; }
+
+    std::chrono::steady_clock::time_point Now() const { return m_Now; }
+
+private:
+    std::chrono::steady_clock::time_point m_Now;
 };
 
 // The size that the library's last malloc on this thread asked for.

@@ -72,8 +72,7 @@ TEST(Address, AWrongOneSaysWhichCoordinateItIsAndTheNearest)
     EXPECT_EQ("address: path \"-1\" is out of range: MicInput has 0 to 143; the nearest is 0", ErrorOf("MicInput/-1/Fader/0"));
     EXPECT_EQ("address: parameter \"99999999999\" is out of range: MicInput/Fader has 0 to 1; the nearest is 1",
               ErrorOf("MicInput/3/Fader/99999999999"));
-    EXPECT_EQ("address: \"Level\" is no name of a parameter; the nearest is Fader",
-              ErrorOf("MicInput/3/Level"));
+    EXPECT_EQ("address: \"Level\" is no name of a parameter; the nearest is Fader", ErrorOf("MicInput/3/Level"));
     EXPECT_NE(std::string::npos, ErrorOf(std::string(100000, 'x') + "/3/Fader/0").find("is no parameter group; the nearest is "));
 }
 

@@ -1,45 +1,16 @@
 #include "Network/Capture.h"
 
+#include "Support/Bytes.h"
+#include "Support/ScratchFile.h"
+
 #include <gtest/gtest.h>
-
-#include <cstdio>
-#include <filesystem>
-#include <fstream>
-
-#include <unistd.h>
 
 namespace
 {
 
-typedef std::vector<unsigned char> tBytes;
-
-// A file of the test's own, gone when the test ends.
-class CScratchFile
-{
-public:
-    CScratchFile() : m_strName((std::filesystem::temp_directory_path() / ("capture." + std::to_string(getpid()))).string())
-    {
-        std::remove(m_strName.c_str());
-    }
-    ~CScratchFile() { std::remove(m_strName.c_str()); }
-
-    const std::string& Name() const { return m_strName; }
-
-    void Write(const tBytes& bytes) const
-    {
-        std::ofstream(m_strName, std::ios::binary)
-            .write(reinterpret_cast<const char*>(bytes.data()), static_cast<long>(bytes.size()));
-    }
-
-    tBytes Read() const
-    {
-        std::ifstream file(m_strName, std::ios::binary);
-        return tBytes(std::istreambuf_iterator<char>(file), {});
-    }
-
-private:
-    const std::string m_strName;
-};
+using Support::Append;
+using Support::CScratchFile;
+using Support::tBytes;
 
 const stEndpoint c_MC = {0x0a000001, 40000};
 const stEndpoint c_Group = {0xe100002e, 7060};
@@ -52,6 +23,7 @@ stDatagram MakeDatagram(std::int64_t nTime, const std::string& strText)
 struct stRead
 {
     std::string strError;
+    stTrafficLoss loss;
     std::vector<std::string> texts;
     bool bEnd = false;
     stCaptureEnd end;
@@ -68,14 +40,10 @@ stRead ReadAll(const CScratchFile& file)
         read.texts.emplace_back(datagram.bytes.begin(), datagram.bytes.end());
     }
     read.strError += capture.GetError();
+    read.loss = capture.GetLoss();
     read.bEnd = capture.GetEnd() != nullptr;
     read.end = read.bEnd ? *capture.GetEnd() : stCaptureEnd();
     return read;
-}
-
-void Append(tBytes& bytes, const tBytes& more)
-{
-    bytes.insert(bytes.end(), more.begin(), more.end());
 }
 
 // A capture of big-endian numbers, on a link of this type.
@@ -144,6 +112,25 @@ TEST(Capture, WhatWasWrittenIsReadWithItsTimesAndAddresses)
     EXPECT_EQ(nullptr, capture.GetEnd());
 }
 
+// As the usual packet tools take it.
+TEST(Capture, WhatIsWrittenIsAPacketWithAGoodHeaderSum)
+{
+    const CScratchFile file;
+    CCaptureWriter writer;
+    ASSERT_EQ("", writer.Open(file.Name()));
+    EXPECT_EQ("", writer.Write(MakeDatagram(1, "abc")));
+    EXPECT_EQ("", writer.Write({2, {0xfffefdfc, 65535}, {0xe0ffffff, 65535}, tBytes(65507, 0xff)}));
+    EXPECT_EQ("", writer.Flush());
+    const tBytes written = file.Read();
+    constexpr std::ptrdiff_t c_nFirst = 24 + 16;
+    constexpr std::ptrdiff_t c_nSecond = c_nFirst + 28 + 3 + 16;
+    ASSERT_EQ(c_nSecond + 65535u, written.size());
+    EXPECT_EQ(Support::Hex("45 00 001f 0000 0000 01 11 ce9f 0a000001 e100002e 9c40 1b94 000b 0000 616263"),
+              tBytes(written.begin() + c_nFirst, written.begin() + c_nFirst + 31));
+    EXPECT_EQ(Support::Hex("45 00 ffff 0000 0000 01 11 daf2 fffefdfc e0ffffff ffff ffff ffeb 0000 ff"),
+              tBytes(written.begin() + c_nSecond, written.begin() + c_nSecond + 29));
+}
+
 TEST(Capture, TheEndOfARecordingIsToldAndNoDatagram)
 {
     const CScratchFile file;
@@ -159,6 +146,8 @@ TEST(Capture, TheEndOfARecordingIsToldAndNoDatagram)
     ASSERT_TRUE(read.bEnd);
     EXPECT_EQ(1, read.end.lDatagrams);
     EXPECT_EQ(7u, read.end.unDropped);
+    EXPECT_EQ(7u, read.loss.unKernel);
+    EXPECT_EQ(0u, read.loss.unSize);
     EXPECT_EQ(0xffffffff, read.end.aunCheckWords[6]);
 }
 
@@ -252,7 +241,9 @@ TEST(Capture, MassesThatAreNeverWholeKeepNothingElseOut)
     packets.push_back(Packet(0x20, 0, c_UDPHeaderOfThree));
     packets.push_back(Packet(0, 1, {'a', 'b', 'c'}));
     file.Write(BigEndianCapture(12, packets));
-    EXPECT_EQ(std::vector<std::string>({"abc"}), ReadAll(file).texts);
+    const stRead read = ReadAll(file);
+    EXPECT_EQ(std::vector<std::string>({"abc"}), read.texts);
+    EXPECT_EQ(37u, read.loss.unSize); // 64 at a time are waited for
 }
 
 TEST(Capture, FramesOfEachKindOfLinkAreReadAndWhatIsNoIPIsPassedOver)
@@ -293,11 +284,29 @@ TEST(Capture, LengthsThatLieAreNotBelieved)
         packet[unPlace] = 0xff;
         file.Write(BigEndianCapture(12, {packet, Whole()}));
         EXPECT_EQ(std::vector<std::string>({"abc"}), ReadAll(file).texts) << unPlace;
+        EXPECT_EQ(unPlace == 3 ? 0u : 1u, ReadAll(file).loss.unSize) << unPlace;
     }
     tBytes packet = Whole();
     packet[0] = 0x4f; // a header longer than the packet
     file.Write(BigEndianCapture(12, {packet}));
     EXPECT_EQ(std::vector<std::string>(), ReadAll(file).texts);
+}
+
+TEST(Capture, PacketsThatWereCutShortAreCounted)
+{
+    const CScratchFile file;
+    for (std::size_t unLeft = 0; unLeft <= Whole().size(); ++unLeft)
+    {
+        const tBytes whole = Whole();
+        tBytes capture = BigEndianCapture(12, {tBytes(whole.begin(), whole.begin() + static_cast<std::ptrdiff_t>(unLeft)), whole});
+        capture[24 + 15] = static_cast<unsigned char>(whole.size()); // what there was of the first on the network
+        file.Write(capture);
+        const stRead read = ReadAll(file);
+        const bool bCut = unLeft < whole.size();
+        EXPECT_EQ(std::vector<std::string>(bCut ? 1 : 2, "abc"), read.texts) << unLeft;
+        EXPECT_EQ(bCut ? 1u : 0u, read.loss.unSize) << unLeft;
+        EXPECT_EQ(0u, read.loss.unKernel) << unLeft;
+    }
 }
 
 TEST(Capture, WhatIsNoCaptureIsRefused)
