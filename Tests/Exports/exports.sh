@@ -1,9 +1,13 @@
 #!/usr/bin/env bash
-# What the shared library exports is what exported_symbols.txt lists: nothing has gone, nothing has crept in.
-#   exports.sh LIBRARY [--update]      with --update the list is made anew, to be read before it is committed
+# What the shared library exports is what exported_symbols.txt lists: nothing has gone, nothing has crept in. And what programs were
+# compiled with, sizes, offsets and numbers, is as abi.xml has it: where that changes, LOGICALCONTROLS_ABI counts up.
+#   exports.sh LIBRARY [--update]      with --update both are made anew, to be read before they are committed
 # The array family is one line whatever it is instantiated for: that all of its instances are there ExportsTest.cpp proves.
 set -u
-list=$(dirname "$0")/exported_symbols.txt
+here=$(cd "$(dirname "$0")" && pwd)
+list=$here/exported_symbols.txt
+abi=(--suppressions "$here/abi.suppressions" --exported-interfaces-only --drop-private-types)
+headers=$here/../../Source/Common
 
 exported()
 {
@@ -13,10 +17,17 @@ exported()
 
 if [ "${2-}" = --update ]; then
     exported "$1" >"$list"
+    abidw "${abi[@]}" --headers-dir "$headers" --no-show-locs --no-corpus-path --no-comp-dir-path --no-parameter-names \
+        --type-id-style hash --no-elf-needed --drop-undefined-syms "$1" | sed "s#$(cd "$here/../.." && pwd)/##g" >"$here/abi.xml"
     exit
 fi
 if ! difference=$(diff "$list" <(exported "$1")); then
     echo "FAILED: the exports differ from the list (<: gone, >: new):"
+    echo "$difference"
+    exit 1
+fi
+if ! difference=$(abidiff "${abi[@]}" --headers-dir2 "$headers" "$here/abi.xml" "$1"); then
+    echo "FAILED: programs that are compiled would find another library:"
     echo "$difference"
     exit 1
 fi
