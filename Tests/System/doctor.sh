@@ -130,7 +130,7 @@ refuse()
     contains "$1"
 }
 refuse "Value 0 not in range 0.01 to 60" --timeout 0
-refuse "xml is none of text, json, csv" --format xml
+refuse '"xml" is none of text, json, csv' --format xml
 refuse 'there is no "v7" here; there are lo (127.0.0.1)' --interface v7
 
 # Who else is there.

@@ -11,20 +11,25 @@ shift
 program=("$@")
 
 # Of a command, in the words of its help.
-help() { "${program[@]}" "$@" --help | awk '/^[^ ]/ { together = /^\[Option Group/ } together { sub(/^  /, "") } 1'; }
-subcommands() { help "$@" | awk '/^[^ ]/ { on = /^Subcommands:/; next } on && NF { print $1 }'; }
-options() { help "$@" | awk '/^  -/ { gsub(",", " ", $1); print $1 }'; }
+help() { "${program[@]}" "$@" --help; }
+subcommands() { help "$@" | awk '/^[^ ]/ { on = /^Subcommands:/; next } on && /^  [^ ]/ { print $1 }'; }
+options() { described "$@" | awk -F '\t' '/^-/ { gsub(", ", "\n", $1); print $1 }'; }
 
-# Its options and arguments, as "-h, --help<tab>description". After a long name the description is on the next line.
+# Its options and arguments, as "-h, --help<tab>beginning of the description". After a long name that is in the next line.
 described()
 {
     help "$@" | awk '
-        /^[^ ]/ { positionals = /^Positionals:/ }
-        function end() { if (name != "") print name "\t" text; name = "" }
-        /^                                  / { text = substr($0, 35) }
-        /^  -/ || (positionals && /^  [^ ]/) { end(); name = $1; gsub(",", ", ", name); text = substr($0, 35); next }
-        { end() }
-        END { end() }'
+        /^[^ ]/ { on = /^(Options|Arguments):/; next }
+        { line = $0; sub(/^ +/, "", line) }
+        on && /^(  [^ ]|      -)/ {
+            name = line
+            sub(/  .*/, "", name)
+            line = substr(line, length(name) + 1)
+            sub(/^ +/, "", line)
+            if (name ~ /^-/) sub(/ [^-].*/, "", name) # its value
+            wanted = 1
+        }
+        wanted && line != "" { print name "\t" line; wanted = 0 }'
 }
 
 # What can be run: "mc", "show save", and "manual", which is on no list.
@@ -58,7 +63,7 @@ refuse()
     contains "$1"
 }
 refuse "WHAT is required"
-refuse "html is none of man, bash, zsh" html
+refuse '"html" is none of bash, man, zsh' html
 expect 1 "no folder" "${program[@]}" manual man "$work/none"
 contains "$work/none/consolectl-diagnostics.1: No such file or directory"
 expect 1 "nowhere to print to" sh -c 'exec "$@" >/dev/full' sh "${program[@]}" manual man
@@ -95,7 +100,7 @@ grep -qF '\fBconsolectl show save\fR [\fIOPTION\fR]... \fIFILE\fR \fINAME\fR' "$
 grep -qF "consolectl set MicInput/12/Fader/0 \\-6.5 MicInput/12/String/1 \\(aqLead Vocal\\(aq" "$work/man1/consolectl-set.1" ||
     fail "the example of set"
 grep -qF "(not with \\-\\-at, \\-\\-silent)" "$work/man1/consolectl-replay.1" || fail "what --loop does not go with"
-grep -qF "(in [1 \\- 65535], default 7060)" "$work/man1/consolectl-mc.1" || fail "limits and default of a port"
+grep -qF "(1 to 65535, default 7060)" "$work/man1/consolectl-mc.1" || fail "limits and default of a port"
 for status in 0 1 2 27; do
     grep -qx "$status" "$work/man1/consolectl-get.1" || fail "exit status $status is not on the page"
 done
@@ -136,7 +141,7 @@ while read -ra command; do
     below=$(subcommands "${command[@]}" | xargs)
     [ -z "$below" ] || completes "$below" "${command[@]}" ""
     # Where there is a --format, the words of its type.
-    format=$(help "${command[@]}" | sed -n 's/^  --format \([a-z|]*\).*/\1/p')
+    format=$(help "${command[@]}" | sed -n 's/^ *--format \([a-z|]*\).*/\1/p')
     [ -z "$format" ] || completes "${format//|/ }" "${command[@]}" --format ""
 done < <(commands)
 completes "--help" --h
@@ -152,7 +157,7 @@ completes "-o default" mc --save ""
 completes "-o default" mc --save = im
 completes "on off" show scope --recall ""
 completes "off" show scope --store ""
-completes "man bash zsh" manual ""
+completes "bash man zsh" manual ""
 completes "bash" manual b
 completes "" manual bash ""
 completes "" mc --port ""

@@ -31,14 +31,13 @@ std::vector<std::string> ValuesOf(const stArgument& argument)
             return {c_Values.at(strName)};
         }
     }
-    const bool bChoice = argument.strValue.find('|') != std::string::npos;
     for (const std::string& strPart : CLI::detail::split(argument.strValue, '|'))
     {
         if (c_Values.count(strPart) != 0)
         {
             values.push_back(c_Values.at(strPart));
         }
-        else if (bChoice && !HasCapital(strPart))
+        else if (!strPart.empty() && !HasCapital(strPart))
         {
             values.push_back(strPart);
         }
