@@ -57,6 +57,17 @@ wait $follow || fail "follow: $(cat "$work/follow.log")"
 query='[.[-1] | .String_age, .Rotary_age, .Switch_age, .Integer_age, .Fader_age, .Other_age, .Meter_age] | all(. >= 1 and . < 10)'
 jq -es "$query" "$work/follow.json" >/dev/null || fail "ages after a second's silence: $(tail -n 1 "$work/follow.json")"
 expect 0 "the client's image" "$@" verify "$recording" "$work/client"
+cp "$recording" "$work/kept.pcap"
+expect 1 "onto itself" "$@" replay "$work/kept.pcap" --silent --at 500 --save "$work/kept.pcap"
+contains "the recording ends before: this is how it was at its end"
+contains "kept.pcap is the recording: nothing is saved"
+cmp "$recording" "$work/kept.pcap" || fail "the recording is another one"
+expect 1 "not whole" "$@" replay "$recording" --silent --at 0 --save "$work/never"
+contains "the image is not whole: nothing is saved"
+[ ! -e "$work/never" ] || fail "it was saved"
+head -c 30 "$recording" >"$work/cut.pcap"
+expect 1 "the head alone" "$@" replay "$work/cut.pcap" --silent
+contains "cut.pcap was broken off"
 expect 1 "to another group" "$@" replay "$recording" --silent --group 239.1.2.3
 contains "none of its datagrams went to 239.1.2.3:7060"
 # In a loop until it is stopped; the updates of the second round are newer than those of the first.

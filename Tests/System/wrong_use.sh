@@ -94,6 +94,14 @@ refuse "--seed: Value 4294967296 not in range 0 to 4294967295" mc --seed 4294967
 refuse "--seed: Value -1 not in range" mc --seed -1
 refuse "--id: Value 2147483648 not in range" diagnostics send --print --id 2147483648
 refuse "--period: \"1s\" is no number" diagnostics send --print --period 1s
+refuse "--count: Value 99999999999999999999 not in range 0 to 1000000000" watch 'MicInput/*/Fader' --count 99999999999999999999
+refuse '--port: "-" is no whole number' mc --port -
+refuse '"[]" is no address' params '[]'
+refuse '"[MicInput/0/Fader,MicInput/1/Fader]" is no address' params '[MicInput/0/Fader,MicInput/1/Fader]'
+refuse "--save: no file is named" mc --save ''
+refuse "FILE: no file is named" replay ''
+refuse "direct was given a disallowed flag override" set MicInput/0/Fader 1 --direct=false
+refuse '"x" is no subcommand' diagnostics x
 refuse '"--forms" is no option' watch --forms
 refuse '"--forms" is no option' show recall x --forms
 refuse '"c" is too much' verify a b c

@@ -32,9 +32,14 @@ std::string UnknownWord(const CLI::App& app, const CLI::ParseError& error)
     {
         return "";
     }
-    const bool bInSubcommand = !app.get_subcommands().empty();
-    return "\"" + words[0] + "\" is " +
-           (!bInSubcommand       ? "no subcommand, and no option"
+    const CLI::App* pCommand = &app; // that the words came to
+    while (!pCommand->get_subcommands().empty())
+    {
+        pCommand = pCommand->get_subcommands().back();
+    }
+    const bool bGroup = !pCommand->get_subcommands({}).empty();
+    return "\"" + CCommand::Unshielded(words[0]) + "\" is " +
+           (bGroup               ? "no subcommand, and no option"
             : words[0][0] == '-' ? "no option"
                                  : "too much");
 }
@@ -85,7 +90,7 @@ int Run(int nArguments, char** ppArguments)
     AddManual(console);
     try
     {
-        app.parse(nArguments, ppArguments);
+        app.parse(CCommand::Shielded(nArguments, ppArguments));
     }
     catch (const CLI::Success& success)
     {

@@ -270,11 +270,11 @@ std::string CShowFile::List(std::vector<stShowEntry>& entries)
 std::string CShowFile::Check(bool bMayBeNew)
 {
     CStatement header(m_pDatabase.get(), "SELECT application_id, user_version FROM pragma_application_id, pragma_user_version");
-    CStatement layout(m_pDatabase.get(), "SELECT sql FROM sqlite_schema WHERE sql IS NOT NULL ORDER BY rowid");
     if (!header.Step())
     {
         return Error();
     }
+    CStatement layout(m_pDatabase.get(), "SELECT sql FROM sqlite_schema WHERE sql IS NOT NULL ORDER BY rowid");
     std::vector<std::string> tables;
     while (layout.Step())
     {

@@ -132,9 +132,8 @@ int LoadNamedImage(const std::string& strSource, const stClientOptions& client, 
     const std::size_t unAt = strSource.rfind('@');
     if (!IsFile(strSource) && unAt != std::string::npos && IsCapture(strSource.substr(0, unAt)))
     {
-        char* pEnd = nullptr;
-        const double dAt = std::strtod(strSource.c_str() + unAt + 1, &pEnd);
-        if (*pEnd != '\0' || pEnd == strSource.c_str() + unAt + 1 || !(dAt >= 0))
+        double dAt = 0;
+        if (!ParseNumber(strSource.substr(unAt + 1), dAt) || dAt < 0)
         {
             throw stWrongUse(strSource, "\"" + strSource.substr(unAt + 1) + "\" is no number of seconds");
         }

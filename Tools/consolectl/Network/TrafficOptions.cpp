@@ -6,9 +6,7 @@
 void AddTrafficOptions(CCommand& command, stTrafficOptions& options)
 {
     AddLinkOptions(command, options.link);
-    command.Option("--capture", options.strCapture, "Take the datagrams from this capture file, not from the network")
-        .Check([](const std::string& strFile) { return std::string(strFile.empty() ? "no file is named" : ""); })
-        .Type("FILE");
+    command.Option("--capture", options.strCapture, "Take the datagrams from this capture file, not from the network").File();
 }
 
 std::unique_ptr<CTraffic> OpenTraffic(const stTrafficOptions& options)

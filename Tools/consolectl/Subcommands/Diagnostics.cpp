@@ -1,4 +1,5 @@
 // consolectl diagnostics: reports of devices' health, sent, listened to, validated and shown.
+#include "Network/Interface.h"
 #include "Network/Options.h"
 #include "Network/Report.h"
 #include "Network/ReportListener.h"
@@ -60,6 +61,9 @@ int Send(const stSendOptions& options)
     {
         return Fail("the network can't be had");
     }
+    Line("reports to %s", LinkText(options.link).c_str());
+    int nError = 0;
+    const std::string strSender = RouteTo(options.link.strGroup, nError);
     const tSteadyClock::time_point start = tSteadyClock::now();
     for (int nSent = 0; nSent < options.nCount; ++nSent)
     {
@@ -78,6 +82,7 @@ int Send(const stSendOptions& options)
                            options.link.strGroup.c_str(), options.link.unPort,
                            Grouped(static_cast<long>(strReport.size())).c_str()),
                     {{"time", CCell::Time(TimeNow())},
+                     {"sender", strSender},
                      {"device", options.strDevice},
                      {"id", options.nId},
                      {"bytes", static_cast<long>(strReport.size())}});
@@ -201,7 +206,7 @@ void AddReportGroup(CCommand& command, stMulticastLink& link)
 
 void AddSchemaOption(CCommand& command, std::string& strSchema)
 {
-    command.Option("--schema", strSchema, "Schema file to validate against").Type("FILE");
+    command.Option("--schema", strSchema, "Schema file to validate against").File();
 }
 
 } // namespace
@@ -234,13 +239,13 @@ void AddDiagnostics(CCommand& console)
 
     const auto pFile = std::make_shared<stFileOptions>();
     CCommand validate = diagnostics.Add("validate", "Hold a report in a file against the schema, and say where it fails");
-    validate.Option("FILE", pFile->strFile, "The report").Required();
+    validate.Option("FILE", pFile->strFile, "The report").File().Required();
     AddSchemaOption(validate, pFile->strSchema);
     AddFormatOption(validate);
     validate.Runs([pFile] { return Validate(*pFile); });
 
     CCommand show = diagnostics.Add("show", "Show a report in a file as a table");
-    show.Option("FILE", pFile->strFile, "The report").Required();
+    show.Option("FILE", pFile->strFile, "The report").File().Required();
     AddFormatOption(show);
     show.Runs([pFile] { return Show(*pFile); });
 

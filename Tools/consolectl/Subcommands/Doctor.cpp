@@ -106,12 +106,18 @@ void Add(stDiagnosis& diagnosis, const char* szCheck, const stFinding& finding)
 int Doctor(const stOptions& options)
 {
     const stExamined examined(options.link, options.strSchema, options.dTimeout);
-    CTable table({{"verdict", 8}, {"check", 10}, {"subject", 16}, {"finding", 40}, {"command", 0}});
+    CTable table({{"verdict", 8}, {"check", 10}, {"subject", 16}, {"finding", 38}, {"command", 0}});
     table.PrintHead();
     stDiagnosis diagnosis;
     for (const auto& check : c_aChecks)
     {
-        for (const stFinding& finding : check.pRun(examined))
+        const std::vector<stFinding> findings = check.pRun(examined);
+        if (StopRequested())
+        {
+            Line("stopped at the check of %s: %d findings before it", check.szName, diagnosis.nAmiss);
+            return diagnosis.enWorst == enVerdictFailed ? enExitFailed : enExitDone;
+        }
+        for (const stFinding& finding : findings)
         {
             Print(table, check.szName, finding);
             Add(diagnosis, check.szName, finding);
@@ -141,5 +147,5 @@ void AddDoctor(CCommand& console)
     AddFormatOption(command);
     command.Footer("consolectl doctor --interface eth0\n"
                    "consolectl doctor --format json");
-    command.Runs([pOptions] { return Doctor(*pOptions); });
+    command.RunsUntilStopped([pOptions] { return Doctor(*pOptions); });
 }

@@ -290,7 +290,7 @@ void AddFollow(CCommand& console)
         .Type("ADDRESS=VALUE")
         .Repeated();
     command.Option("--count", pOptions->limits.nCount, "Stop after so many updates; 0: at Ctrl-C").Within(0, 1000000000);
-    command.Option("--save", pOptions->strSave, "Write the image to this file at the end").Type("FILE");
+    command.Option("--save", pOptions->strSave, "Write the image to this file at the end").File();
     AddFormatOption(command);
     command.Flag("--statistics", pOptions->bStatistics, "At the end, say what came and what became of it");
     command.RunsUntilStopped([pOptions] { return std::make_unique<CFollow>(*pOptions)->Run(); });

@@ -31,18 +31,24 @@ int Get(const stOptions& options)
         return nStatus;
     }
     CShortTable table(options.nCount, {{"time", 12}, {"sender", 15, true}, {"address", 26}, {"name", 18}, {"value", 12}});
+    long lLacking = 0;
     const CCell time = CCell::Time(named.nTime);
     for (const stPattern& pattern : patterns)
     {
         ForEachParameter(pattern,
                          [&](const stAddress& address)
                          {
+                             lLacking += named.Holds(address) ? 0 : 1;
                              if (named.Holds(address))
                              {
                                  table.Print({time, named.strSender, AddressText(address), NameText(*named.pImage, address),
                                               ValueCell(address, ReadValue(*named.pImage, address))});
                              }
                          });
+    }
+    if (lLacking > 0)
+    {
+        Line("%s parameters are not in %s", Grouped(lLacking).c_str(), Printable(options.strSource).c_str());
     }
     return enExitDone;
 }

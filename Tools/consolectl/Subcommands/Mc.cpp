@@ -267,6 +267,6 @@ void AddMc(CCommand& console)
     AddFaultOptions(command, pOptions->faults);
     AddLimitOptions(command, pOptions->limits, "changes of clients");
     AddFormatOption(command);
-    command.Option("--save", pOptions->strSave, "Write the image to this file at the end").Type("FILE");
+    command.Option("--save", pOptions->strSave, "Write the image to this file at the end").File();
     command.RunsUntilStopped([pOptions] { return std::make_unique<CSimulatedMC>(*pOptions)->Run(); });
 }

@@ -81,7 +81,7 @@ void AddRecord(CCommand& console)
     AddLinkOptions(command, pOptions->traffic.link);
     AddLimitOptions(command, pOptions->limits, "datagrams");
     AddFormatOption(command);
-    command.Option("FILE", pOptions->strFile, "The capture file, which must not be there yet").Required();
+    command.Option("FILE", pOptions->strFile, "The capture file, which must not be there yet").File().Required();
     command.Footer("consolectl record --timeout 10 FILE.pcap\n"
                    "A recording ends with the check words of the image that it leads to. One that was broken off lacks them.");
     command.RunsUntilStopped([pOptions] { return Record(*pOptions); });

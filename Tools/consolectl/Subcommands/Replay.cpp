@@ -7,6 +7,7 @@
 #include "Terminal/Output.h"
 
 #include <cstring>
+#include <filesystem>
 #include <memory>
 
 namespace
@@ -42,6 +43,7 @@ private:
     bool PlayOnce(CCaptureFile& capture);
     bool WaitFor(std::int64_t nTime);
     bool Send(stDatagram& datagram);
+    std::string Save();
     int Judge(const CCaptureFile& capture);
 
     const stOptions& m_Options;
@@ -121,7 +123,25 @@ bool CReplay::PlayOnce(CCaptureFile& capture)
             return false;
         }
     }
+    if (m_Options.dAt >= 0)
+    {
+        Line("the recording ends before: this is how it was at its end");
+    }
     return true;
+}
+
+// What isn't whole takes no file's place, and nothing takes the recording's.
+std::string CReplay::Save()
+{
+    std::error_code error;
+    if (m_Options.strSave.empty())
+    {
+        return "";
+    }
+    return !m_pShadow->IsWhole() ? "the image is not whole: nothing is saved"
+           : std::filesystem::equivalent(m_Options.strSave, m_Options.strFile, error)
+               ? m_Options.strSave + " is the recording: nothing is saved"
+               : SaveImage(m_pShadow->Image(), m_Options.strSave);
 }
 
 // Whether it got where the recording did.
@@ -139,15 +159,16 @@ int CReplay::Judge(const CCaptureFile& capture)
                  {"sent", m_lSent},
                  {"image", szImage},
                  {"check_word", strCheckWord}});
-    const std::string strError = m_Options.strSave.empty() ? std::string() : SaveImage(image, m_Options.strSave);
+    if (m_lUpdates == 0)
+    {
+        return Fail(capture.GetError().empty() ? "none of its datagrams went to " + m_Updates.Text() +
+                                                     ": --group and --port say where the recorded updates went"
+                                               : m_Options.strFile + " was broken off: " + capture.GetError());
+    }
+    const std::string strError = Save();
     if (!strError.empty())
     {
         return Fail(strError);
-    }
-    if (m_lUpdates == 0)
-    {
-        return Fail("none of its datagrams went to " + m_Updates.Text() +
-                    ": --group and --port say where the recorded updates went");
     }
     if (StopRequested() || m_Options.dAt >= 0)
     {
@@ -209,14 +230,14 @@ void AddReplay(CCommand& console)
     CCommand command =
         console.Add("replay", "Send a recording's updates again, and prove that they lead to the image that the recording led to");
     AddLinkOptions(command, pOptions->link);
-    command.Option("FILE", pOptions->strFile, "The capture file").Required();
+    command.Option("FILE", pOptions->strFile, "The capture file").File().Required();
     command.Option("--speed", pOptions->dSpeed, "So many times as fast; 0: as fast as it goes").Within(0, 1000);
     const COption loop = command.Flag("--loop", pOptions->bLoop, "Again and again, until Ctrl-C");
     command.Option("--at", pOptions->dAt, "Stop at so many seconds after the first datagram: the image as it was then")
         .Within(0, 1e9)
         .Default("")
         .Excludes(loop);
-    command.Option("--save", pOptions->strSave, "Write the image to this file at the end").Type("FILE");
+    command.Option("--save", pOptions->strSave, "Write the image to this file at the end").File();
     command.Flag("--changes", pOptions->bChanges, "Send the clients' changes, too: an MC will take them");
     command.Flag("--silent", pOptions->bSilent, "Send nothing: only see what image it leads to").Excludes(loop);
     AddFormatOption(command);

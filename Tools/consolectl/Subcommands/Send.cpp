@@ -120,6 +120,7 @@ int Send(const stOptions& options)
         throw stWrongUse("send", "it takes an ADDRESS or a --script, one of them");
     }
     const std::vector<stTimedChange> changes = options.strScript.empty() ? MakeRamp(options) : ReadScript(options.strScript);
+    CatchStopSignals(); // not before: a script may come from a pipe, which is waited for
     const auto pHandler = std::make_unique<CClientMsgHandler>(false);
     pHandler->SetRemoteAddress(c_szPPCGroup, 0, int(c_unPPCPort));
     if (!pHandler->InitialiseClient(0, nullptr, nullptr, options.link.strInterface.c_str()) && pHandler->GetLocalPort() == 0)
@@ -192,10 +193,10 @@ void AddSend(CCommand& console)
     command
         .Option("--timeout", pOptions->dTimeout, "Stop after so many seconds, with exit status 27 when not all was sent; 0: never")
         .Within(0, 86400);
-    command.Option("--script", pOptions->strScript, "Send what this file says: SECONDS ADDRESS VALUE a line").Type("FILE");
+    command.Option("--script", pOptions->strScript, "Send what this file says: SECONDS ADDRESS VALUE a line").File();
     command.Option("ADDRESS", pOptions->strAddress, "The parameters that take the ramp's steps in turn");
     command.Footer("consolectl send MicInput/12/Fader --from -60 --to 0 --count 100 --rate 50\n"
                    "consolectl send 'MicInput/*/Rotary/*' --to 0.5 --rate 0\n"
                    "printf '0 MicInput/0/Name Lead Vocal\\n0.5 MicInput/0/Fader -6.5\\n' >SCRIPT; consolectl send --script SCRIPT");
-    command.RunsUntilStopped([pOptions] { return Send(*pOptions); });
+    command.Runs([pOptions] { return Send(*pOptions); });
 }

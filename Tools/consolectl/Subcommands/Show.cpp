@@ -21,7 +21,7 @@ void SetShowFlags(CBMAContainer& image, const stPattern& pattern, int nFlag)
 
 std::string CheckName(const std::string& strName)
 {
-    const bool bGood = !strName.empty() && strName.size() <= 64 && Printable(strName) == strName;
+    const bool bGood = !strName.empty() && Width(strName) <= 64 && Printable(strName) == strName;
     return bGood ? std::string() : "a show's name has 1 to 64 characters that can be printed";
 }
 
@@ -197,7 +197,7 @@ void AddShow(CCommand& console)
     const auto add = [&](const char* szName, const char* szWhat, bool bNamed, bool bLinked, int (*pRun)(const stShowOptions&))
     {
         CCommand command = show.Add(szName, szWhat);
-        command.Option("FILE", pOptions->strFile, "The file of shows").Required();
+        command.Option("FILE", pOptions->strFile, "The file of shows").File().Required();
         if (bNamed)
         {
             command.Option("NAME", pOptions->strName, "The show's name").Required().Check(CheckName);

@@ -97,7 +97,9 @@ int CWhy::Run()
         return enExitFailed;
     }
     Line("%s: what a client sets with the simple sender is %s", AddressText(m_Address).c_str(),
-         m_bFiltered ? "not sent: fixed filter list" : "sent");
+         m_Address.enType == enMeter ? "not sent: meters are set by the MC alone"
+         : m_bFiltered               ? "not sent: fixed filter list"
+                                     : "sent");
     m_Table.PrintHead();
     TakeAll(*pTraffic, m_Options.limits, m_lWrites, [this](stDatagram& datagram) { Take(datagram); });
     const bool bKnown = (m_Shadow.Follower().GetTypesReceived() & 1u << m_Address.enType) != 0;

@@ -5,10 +5,13 @@
 #include <CLI/CLI.hpp>
 
 #include <algorithm>
+#include <cmath>
 #include <limits>
 
 namespace
 {
+
+constexpr char c_cShield = '\x01';
 
 std::string NumberText(double dNumber)
 {
@@ -20,12 +23,17 @@ std::string OutOfRange(const std::string& strText, double dLow, double dHigh)
     return "Value " + strText + " not in range " + NumberText(dLow) + " to " + NumberText(dHigh);
 }
 
-// What ReadNumber can't read is told before it is asked to.
+// What is no number has been told before. One that the type can't take is outside its range, whatever the option's own.
 template <class Number>
-Number ReadNumber(const std::string& strText)
+Number ReadNumber(const std::string& strName, const std::string& strText)
 {
+    typedef std::numeric_limits<Number> tLimits;
     Number value = 0;
-    ParseNumber(strText, value);
+    if (!ParseNumber(strText, value))
+    {
+        throw CLI::ValidationError(
+            strName, OutOfRange(strText, static_cast<double>(tLimits::lowest()), static_cast<double>(tLimits::max())));
+    }
     return value;
 }
 
@@ -37,10 +45,10 @@ std::string CheckNumber(const std::string& strText)
     {
         return "";
     }
-    typedef std::numeric_limits<Number> tLimits;
-    const bool bDigits = !strText.empty() && strText.find_first_not_of("0123456789", strText[0] == '-') == std::string::npos;
-    return tLimits::is_integer && bDigits ? OutOfRange(strText, tLimits::min(), tLimits::max())
-                                          : "\"" + strText + "\" is no " + (tLimits::is_integer ? "whole " : "") + "number";
+    constexpr bool c_bWhole = std::numeric_limits<Number>::is_integer;
+    const std::string strDigits = strText.substr(strText.compare(0, 1, "-") == 0 ? 1 : 0);
+    const bool bDigits = !strDigits.empty() && strDigits.find_first_not_of("0123456789") == std::string::npos;
+    return c_bWhole && bDigits ? "" : "\"" + strText + "\" is no " + (c_bWhole ? "whole " : "") + "number";
 }
 
 } // namespace
@@ -49,6 +57,11 @@ COption COption::Type(const std::string& strName)
 {
     m_pOption->type_name(strName);
     return *this;
+}
+
+COption COption::File()
+{
+    return Type("FILE").Check([](const std::string& strFile) { return std::string(strFile.empty() ? "no file is named" : ""); });
 }
 
 COption COption::OneOf(const std::vector<std::string>& values)
@@ -66,7 +79,8 @@ COption COption::Within(double dLow, double dHigh)
 {
     const auto wrong = [=](const std::string& strText)
     {
-        const double dValue = ReadNumber<double>(strText);
+        double dValue = std::nan(""); // of what no number can hold
+        ParseNumber(strText, dValue);
         return dValue >= dLow && dValue <= dHigh ? "" : OutOfRange(strText, dLow, dHigh);
     };
     m_pOption->check(CLI::Validator(wrong, NumberText(dLow) + " to " + NumberText(dHigh)));
@@ -103,6 +117,33 @@ COption COption::Excludes(const COption& other)
     return *this;
 }
 
+std::vector<std::string> CCommand::Shielded(int nArguments, char** ppArguments)
+{
+    std::vector<std::string> words;
+    for (int nArgument = nArguments - 1; nArgument > 0; --nArgument) // the last one first, as the parser has them
+    {
+        const std::string strWord = ppArguments[nArgument];
+        words.push_back(strWord.compare(0, 1, "[") == 0 ? c_cShield + strWord : strWord);
+    }
+    return words;
+}
+
+std::string CCommand::Unshielded(const std::string& strWord)
+{
+    return strWord.compare(0, 2, {c_cShield, '['}) == 0 ? strWord.substr(1) : strWord;
+}
+
+COption CCommand::Made(CLI::Option* pOption)
+{
+    const auto unshield = [](std::string& strText)
+    {
+        strText = Unshielded(strText);
+        return std::string();
+    };
+    pOption->transform(CLI::Validator(unshield, ""));
+    return COption(*pOption);
+}
+
 CCommand CCommand::Add(const char* szName, const std::string& strWhat)
 {
     m_pApp->require_subcommand(1);
@@ -111,18 +152,18 @@ CCommand CCommand::Add(const char* szName, const std::string& strWhat)
 
 COption CCommand::Option(const std::string& strName, std::string& strValue, const std::string& strWhat)
 {
-    return COption(*m_pApp->add_option(strName, strValue, strWhat)->capture_default_str());
+    return Made(m_pApp->add_option(strName, strValue, strWhat)->capture_default_str());
 }
 
 COption CCommand::Option(const std::string& strName, std::vector<std::string>& values, const std::string& strWhat)
 {
-    return COption(*m_pApp->add_option(strName, values, strWhat));
+    return Made(m_pApp->add_option(strName, values, strWhat));
 }
 
 template <class Number>
 COption CCommand::NumberOption(const std::string& strName, Number& value, const std::string& strWhat)
 {
-    const auto take = [&value](const std::string& strText) { value = ReadNumber<Number>(strText); };
+    const auto take = [strName, &value](const std::string& strText) { value = ReadNumber<Number>(strName, strText); };
     return Option(strName, std::function<void(const std::string&)>(take), strWhat)
         .Type("NUMBER")
         .Check(CheckNumber<Number>)
@@ -147,24 +188,29 @@ COption CCommand::Option(const std::string& strName, double& dValue, const std::
 COption CCommand::Option(const std::string& strName, const std::function<void(const std::string&)>& take,
                          const std::string& strWhat)
 {
-    return COption(*m_pApp->add_option_function<std::string>(strName, take, strWhat));
+    return Made(m_pApp->add_option_function<std::string>(strName, take, strWhat));
 }
 
 COption CCommand::Option(const std::string& strName, const std::function<void(double)>& take, const std::string& strWhat)
 {
-    const auto takeText = [take](const std::string& strText) { take(ReadNumber<double>(strText)); };
+    const auto takeText = [strName, take](const std::string& strText) { take(ReadNumber<double>(strName, strText)); };
     return Option(strName, std::function<void(const std::string&)>(takeText), strWhat).Type("NUMBER").Check(CheckNumber<double>);
 }
 
 COption CCommand::Flag(const std::string& strName, bool& bValue, const std::string& strWhat)
 {
-    return COption(*m_pApp->add_flag(strName, bValue, strWhat));
+    return COption(*m_pApp->add_flag(strName, bValue, strWhat)->disable_flag_override());
 }
 
 void CCommand::Rest(std::vector<std::string>& words)
 {
     m_pApp->allow_extras();
-    m_pApp->parse_complete_callback([pApp = m_pApp, &words] { words = pApp->remaining(); });
+    m_pApp->parse_complete_callback(
+        [pApp = m_pApp, &words]
+        {
+            words = pApp->remaining();
+            std::transform(words.begin(), words.end(), words.begin(), Unshielded);
+        });
 }
 
 void CCommand::Footer(const std::string& strText)

@@ -18,7 +18,8 @@ class COption
 public:
     explicit COption(CLI::Option& option) : m_pOption(&option) {}
 
-    COption Type(const std::string& strName);                                   // what stands for its value: "FILE"
+    COption Type(const std::string& strName);                                   // what stands for its value: "GROUP"
+    COption File();                                                             // the value names one, or a pipe
     COption OneOf(const std::vector<std::string>& values);                      // which stand for it, too: "on|off"
     COption Within(double dLow, double dHigh);                                  // a number; not a number is outside
     COption Check(const std::function<std::string(const std::string&)>& wrong); // returns what is wrong; empty: nothing
@@ -62,7 +63,12 @@ public:
 
     const CLI::App& GetParser() const { return *m_pApp; }
 
+    // What was typed, for the parser: it would take "[a,b]" for a list.
+    static std::vector<std::string> Shielded(int nArguments, char** ppArguments);
+    static std::string Unshielded(const std::string& strWord);
+
 private:
+    static COption Made(CLI::Option* pOption);
     template <class Number>
     COption NumberOption(const std::string& strName, Number& value, const std::string& strWhat);
 

@@ -69,8 +69,11 @@ void CatchStopSignals()
 {
     struct sigaction action = {};
     action.sa_handler = [](int) { g_nStop = 1; };
-    sigaction(SIGINT, &action, nullptr);
-    sigaction(SIGTERM, &action, nullptr);
+    action.sa_flags = SA_RESTART; // of writes, which would lose a row; what waits is broken off all the same
+    for (const int nSignal : {SIGINT, SIGTERM, SIGHUP, SIGQUIT})
+    {
+        sigaction(nSignal, &action, nullptr);
+    }
 }
 
 bool StopRequested()

@@ -179,7 +179,7 @@ void CTable::Fit()
     {
         return;
     }
-    m_nMost = TerminalWidth() - 1;
+    m_nMost = std::max(TerminalWidth() - 1, 1);
     const int nWidth = std::accumulate(m_Columns.begin(), m_Columns.end(), -c_nGap,
                                        [](int nSum, const stColumn& column)
                                        { return nSum + (column.nWidth == 0 ? 0 : std::abs(column.nWidth) + c_nGap); });
@@ -214,11 +214,19 @@ std::string CTable::TextLine(const std::vector<CCell>& row, bool bLive) const
         }
         const CCell& cell = row[unColumn];
         const std::string strPadded = Padded(cell.m_strText, nWidth);
-        if (m_nMost > 0 && !bLive && nUsed > 0 && nUsed + Width(strBlanks + strPadded) > m_nMost)
+        const bool bFits = m_nMost == 0 || bLive || nUsed + Width(strBlanks + strPadded) <= m_nMost;
+        if (!bFits && nUsed > 0)
         {
             strLine += "\n";
             strBlanks = std::string(2 * c_nGap, ' ');
             nUsed = 0;
+        }
+        if (!bFits && Width(strBlanks + strPadded) > m_nMost)
+        {
+            strLine += Styled(cell.m_enStyle, Wrapped(strBlanks + cell.m_strText, m_nMost, 2 * c_nGap));
+            nUsed = m_nMost; // what follows begins a line
+            strBlanks = std::string(c_nGap, ' ');
+            continue;
         }
         // The style goes round the text alone: blanks have none.
         const std::size_t unBefore = nWidth < 0 ? strPadded.size() - cell.m_strText.size() : 0;
