@@ -66,6 +66,11 @@ jq -es "map(select(.kind == \"kernel\"))[0].count >= $(($# == 1))" "$work/stats.
 query='map(select(.what == "updates" and .kind == "datagrams")) | max_by(.byte_rate / .rate) | .rate > 10 and .rate < 300 and
     .byte_rate > 40000 * .rate and .byte_rate < 70000 * .rate'
 jq -es "$query" "$work/stats.json" >/dev/null || fail "rates: $(cat "$work/stats.json")"
+# Of five surface updates and one rotary update, each type has those that carry it.
+query='map(select(.kind == "type")) | group_by(.sender) | max_by(.[0].count) | map({(.what): .count}) | add |
+    keys == ["Fader", "Integer", "Meter", "Other", "Rotary", "String", "Switch"] and .Fader == .Meter and .Rotary == .String and
+    .Rotary > 0 and .Fader > 2 * .Rotary and .Fader < 10 * .Rotary'
+jq -es "$query" "$work/stats.json" >/dev/null || fail "types: $(cat "$work/stats.json")"
 expect 0 "a name of controls" "$@" set MicInput/101/Name $'\e[31m\xc2\x9b\xe2\x80\xae' --timeout 30
 for format in text json csv; do
     output=$("$@" get MicInput/101/Name --format $format --timeout 30 2>/dev/null)

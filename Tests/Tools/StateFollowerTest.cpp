@@ -92,6 +92,8 @@ TEST_F(StateFollower, TypesAreCompleteForASecondAfterTheirUpdate)
 {
     ReceiveUpdate(enMCUpdateSwitchesIntegers4);
     EXPECT_EQ("wwccwww", States());
+    EXPECT_EQ(1u, m_pFollower->GetCount(enSwitch));
+    EXPECT_EQ(0u, m_pFollower->GetCount(enFader));
     EXPECT_EQ(0x0cu, m_pFollower->GetTypesReceived());
     m_pTime->Pass(milliseconds(999));
     ReceiveUpdate(enMCUpdateRotary);

@@ -10,7 +10,7 @@ constexpr std::uint32_t c_unFresh = 1000; // milliseconds
 } // namespace
 
 CStateFollower::CStateFollower(CBMAContainer& image)
-    : CImageFollower(image), m_Start(tSteadyClock::now()), m_aunBegun(), m_aunCame()
+    : CImageFollower(image), m_Start(tSteadyClock::now()), m_aunBegun(), m_aunCame(), m_aunCount()
 {
 }
 
@@ -55,6 +55,7 @@ int CStateFollower::ProcessMCUpdate(const CMCUpdateMsg& update)
     for (int nType = carried.nFirst; nType <= carried.nLast && nResult == enApplied; ++nType)
     {
         m_aunCame[nType] = Now();
+        ++m_aunCount[nType];
     }
     return nResult;
 }

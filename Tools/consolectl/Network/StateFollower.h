@@ -34,6 +34,9 @@ public:
     // Seconds since it came; below 0: it never did.
     double GetAge(tagenPPCMessageType enType) const;
 
+    // How many updates brought it.
+    std::uint32_t GetCount(tagenPPCMessageType enType) const { return m_aunCount[enType]; }
+
     // "all complete", or which types are not: "waiting: Rotary String; stale: Fader 3.1 s".
     std::string StatesText() const;
 
@@ -43,6 +46,7 @@ private:
     const tSteadyClock::time_point m_Start;
     std::atomic<std::uint32_t> m_aunBegun[c_nMessageTypes]; // milliseconds since the start, from 1; 0: never
     std::atomic<std::uint32_t> m_aunCame[c_nMessageTypes];
+    std::atomic<std::uint32_t> m_aunCount[c_nMessageTypes];
 };
 
 const char* TypeStateText(enTypeState enState);

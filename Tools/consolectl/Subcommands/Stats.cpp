@@ -75,6 +75,8 @@ private:
         {{"time", 12, true}, {"sender", 19}, {"kind", 10}, {"count", -9}, {"rate", -8}, {"byte_rate", -12, true}, {"what", 24}}};
     std::int64_t m_nFirst = TimeNow();
     std::int64_t m_nLast = m_nFirst;
+    std::map<std::pair<std::string, int>, long> m_Types; // updates that brought one, by sender and message type
+    std::uint32_t m_aunCounted[c_nMessageTypes] = {};
     long m_lDatagrams = 0;
     long m_lLost = 0;
 };
@@ -98,6 +100,15 @@ void CStats::Take(stDatagram& datagram)
     flow.dBytes += static_cast<double>(datagram.bytes.size());
     PrintLost(m_LossFinder.Take(datagram));
     m_Shadow.Take(datagram);
+    for (int nType = 0; nType < c_nMessageTypes; ++nType)
+    {
+        const std::uint32_t unCount = m_Shadow.Follower().GetCount(static_cast<tagenPPCMessageType>(nType));
+        if (unCount != m_aunCounted[nType])
+        {
+            m_Types[{bMany ? "others" : datagram.source.Text(), nType}] += static_cast<long>(unCount - m_aunCounted[nType]);
+            m_aunCounted[nType] = unCount;
+        }
+    }
 }
 
 void CStats::PrintLost(const std::vector<stLostMessage>& lost)
@@ -117,6 +128,10 @@ long CStats::PrintFlows()
     {
         lMCs += entry.first.second == "updates" ? 1 : 0;
         Row(entry.first.first, "datagrams", entry.first.second, entry.second.lDatagrams, entry.second.dBytes);
+    }
+    for (const auto& entry : m_Types)
+    {
+        Row(entry.first.first, "type", caMessageTypeNames[entry.first.second], entry.second);
     }
     const stReceiveStatistics statistics = m_Shadow.Follower().GetStatistics();
     // What becomes of them is counted for all MCs that there are.
