@@ -99,6 +99,7 @@ ok        round trip  225.0.0.46        a datagram to port "
 contains " came back after "
 contains "
 note      MC          225.0.0.46:7060   nothing heard within 0.3 s: is there an MC, on this group and port?
+          try: consolectl stats --timeout 3
 ok        schema      reports           $schema: $(stat -c %s "$schema" | sed 's/\(.\)\(...\)$/\1,\2/') bytes
 "
 rows=$(printf '%s\n' "$output" | grep -vc '^verdict\|^all is well\|^1 finding\|^          try: ')
@@ -122,7 +123,7 @@ contains '
 ok,port,7060,can be had,
 '
 contains '
-note,MC,225.0.0.46:7060,"nothing heard within 0.3 s: is there an MC, on this group and port?",
+note,MC,225.0.0.46:7060,"nothing heard within 0.3 s: is there an MC, on this group and port?",consolectl stats --timeout 3
 '
 refuse()
 {

@@ -75,6 +75,10 @@ contains "none of its datagrams went to 239.1.2.3:7060"
 loop=$!
 sleep 0.1
 expect 0 "a loop" "$@" watch MicInput/100/Fader --count 3 --timeout 30
+expect 27 "too few" "$@" replay "$recording" --loop --count 1000000 --timeout 0.5
+contains "datagrams within 0.5 seconds"
+expect 0 "so many" "$@" replay "$recording" --loop --speed 0 --count 20
+contains ": 20 datagrams, "
 # It takes no changes: what waits for them to come back can be stopped, and says how far it got.
 expect 1 "a set that is stopped" timeout --preserve-status -s INT 2 "$@" set MicInput/3/Fader -1 MicInput/4/Fader -2 --timeout 30
 contains "interrupted: 0 of 2 changes are back from the MC, and all are sent"

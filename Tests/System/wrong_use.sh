@@ -64,7 +64,8 @@ refuse "meters are set by the MC alone" set '*/*/Meter/*' 1
 refuse "is on the list of parameters that are never sent so" set 'Globals/0/Integer/*' 1 --direct
 refuse 'path "5-3" is a range from high to low' get MicInput/5-3/Fader/0
 refuse 'path "144" is out of range: MicInput has 0 to 143' get MicInput/0-144/Fader/0
-refuse 'path "" is out of range' get MicInput/0-/Fader/0
+refuse 'path "0,2" is no number: MicInput has 0 to 143' get MicInput/0,2/Fader/0
+refuse 'path "" is no number: MicInput has 0 to 143' get MicInput/0-/Fader/0
 refuse 'parameter "-1" is out of range' get MicInput/0/Fader/-1
 refuse '"*/143/Meter/400" names no parameter' get '*/143/Meter/400'
 refuse "--timeout: Value 0 not in range" get MicInput/0/Fader/0 --timeout 0

@@ -92,7 +92,11 @@ int ParseIndex(const std::string& strText, int nLimit, const char* szWhat, const
     const bool bNumber = ParseNumber(strText, nIndex);
     if (!bNumber || nIndex < 0 || nIndex >= nLimit)
     {
-        const bool bBeyond = bNumber ? nIndex > 0 : IsDigits(strText);
+        if (!bNumber && !IsDigits(strText.substr(strText.compare(0, 1, "-") == 0 ? 1 : 0)))
+        {
+            Refuse(Format("%s \"%s\" is no number: %s has 0 to %d", szWhat, strText.c_str(), szOf, nLimit - 1));
+        }
+        const bool bBeyond = nIndex > 0 || (!bNumber && IsDigits(strText));
         Refuse(Format("%s \"%s\" is out of range: %s has 0 to %d; the nearest is %d", szWhat, strText.c_str(), szOf, nLimit - 1,
                       bBeyond ? nLimit - 1 : 0));
     }

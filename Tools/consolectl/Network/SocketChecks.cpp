@@ -211,7 +211,8 @@ tFindings CheckMc(const stExamined& examined)
     }
     return {senders.empty()
                 ? stFinding{enVerdictNote, strSubject,
-                            Format("nothing heard within %g s: is there an MC, on this group and port?", examined.dTimeout), ""}
+                            Format("nothing heard within %g s: is there an MC, on this group and port?", examined.dTimeout),
+                            "consolectl stats --timeout 3"}
             : senders.size() == 1
                 ? stFinding{enVerdictOk, strSubject, "heard from " + strSenders, ""}
                 : stFinding{enVerdictWarning, strSubject, "several MCs share it, and meet in every client: " + strSenders,

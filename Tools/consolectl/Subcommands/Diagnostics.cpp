@@ -39,6 +39,41 @@ struct stFileOptions
     std::string strFile;
 };
 
+// What reports go out through: the library's sender, which goes where the system routes the group, or an interface's socket.
+class CReportLink
+{
+public:
+    explicit CReportLink(const stMulticastLink& link) : m_Link(link) {}
+
+    bool Open()
+    {
+        return m_Link.strInterface.empty()
+                   ? m_Sender.EstablishMulticastTransmitter(m_Link.strGroup.c_str(), static_cast<unsigned short>(m_Link.unPort))
+                   : m_Socket.InitialiseLocalSockets(0, nullptr, m_Link.strInterface.c_str(), 1);
+    }
+
+    bool Send(const std::string& strReport)
+    {
+        if (!m_Link.strInterface.empty())
+        {
+            return m_Socket.Send(m_Link.strGroup.c_str(), m_Link.unPort, strReport.data(), static_cast<long>(strReport.size()));
+        }
+        m_Sender.Send(strReport.data(), static_cast<unsigned int>(strReport.size()));
+        return m_Sender.LastSendSucceeded();
+    }
+
+    std::string SenderText() const
+    {
+        int nError = 0;
+        return m_Link.strInterface.empty() ? RouteTo(m_Link.strGroup, nError) : m_Link.strInterface;
+    }
+
+private:
+    const stMulticastLink& m_Link;
+    CDiagnosticsSocketSender m_Sender;
+    RySocketIO::CSocket m_Socket{RySocketIO::enConnectionUDP, false, false};
+};
+
 int Send(const stSendOptions& options)
 {
     std::vector<stReportedValue> values;
@@ -56,14 +91,12 @@ int Send(const stSendOptions& options)
     {
         return Fail(Format("the report has %zu bytes, and a datagram holds %zu", strReport.size(), c_unMaxDatagram));
     }
-    CDiagnosticsSocketSender sender;
-    if (!sender.EstablishMulticastTransmitter(options.link.strGroup.c_str(), static_cast<unsigned short>(options.link.unPort)))
+    CReportLink link(options.link);
+    if (!link.Open())
     {
-        return Fail("the network can't be had");
+        return Fail("the network can't be had: " + LinkText(options.link));
     }
     Line("reports to %s", LinkText(options.link).c_str());
-    int nError = 0;
-    const std::string strSender = RouteTo(options.link.strGroup, nError);
     const tSteadyClock::time_point start = tSteadyClock::now();
     for (int nSent = 0; nSent < options.nCount; ++nSent)
     {
@@ -72,8 +105,7 @@ int Send(const stSendOptions& options)
         {
             break;
         }
-        sender.Send(strReport.data(), static_cast<unsigned int>(strReport.size()));
-        if (!sender.LastSendSucceeded())
+        if (!link.Send(strReport))
         {
             return Fail(Format("nothing could be sent to %s: is there an interface with a multicast route?",
                                options.link.strGroup.c_str()));
@@ -82,7 +114,7 @@ int Send(const stSendOptions& options)
                            options.link.strGroup.c_str(), options.link.unPort,
                            Grouped(static_cast<long>(strReport.size())).c_str()),
                     {{"time", CCell::Time(TimeNow())},
-                     {"sender", strSender},
+                     {"sender", link.SenderText()},
                      {"device", options.strDevice},
                      {"id", options.nId},
                      {"bytes", static_cast<long>(strReport.size())}});
@@ -218,6 +250,7 @@ void AddDiagnostics(CCommand& console)
     const auto pSend = std::make_shared<stSendOptions>();
     CCommand send = diagnostics.Add("send", "Multicast a report, as a device does");
     AddReportGroup(send, pSend->link);
+    AddInterfaceOption(send, pSend->link);
     send.Option("--device", pSend->strDevice, "Kind of device").Check(CheckReportText);
     send.Option("--id", pSend->nId, "Number of the device");
     send.Option("--count", pSend->nCount, "How many reports").Within(1, 1000000);

@@ -23,6 +23,7 @@ struct stOptions
     std::string strSave;
     double dSpeed = 1; // 0: as fast as it goes
     double dAt = -1;   // seconds; below 0: the end
+    stLimits limits;   // of datagrams that are sent or looked at
     bool bLoop = false;
     bool bChanges = false;
     bool bSilent = false;
@@ -58,7 +59,10 @@ private:
     std::uint32_t m_unFirstId = 0;
     bool m_bAnyId = false;
     long m_lRead = 0;
-    long m_lUpdates = 0; // datagrams
+    long m_lAll = 0; // of all rounds
+    const tSteadyClock::time_point m_Began = tSteadyClock::now();
+    bool m_bLimited = false; // it ended before the recording did
+    long m_lUpdates = 0;     // datagrams
     long m_lSent = 0;
 };
 
@@ -114,6 +118,12 @@ bool CReplay::PlayOnce(CCaptureFile& capture)
         {
             return true;
         }
+        if (m_Options.limits.Reached(m_lAll, m_Began))
+        {
+            m_bLimited = true;
+            return true;
+        }
+        ++m_lAll;
         ++m_lRead;
         m_lUpdates += datagram.destination == m_Updates ? 1 : 0;
         m_pShadow->Take(datagram);
@@ -170,6 +180,10 @@ int CReplay::Judge(const CCaptureFile& capture)
     {
         return Fail(strError);
     }
+    if (m_bLimited)
+    {
+        return m_Options.limits.Status(m_lAll, "datagrams");
+    }
     if (StopRequested() || m_Options.dAt >= 0)
     {
         return enExitDone;
@@ -214,7 +228,7 @@ int CReplay::Run()
         {
             return Fail("nothing can be sent: " + LinkText(m_Options.link));
         }
-        if (!m_Options.bLoop || StopRequested() || m_lUpdates == 0)
+        if (!m_Options.bLoop || StopRequested() || m_bLimited || m_lUpdates == 0)
         {
             return Judge(capture);
         }
@@ -232,6 +246,7 @@ void AddReplay(CCommand& console)
     AddLinkOptions(command, pOptions->link);
     command.Option("FILE", pOptions->strFile, "The capture file").File().Required();
     command.Option("--speed", pOptions->dSpeed, "So many times as fast; 0: as fast as it goes").Within(0, 1000);
+    AddLimitOptions(command, pOptions->limits, "datagrams");
     const COption loop = command.Flag("--loop", pOptions->bLoop, "Again and again, until Ctrl-C");
     command.Option("--at", pOptions->dAt, "Stop at so many seconds after the first datagram: the image as it was then")
         .Within(0, 1e9)
