@@ -62,7 +62,8 @@ int Run(int nArguments, char** ppArguments)
         "The engineer's view of a mixing console's logical controls: what a machine's network lets through, who sends what, what "
         "is lost, what changes and why, and whether both ends are the same. Simulates a master controller (MC), too.\n\n"
         "A first look, in two terminals:\n  consolectl mc\n  consolectl watch 'MicInput/*/Fader'\n\n"
-        "Each subcommand explains itself: consolectl mc --help");
+        "Each subcommand explains itself: consolectl mc --help",
+        "consolectl");
     app.formatter_fn([](const CLI::App* pCommand, const std::string&, CLI::AppFormatMode)
                      { return HelpText(ReadCommand(*pCommand, PathOf(*pCommand)), TerminalWidth() - 1); });
     int nStatus = enExitDone;
