@@ -36,9 +36,11 @@ for _ in $(seq 100); do
 done
 expect 0 "two reports" "$@" diagnostics send --count 2 --period 0.2
 contains "report of SURFACE 1 sent to 225.0.0.60:7070"
-expect 0 "through an interface" "$@" diagnostics send --interface lo --group 225.0.0.61 --format json
-contains '"sender": "127.0.0.1"'
-contains "reports to 225.0.0.61:7070, interface lo (127.0.0.1), as --interface says"
+if [ $# = 1 ]; then # an emulator does not let a socket choose its interface
+    expect 0 "through an interface" "$@" diagnostics send --interface lo --group 225.0.0.61 --format json
+    contains '"sender": "127.0.0.1"'
+    contains "reports to 225.0.0.61:7070, interface lo (127.0.0.1), as --interface says"
+fi
 expect 0 "a third" "$@" diagnostics send --device "Condor Router AES50 Port" --id 2 -- -4=x
 printf 'no report' >/dev/udp/225.0.0.60/7070
 printf '<?xml version="1.0"?><!DOCTYPE VORN><VORN version="1.0"/>' >/dev/udp/225.0.0.60/7070
