@@ -56,11 +56,12 @@ std::vector<stVerdict> Judge(const std::vector<stAddress>& different, const stNa
         verdicts[unType].unB = aunB[unType];
         verdicts[unType].bWords = !a.bShow && !b.bShow;
     }
-    ForEachParameter(c_EveryParameter, [&](const stAddress& address)
-                     { verdicts[address.enType].nCompared += a.Holds(address) && b.Holds(address) ? 1 : 0; });
+    ForEachParameter(
+        c_EveryParameter, [&](const stAddress& address)
+        { verdicts[static_cast<std::size_t>(address.enType)].nCompared += a.Holds(address) && b.Holds(address) ? 1 : 0; });
     for (const stAddress& address : different)
     {
-        ++verdicts[address.enType].nDifferent;
+        ++verdicts[static_cast<std::size_t>(address.enType)].nDifferent;
     }
     return verdicts;
 }
