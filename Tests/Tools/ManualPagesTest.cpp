@@ -162,9 +162,10 @@ TEST(HelpText, IsSetInColumnsThatFitTheWidth)
     command.options[0].strValue = "NAME";
     command.options[0].strDefault = "b";
     command.arguments = {Option({"WHAT"}, "What to do"), Option({"REST"}, "")};
-    command.strFooter =
-        "program says nothing of itself, or next to nothing\n"
-        "consolectl that-is-an-example-and-stays --as-it-is\n  so does this, which is indented, whatever its length";
+    command.strFooter = "program says nothing of itself, or next to nothing\n"
+                        "consolectl that-is-an-example-and-stays --as-it-is\n"
+                        "printf 'so does this one'; consolectl do -\n"
+                        "  so does this, which is indented, whatever its length";
     EXPECT_EQ("Usage: program do [OPTION]... [WHAT] [REST]\n"
               "\n"
               "Does what the words say that it does,\n"
@@ -184,6 +185,7 @@ TEST(HelpText, IsSetInColumnsThatFitTheWidth)
               "program says nothing of itself, or next\n"
               "to nothing\n"
               "consolectl that-is-an-example-and-stays --as-it-is\n"
+              "printf 'so does this one'; consolectl do -\n"
               "  so does this, which is indented, whatever its length\n",
               HelpText(command, 40));
 }

@@ -67,38 +67,32 @@ std::size_t Distance(const std::string& strA, const std::string& strB)
     return row.back();
 }
 
-bool IsDigits(const std::string& strText)
+template <class Name>
+int FindName(const std::string& strName, const Name* pNames, int nNames, const char* szWhat)
 {
-    return !strText.empty() && strText.find_first_not_of("0123456789") == std::string::npos;
-}
-
-int FindName(const std::string& strName, const std::vector<std::string>& names, const char* szWhat)
-{
-    const auto found = std::find(names.begin(), names.end(), strName);
-    if (found == names.end())
+    const Name* const pFound = std::find(pNames, pNames + nNames, strName);
+    if (pFound == pNames + nNames)
     {
         const std::string strShort = strName.substr(0, c_unLongestName);
         const auto closer = [&](const std::string& strA, const std::string& strB)
         { return Distance(strShort, strA) < Distance(strShort, strB); };
-        Refuse(Format("\"%s\" is no %s; the nearest is %s", strName.c_str(), szWhat,
-                      std::min_element(names.begin(), names.end(), closer)->c_str()));
+        const std::string strNearest = *std::min_element(pNames, pNames + nNames, closer);
+        Refuse(Format("\"%s\" is no %s; the nearest is %s", strName.c_str(), szWhat, strNearest.c_str()));
     }
-    return static_cast<int>(found - names.begin());
+    return static_cast<int>(pFound - pNames);
 }
 
 int ParseIndex(const std::string& strText, int nLimit, const char* szWhat, const char* szOf)
 {
     int nIndex = 0;
-    const bool bNumber = ParseNumber(strText, nIndex);
-    if (!bNumber || nIndex < 0 || nIndex >= nLimit)
+    if (!ParseNumber(strText, nIndex) || nIndex < 0 || nIndex >= nLimit)
     {
-        if (!bNumber && !IsDigits(strText.substr(strText.compare(0, 1, "-") == 0 ? 1 : 0)))
+        if (!IsWholeNumber(strText))
         {
             Refuse(Format("%s \"%s\" is no number: %s has 0 to %d", szWhat, strText.c_str(), szOf, nLimit - 1));
         }
-        const bool bBeyond = nIndex > 0 || (!bNumber && IsDigits(strText));
         Refuse(Format("%s \"%s\" is out of range: %s has 0 to %d; the nearest is %d", szWhat, strText.c_str(), szOf, nLimit - 1,
-                      bBeyond ? nLimit - 1 : 0));
+                      strText[0] == '-' ? 0 : nLimit - 1));
     }
     return nIndex;
 }
@@ -156,7 +150,7 @@ stRange ParseName(const std::string& strName, const char* const* ppNames, int nN
     {
         return {0, nNames - 1};
     }
-    const int nName = FindName(strName, {ppNames, ppNames + nNames}, szWhat);
+    const int nName = FindName(strName, ppNames, nNames, szWhat);
     return {nName, nName};
 }
 
@@ -180,7 +174,7 @@ int ParseCommonType(const std::string& strName)
     {
         names.push_back(CommonTypeName(nCommonType));
     }
-    return FindName(strName, names, "name of a parameter");
+    return FindName(strName, names.data(), c_nCommonParamTypes, "name of a parameter");
 }
 
 bool Contains(const stRange& range, int nNumber)

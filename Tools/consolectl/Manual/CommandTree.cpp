@@ -90,7 +90,7 @@ stArgument ReadArgument(const CLI::Option& option, const std::vector<std::string
         argument.strDefault = option.get_default_str();
     }
     argument.strDescription = option.get_description();
-    argument.values = argument.values.empty() ? ValuesOf(argument) : argument.values;
+    argument.values = ValuesOf(argument);
     argument.excludes = ExcludesOf(option);
     argument.bRequired = option.get_required();
     argument.bRepeated = option.get_items_expected_max() > 1 || option.get_multi_option_policy() == CLI::MultiOptionPolicy::TakeAll;

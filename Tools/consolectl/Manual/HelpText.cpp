@@ -19,7 +19,6 @@ std::string AsItIs(const std::string& strText)
 
 constexpr stFonts c_Plain = {AsItIs, AsItIs};
 
-// A line that is an example, or indented, stays as it is: it is to be copied.
 std::string Paragraphs(const std::string& strText, int nWidth)
 {
     std::string strWrapped;
@@ -27,8 +26,7 @@ std::string Paragraphs(const std::string& strText, int nWidth)
     std::string strLine;
     while (std::getline(lines, strLine))
     {
-        const bool bTyped = strLine.compare(0, 1, " ") == 0 || strLine.compare(0, 11, "consolectl ") == 0;
-        strWrapped += bTyped ? strLine + "\n" : Wrapped(strLine, nWidth, 0) + "\n";
+        strWrapped += (IsTyped(strLine) ? strLine : Wrapped(strLine, nWidth, 0)) + "\n";
     }
     return strWrapped;
 }

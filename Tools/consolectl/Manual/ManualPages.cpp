@@ -63,11 +63,7 @@ enum enLine
 
 enLine KindOf(const std::string& strLine)
 {
-    const std::size_t unIndent = strLine.find_first_not_of(' ');
-    const bool bSentence = std::isupper(static_cast<unsigned char>(strLine[0])) != 0;
-    return unIndent == std::string::npos                                                      ? enBlank
-           : unIndent > 0 || (!bSentence && strLine.find("consolectl ") != std::string::npos) ? enTyped
-                                                                                              : enRead;
+    return strLine.find_first_not_of(' ') == std::string::npos ? enBlank : IsTyped(strLine) ? enTyped : enRead;
 }
 
 // Lines stay lines, as in the help; what is typed is set apart.

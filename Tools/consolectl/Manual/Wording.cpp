@@ -3,6 +3,8 @@
 #include "Terminal/Common.h"
 
 #include <algorithm>
+#include <cctype>
+#include <iterator>
 
 namespace
 {
@@ -17,6 +19,13 @@ std::string ValueText(const stArgument& option, const stFonts& fonts)
 bool IsHelp(const stArgument& option)
 {
     return option.names.back() == "--help";
+}
+
+bool IsTyped(const std::string& strLine)
+{
+    const bool bSentence = std::isupper(static_cast<unsigned char>(strLine[0])) != 0;
+    const std::size_t unIndent = strLine.find_first_not_of(' ');
+    return unIndent != std::string::npos && (unIndent > 0 || (!bSentence && strLine.find("consolectl ") != std::string::npos));
 }
 
 std::string OptionText(const stArgument& option, const stFonts& fonts)

@@ -12,6 +12,9 @@ struct stFonts
 
 bool IsHelp(const stArgument& option);
 
+// Whether a line of a description is an example, which is copied as it stands: it is indented, or no sentence and runs the program.
+bool IsTyped(const std::string& strLine);
+
 // "-n, --name NAME".
 std::string OptionText(const stArgument& option, const stFonts& fonts);
 

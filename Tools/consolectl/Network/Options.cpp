@@ -53,6 +53,12 @@ std::string LinkText(const stMulticastLink& link)
     return Format("%s:%u, %s", link.strGroup.c_str(), link.unPort, ChoiceText(link.strInterface, link.strGroup).c_str());
 }
 
+std::string OwnAddress(const stMulticastLink& link)
+{
+    int nError = 0;
+    return link.strInterface.empty() ? RouteTo(link.strGroup, nError) : link.strInterface;
+}
+
 std::string Describe(const stMulticastLink& link, int nReceiveBuffer)
 {
     return Format("updates on %s, receive buffer %s bytes", LinkText(link).c_str(), Grouped(nReceiveBuffer).c_str());

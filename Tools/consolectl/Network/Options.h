@@ -25,5 +25,8 @@ void AddLinkOptions(CCommand& command, stMulticastLink& link);
 // "225.0.0.46:7060, interface 127.0.0.1".
 std::string LinkText(const stMulticastLink& link);
 
+// This machine's address there; empty when it has none.
+std::string OwnAddress(const stMulticastLink& link);
+
 // Says once what was chosen.
 std::string Describe(const stMulticastLink& link, int nReceiveBuffer);

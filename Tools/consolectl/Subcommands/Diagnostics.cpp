@@ -1,5 +1,4 @@
 // consolectl diagnostics: reports of devices' health, sent, listened to, validated and shown.
-#include "Network/Interface.h"
 #include "Network/Options.h"
 #include "Network/Report.h"
 #include "Network/ReportListener.h"
@@ -62,12 +61,6 @@ public:
         return m_Sender.LastSendSucceeded();
     }
 
-    std::string SenderText() const
-    {
-        int nError = 0;
-        return m_Link.strInterface.empty() ? RouteTo(m_Link.strGroup, nError) : m_Link.strInterface;
-    }
-
 private:
     const stMulticastLink& m_Link;
     CDiagnosticsSocketSender m_Sender;
@@ -114,7 +107,7 @@ int Send(const stSendOptions& options)
                            options.link.strGroup.c_str(), options.link.unPort,
                            Grouped(static_cast<long>(strReport.size())).c_str()),
                     {{"time", CCell::Time(TimeNow())},
-                     {"sender", link.SenderText()},
+                     {"sender", OwnAddress(options.link)},
                      {"device", options.strDevice},
                      {"id", options.nId},
                      {"bytes", static_cast<long>(strReport.size())}});

@@ -38,12 +38,13 @@ int Get(const stOptions& options)
         ForEachParameter(pattern,
                          [&](const stAddress& address)
                          {
-                             lLacking += named.Holds(address) ? 0 : 1;
-                             if (named.Holds(address))
+                             if (!named.Holds(address))
                              {
-                                 table.Print({time, named.strSender, AddressText(address), NameText(*named.pImage, address),
-                                              ValueCell(address, ReadValue(*named.pImage, address))});
+                                 ++lLacking;
+                                 return;
                              }
+                             table.Print({time, named.strSender, AddressText(address), NameText(*named.pImage, address),
+                                          ValueCell(address, ReadValue(*named.pImage, address))});
                          });
     }
     if (lLacking > 0)

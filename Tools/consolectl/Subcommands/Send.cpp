@@ -1,7 +1,6 @@
 // consolectl send: changes at a rate, to see what a console makes of them.
 #include "Images/Address.h"
 #include "Network/Client.h"
-#include "Network/Interface.h"
 #include "Subcommands/Subcommands.h"
 #include "Terminal/Arguments.h"
 #include "Terminal/Output.h"
@@ -159,11 +158,9 @@ int Send(const stOptions& options)
         return Fail("nothing can be sent: " + LinkText(options.link));
     }
     const double dSeconds = SecondsSince(start);
-    int nError = 0;
-    const std::string strSender = options.link.strInterface.empty() ? RouteTo(c_szPPCGroup, nError) : options.link.strInterface;
     PrintResult(Format("%s changes sent in %.3f s", Grouped(static_cast<long>(unSent)).c_str(), dSeconds),
                 {{"time", CCell::Time(TimeNow())},
-                 {"sender", strSender},
+                 {"sender", OwnAddress(options.link)},
                  {"changes", static_cast<long>(unSent)},
                  {"seconds", {dSeconds, 3}}});
     if (unSent < changes.size() && !StopRequested())

@@ -46,9 +46,7 @@ std::string CheckNumber(const std::string& strText)
         return "";
     }
     constexpr bool c_bWhole = std::numeric_limits<Number>::is_integer;
-    const std::string strDigits = strText.substr(strText.compare(0, 1, "-") == 0 ? 1 : 0);
-    const bool bDigits = !strDigits.empty() && strDigits.find_first_not_of("0123456789") == std::string::npos;
-    return c_bWhole && bDigits ? "" : "\"" + strText + "\" is no " + (c_bWhole ? "whole " : "") + "number";
+    return c_bWhole && IsWholeNumber(strText) ? "" : "\"" + strText + "\" is no " + (c_bWhole ? "whole " : "") + "number";
 }
 
 } // namespace

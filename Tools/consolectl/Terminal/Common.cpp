@@ -183,6 +183,12 @@ std::string Wrapped(const std::string& strLine, int nWidth, int nIndent)
     return strText;
 }
 
+bool IsWholeNumber(const std::string& strText)
+{
+    const std::size_t unFirst = strText.compare(0, 1, "-") == 0 ? 1 : 0;
+    return strText.size() > unFirst && strText.find_first_not_of("0123456789", unFirst) == std::string::npos;
+}
+
 std::string Replaced(const std::string& strText, const std::map<char, const char*>& replacements)
 {
     std::string strReplaced;

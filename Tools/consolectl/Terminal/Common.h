@@ -85,6 +85,9 @@ bool ParseNumber(const std::string& strText, Number& number)
     return result.ec == std::errc() && result.ptr == pEnd && std::isfinite(static_cast<double>(number));
 }
 
+// Digits, with a minus before them or not, however many.
+bool IsWholeNumber(const std::string& strText);
+
 // printf into a string.
 std::string Format(const char* szFormat, ...) __attribute__((format(printf, 1, 2)));
 
