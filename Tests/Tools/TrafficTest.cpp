@@ -4,13 +4,16 @@
 #include "Support/Bytes.h"
 #include "Support/Network.h"
 #include "Support/ScratchFile.h"
+#include "Support/SystemCalls.h"
 #include "Terminal/Common.h"
 
 #include "LogicalControls.h"
 
 #include <gtest/gtest.h>
 
+#include <cerrno>
 #include <chrono>
+#include <cstring>
 #include <thread>
 
 namespace
@@ -174,11 +177,49 @@ TEST_F(LiveTraffic, AsksForFourMebibytes)
     EXPECT_EQ(0, CLiveTraffic().GetReceiveBufferSize());
 }
 
-TEST_F(LiveTraffic, SaysWhyAGroupCannotBeJoined)
+TEST_F(LiveTraffic, WhatComesWhileItWaitsEndsTheWait)
 {
-    CLiveTraffic traffic;
-    const std::string strError = traffic.Open({"239.1.1.5", m_Link.unPort, "203.0.113.1"});
-    EXPECT_EQ(0u, strError.find("group 239.1.1.5 can't be joined (")) << strError;
+    std::thread later(
+        [this]
+        {
+            std::this_thread::sleep_for(std::chrono::milliseconds(20));
+            Send(m_Group, {'a'});
+        });
+    stDatagram datagram;
+    const tSteadyClock::time_point start = tSteadyClock::now();
+    EXPECT_TRUE(m_Traffic.Next(datagram, c_dPatience));
+    EXPECT_GT(c_dPatience, SecondsSince(start));
+    later.join();
+}
+
+TEST_F(LiveTraffic, SaysWhyItCannotListen)
+{
+    const auto errorOf = [](const stMulticastLink& link) { return CLiveTraffic().Open(link); };
+    EXPECT_EQ(std::string("group 239.1.1.5 can't be joined (") + std::strerror(ENODEV) +
+                  "): is there an interface with a multicast route?",
+              errorOf({"239.1.1.5", m_Link.unPort, "203.0.113.1"}));
+    EXPECT_EQ(Format("203.0.113.1:%u can't be had: %s", m_Link.unPort, std::strerror(EADDRNOTAVAIL)),
+              errorOf({"203.0.113.1", m_Link.unPort, ""}));
+    Support::CSocketRecorder recorder;
+    recorder.bFailSocket = true;
+    EXPECT_EQ(std::string("no socket can be had: ") + std::strerror(EMFILE), errorOf(m_Link));
+}
+
+TEST_F(LiveTraffic, ClosesWhatItOpened)
+{
+    const auto nextDescriptor = []
+    {
+        const int nSocket = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+        close(nSocket);
+        return nSocket;
+    };
+    const int nNext = nextDescriptor();
+    {
+        CLiveTraffic traffic;
+        EXPECT_EQ("", traffic.Open(m_Link));
+        EXPECT_NE(nNext, nextDescriptor());
+    }
+    EXPECT_EQ(nNext, nextDescriptor());
 }
 
 TEST_F(LiveTraffic, CountsWhatTheKernelDropsOfEitherGroupAndARecordingKeepsIt)
