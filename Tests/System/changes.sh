@@ -48,6 +48,12 @@ for text in -x [x] '[a,b]'; do
     expect 0 "the text $text" "$@" set --timeout 30 MicInput/3/String/1 "$text"
     contains "-> \"$text\""
 done
+expect 0 "a text that is an option, too" "$@" set --timeout 30 -- MicInput/3/String/1 -h
+contains "-> \"-h\""
+expect 0 "the first of many" "$@" set 'MicInput/*/Rotary/9' 0.25 --count 2 --timeout 30
+contains "2 parameters: 2 changes sent"
+expect 0 "they alone" "$@" get 'MicInput/*/Rotary/9'
+[ "$(rows | grep -c ' 0.25$')" = 2 ] || fail "more than two: $output"
 expect 1 "nowhere to print to" sh -c 'exec "$@" >/dev/full' sh "$@" get MicInput/3/Fader/0 --timeout 30
 contains "standard output takes no more"
 

@@ -109,6 +109,10 @@ contains "ok        route       239.1.2.3         not asked for: --interface nam
 contains "ok        port        7061 "
 contains "note      MC          239.1.2.3:7061 "
 
+output=$("$@" doctor --schema "$schema" --count 2) || fail "status of a few"
+contains "... and $((rows - 2)) more; --count 0 shows all"
+[ "$(printf '%s\n' "$output" | grep -c '^ok ')" = 2 ] || fail "more than two: $output"
+
 # For programs: a row a line, and nothing else on standard output.
 output=$("$@" doctor --schema "$work/none" --format json 2>"$work/aside") || fail "status of json"
 [ "$(printf '%s\n' "$output" | grep -cxE '\{"verdict": "[a-z ]+", "check": "[A-Za-z ]+", "subject": "[^"]+", "finding": "[^"]+", "command": (null|"[^"]+")\}')" = "$rows" ] ||

@@ -81,7 +81,7 @@ expect 0 "so many" "$@" replay "$recording" --loop --speed 0 --count 20
 contains ": 20 datagrams, "
 # It takes no changes: what waits for them to come back can be stopped, and says how far it got.
 expect 1 "a set that is stopped" timeout --preserve-status -s INT 2 "$@" set MicInput/3/Fader -1 MicInput/4/Fader -2 --timeout 30
-contains "interrupted: 0 of 2 changes are back from the MC, and all are sent"
+contains "interrupted: 0 of 2 changes back from the MC, all of them sent"
 kill -INT $loop
 wait $loop || fail "loop: $(cat "$work/loop.log")"
 
@@ -127,6 +127,14 @@ expect 1 "a float's lowest bit" "$@" verify "$work/mc" "$work/flipped"
 read -r _ _ one other <<<"$(rows | grep differs)"
 [ -n "$other" ] && [ "$one" != "$other" ] || fail "the same text for two values: $output"
 
+# Strings that differ behind their end look alike: their bytes are told.
+cp "$work/mc" "$work/flipped"
+flip "$work/flipped" $((17 + 4 + 12))
+expect 1 "behind a string's end" "$@" verify "$work/mc" "$work/flipped"
+read -r _ _ one other <<<"$(rows | grep differs)"
+case $one-$other in 0x*00-"${one%00}"01) ;; *) fail "not told apart: $output" ;; esac
+
+rm -f "$work/record.log"
 # An MC that began anew while it was recorded, with lower numbers: a replay without waiting gets there as well.
 "$@" record "$work/restart.pcap" --timeout 30 >"$work/record.log" 2>&1 &
 record=$!
@@ -171,6 +179,9 @@ expect 1 "no capture" "$@" stats --capture "$work/mc"
 contains "no capture file"
 expect 0 "verify a live MC" "$@" verify mc mc --timeout 30
 contains "in step"
+[ "$(printf '%s\n' "$output" | grep -c "^updates on ")" = 1 ] || fail "the interface is said twice: $output"
+expect 1 "of another group" "$@" verify mc "$recording" --group 239.1.2.3
+contains "the image that its updates to 239.1.2.3:7060 lead to is not whole"
 kill -TERM $mc
 wait $mc || fail "mc: $(cat "$work/mc.log")"
 
@@ -194,6 +205,7 @@ rows | grep -qE "^kernel 7 3.5 the receive" || fail "seven dropped in two second
 # arrive DATAGRAMS SPEED [ARGUMENT...]: within how many $milliseconds they come at that speed.
 arrive()
 {
+    rm -f "$work/stats.log" # the last one says what is waited for
     "${program[@]}" stats --count "$1" --timeout 30 >"$work/stats.log" 2>&1 &
     local stats=$!
     until_log "$work/stats.log" "updates on"

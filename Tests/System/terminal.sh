@@ -82,7 +82,14 @@ for term in nonsense dumb; do
     close
 done
 expect 1 "top into a pipe" "$@" top
-contains "top needs a terminal; stats says the same to a pipe"
+contains "top needs a terminal; --format json or csv, and stats, say the same to a pipe"
+output=$("$@" top --format json --count 2 --timeout 30 2>"$work/aside") || fail "top's rows: $(cat "$work/aside")"
+query='[.[].time] as $times | ($times | unique | length) >= 2 and
+    ([.[] | select(.kind == "datagrams")] | length >= 1 and all(.[]; .rate > 100 and .byte_rate > 1000000 and .sender != "")) and
+    ([.[] | select(.kind == "type")] | length == 14 and all(.[]; .value == "complete" and .age < 1)) and
+    ([.[] | select(.kind == "lost") | .value] == [0, 0]) and
+    ([.[] | select(.kind == "parameter")] | length > 100 and any(.[]; .address == "MicInput/0/Fader/0" and .name == "Mic1 Fader"))'
+printf '%s\n' "$output" | jq -es "$query" >/dev/null || fail "top's rows: $(printf '%s\n' "$output" | cut -c 1-200 | head -n 30)"
 
 # Progress: of a replay, and of waiting for an MC that is silent; gone when it ends. Colours are there, and not into a pipe.
 expect 0 "a recording" "$@" record "$work/a.pcap" --timeout 2
@@ -108,13 +115,27 @@ type 80 24 "$@" get MicInput/3/Fader --group 239.1.2.4 --timeout 3
 seen "waiting for the MC's image ░░░"
 seen "ended with 27"
 close
+# barred TEXT STATUS COMMAND...: it shows a bar that begins so, which is gone when it ends.
+barred()
+{
+    output=$(timeout 60 script -qec "$(printf '%q ' "${@:3}")" /dev/null </dev/null)
+    got=$?
+    [ $got = "$2" ] || fail "${*:3}: status $got instead of $2: $output"
+    contains "$1 ░░░"
+    case ${output##*░} in *$'\r\033[K'*) ;; *) fail "${*:3}: the bar stays: $output" ;; esac
+}
+barred "waiting for the whole image" 27 "$@" follow --group 239.1.2.4 --timeout 0.5 --seconds 3
+barred "waiting for the MC's image" 27 "$@" set MicInput/3/Fader 0 --group 239.1.2.4 --timeout 0.5
+barred "$work/a.pcap" 0 "$@" verify "$work/a.pcap" "$work/a.pcap"
+if "$@" --help | grep -q "^  show "; then # where there is SQLite
+    barred "waiting for the MC's image" 27 "$@" show save "$work/shows" Monday --group 239.1.2.4 --timeout 0.5
+fi
 type 100 24 "$@" verify "$work/a.pcap" "$work/a.pcap"
 seen "ended with 0"
 seen $'\033[32min step' escapes
 close
 expect 0 "plain into a pipe" "$@" verify "$work/a.pcap" "$work/a.pcap"
 case $output in *$'\033'*) fail "colours in a pipe: $output" ;; esac
-close
 "$@" mc --seconds 100 >"$work/mc.log" 2>&1 &
 mc=$!
 type 120 24 "$@" follow --seconds 3

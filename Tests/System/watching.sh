@@ -115,16 +115,19 @@ expect 27 "too few" "$@" watch MicInput/50/Fader --count 1 --timeout 0.5
 contains "0 changes within 0.5 seconds"
 expect 27 "no MC's changes" "$@" why MicInput/50/Fader --timeout 0.3
 
+expect 1 "nowhere to print so many to" timeout 20 sh -c 'exec "$@" >/dev/full' sh "$@" watch MicInput/0/Fader --count 3 --timeout 10
+case $output in *seconds*) fail "a full disk is no time-out: $output" ;; esac
 expect 1 "nowhere to print to" timeout 20 sh -c 'exec "$@" >/dev/full' sh "$@" watch MicInput/0/Fader
 contains "standard output takes no more"
 
 # A stop that is asked for is an end like any other.
+rm -f "$work/watch.log"
 "$@" watch 'MicInput/0/Fader' >"$work/watch.log" 2>&1 &
 watch=$!
 until_log "$work/watch.log" "MicInput/0/Fader/0"
 kill -INT $watch
 wait $watch || fail "an interrupted watch: $(tail -n 2 "$work/watch.log")"
-tail -n 1 "$work/watch.log" | grep -qE '^[0-9,]+ changes' || fail "no summary: $(tail -n 2 "$work/watch.log")"
+tail -n 1 "$work/watch.log" | grep -qE '^[0-9,]+ changes?' || fail "no summary: $(tail -n 2 "$work/watch.log")"
 
 kill -TERM $mc
 wait $mc || fail "mc: $(cat "$work/mc.log")"

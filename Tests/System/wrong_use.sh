@@ -26,7 +26,7 @@ refuse "240.0.0.1 is not a multicast group" follow --group 240.0.0.1
 refuse "225.0.0.046 is not a multicast group" mc --group 225.0.0.046
 refuse '--surface-rate: "nan" is no number' mc --surface-rate nan
 refuse '--timeout: "nan" is no number' follow --timeout nan
-refuse '"nan" is no value of a Fader' follow --set MicInput/3/Fader/0=nan
+refuse '"nan" is no value of type Fader' follow --set MicInput/3/Fader/0=nan
 refuse "nonsense is not a multicast group" follow --group nonsense
 refuse 'there is no "eth9" here; there are lo (127.0.0.1)' follow --interface eth9
 refuse 'there is no "203.0.113.9" here; there are lo (127.0.0.1)' mc --interface 203.0.113.9
@@ -48,9 +48,9 @@ refuse 'path "144" is out of range: MicInput has 0 to 143' follow --set MicInput
 refuse 'path "-1" is out of range' follow --set MicInput/-1/Fader/0=1
 refuse 'parameter "2" is out of range: MicInput/Fader has 0 to 1' follow --set MicInput/3/Fader/2=1
 refuse 'parameter "99999999999" is out of range' follow --set MicInput/3/Fader/99999999999=1
-refuse '"loud" is no value of a Fader' follow --set MicInput/3/Fader/0=loud
-refuse '"2" is no value of a Switch' follow --set MicInput/3/Switch/0=2
-refuse '"1.5" is no value of a Integer' follow --set MicInput/3/Integer/0=1.5
+refuse '"loud" is no value of type Fader' follow --set MicInput/3/Fader/0=loud
+refuse '"2" is no value of type Switch' follow --set MicInput/3/Switch/0=2
+refuse '"1.5" is no value of type Integer' follow --set MicInput/3/Integer/0=1.5
 refuse "a console string holds 12 characters" follow --set MicInput/3/String/1=ThirteenChars
 refuse "meters are set by the MC alone" follow --set MicInput/3/Meter/0=1
 refuse "never sent" follow --set Globals/0/Integer/58=1
@@ -58,8 +58,8 @@ refuse "has no value: ADDRESS VALUE go in pairs" set MicInput/3/Fader/0
 refuse "ADDRESS VALUE is required" set
 refuse '"--time" is no address' set --time 3
 refuse "names several types: one value fits only one" set 'MicInput/3/*/0' 1
-refuse '"loud" is no value of a Fader' set 'MicInput/*/Fader/0' loud
-refuse '"9" is no value of a Switch' set 'MicInput/0/Fader/0' 9 'MicInput/0/Switch/0' 9
+refuse '"loud" is no value of type Fader' set 'MicInput/*/Fader/0' loud
+refuse '"9" is no value of type Switch' set 'MicInput/0/Fader/0' 9 'MicInput/0/Switch/0' 9
 refuse "meters are set by the MC alone" set '*/*/Meter/*' 1
 refuse "is on the list of parameters that are never sent so" set 'Globals/0/Integer/*' 1 --direct
 refuse 'path "5-3" is a range from high to low' get MicInput/5-3/Fader/0
@@ -77,7 +77,6 @@ if "$@" --help | grep -q "^  show "; then # where there is SQLite
     refuse '"Mic" is no parameter group' show save "$work/shows" Monday --scope 'Mic/*/*/*'
 fi
 refuse "names more than one parameter" follow --set 'MicInput/*/Fader/0=1'
-refuse "/nonexistent/a: there is no such file; an image is mc (live)," verify /nonexistent/a /nonexistent/b
 refuse "B is required" verify "$0"
 refuse '"MicInpt" is no parameter group; the nearest is MicInput' watch 'MicInpt/*/Fader'
 refuse 'path "144" is out of range: MicInput has 0 to 143; the nearest is 143' why MicInput/144/Fader
@@ -111,16 +110,28 @@ refuse '--timeout: "nan" is no number' stats --timeout nan
 refuse "it takes an ADDRESS or a --script" send
 refuse "it takes an ADDRESS or a --script" send MicInput/0/Fader --script "$0"
 refuse "takes no numbers from clients" send MicInput/0/Name
-refuse '"5" is no value of a Switch' send MicInput/0/Switch/0 --to 5
+refuse '"5" is no value of type Switch' send MicInput/0/Switch/0 --to 5
 refuse "takes no numbers from clients" send MicInput/0/Meter/0
 refuse "line 1 is no SECONDS ADDRESS VALUE" send --script <(echo 'soon MicInput/0/Fader 1')
 refuse "line 2 is no SECONDS ADDRESS VALUE" send --script <(printf '2 MicInput/0/Fader 1\n1 MicInput/0/Fader 1\n')
-refuse '"loud" is no value of a Fader' send --script <(echo '0 MicInput/0/Fader loud')
-refuse "can't be read" send --script /nonexistent
+refuse '"loud" is no value of type Fader' send --script <(echo '0 MicInput/0/Fader loud')
 refuse "FILE is required" record
 refuse "--speed: Value -1 not in range" replay x --speed -1
 refuse "excludes" replay x --loop --at 3
 refuse '"up" is none of on, off' show scope x y --recall up
+
+refuse '"-x" is too much' verify a b -- -x
+refuse '"get" is no subcommand' -- get
+
+# A file that isn't there is no wrong use, whoever is to read it.
+for reader in "verify /nonexistent/a $0" "get MicInput/0/Fader --from /nonexistent/a" "stats --capture /nonexistent/a" \
+    "replay /nonexistent/a --silent" "send --script /nonexistent/a"; do
+    # shellcheck disable=SC2086
+    expect 1 "no file: $reader" "$@" $reader
+    contains "/nonexistent/a: "
+done
+expect 1 "no image" "$@" verify /nonexistent/a /nonexistent/b
+contains "/nonexistent/a: there is no such file; an image is mc (live),"
 
 expect 0 "help" "$@" --help
 contains "consolectl mc"
@@ -134,6 +145,10 @@ mkfifo "$folder/fifo"
 echo precious >"$folder/image.new"
 echo old >"$folder/real"
 ln -s real "$folder/link"
+ln -s sub/made "$folder/dangling"
+ln -s dangling "$folder/two"
+mkdir "$folder/sub"
+ln -s loop "$folder/loop"
 for other in "$folder" "$folder/fifo" /dev/null; do
     expect 1 "no file" timeout 10 "$@" mc --seconds 0.1 --save "$other"
     contains "$other: not a file"
@@ -141,8 +156,12 @@ done
 expect 0 "beside another file" "$@" mc --seconds 0.1 --save "$folder/image"
 expect 0 "through a link" "$@" mc --seconds 0.1 --save "$folder/link"
 [ -L "$folder/link" ] && cmp -s "$folder/real" "$folder/image" || fail "the link or its file is gone"
+expect 0 "through links to what isn't there yet" "$@" mc --seconds 0.1 --save "$folder/two"
+[ -L "$folder/two" ] && [ -L "$folder/dangling" ] && cmp -s "$folder/sub/made" "$folder/image" || fail "not where the links lead"
+expect 1 "a link to itself" timeout 10 "$@" mc --seconds 0.1 --save "$folder/loop"
+contains "$folder/loop: Too many levels of symbolic links"
 [ "$(cat "$folder/image.new")" = precious ] || fail "another file was written to"
-[ "$(cd "$folder" && echo *)" = "fifo image image.new link real" ] || fail "left behind: $(ls "$folder")"
+[ "$(cd "$folder" && echo *)" = "dangling fifo image image.new link loop real sub two" ] || fail "left behind: $(ls "$folder")"
 rm -r "$folder"
 expect 1 "no room for the file" "$@" mc --seconds 0.1 --save /nonexistent/folder/image
 contains "No such file or directory"

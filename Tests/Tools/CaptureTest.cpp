@@ -365,7 +365,8 @@ TEST(Capture, FramesOfEachKindOfLinkAreReadAndWhatIsNoIPIsPassedOver)
     }
     const tBytes tag = {0x81, 0, 0, 7};
     const tBytes outerTag = {0x88, 0xa8, 0, 8};
-    const tBytes tagged = Framed(Framed(Framed(ethernet, outerTag), tag), {8, 0});
+    const tBytes oldTag = {0x91, 0, 0, 8};
+    const tBytes tagged = Framed(Framed(Framed(Framed(ethernet, oldTag), outerTag), tag), {8, 0});
     file.Write(BigEndianCapture(1, {Framed(tagged, Whole())}));
     EXPECT_EQ(std::vector<std::string>({"abc"}), ReadAll(file).texts);
     for (std::size_t unLength = 0; unLength < tagged.size(); ++unLength)
@@ -441,7 +442,9 @@ TEST(Capture, PacketsThatWereCutShortAreCounted)
 TEST(Capture, WhatIsNoCaptureIsRefused)
 {
     const CScratchFile file;
-    EXPECT_NE(std::string::npos, ReadAll(file).strError.find("not a file"));
+    EXPECT_EQ(file.Name() + ": there is no such file", ReadAll(file).strError);
+    CCaptureFile folder;
+    EXPECT_EQ("/: not a file", folder.Open("/"));
     file.Write({'h', 'e', 'l', 'l', 'o', ' ', 'w', 'o', 'r', 'l', 'd'});
     EXPECT_NE(std::string::npos, ReadAll(file).strError.find("no capture file"));
 }

@@ -112,11 +112,6 @@ std::uint32_t Bits(float fValue)
     return unBits;
 }
 
-bool IsFloat(tagenPPCMessageType enType)
-{
-    return enType == enRotary || enType == enFader;
-}
-
 // "*", "7" or "0-9".
 stRange ParseRange(const std::string& strText, int nLimit, const char* szWhat, const char* szOf)
 {
@@ -294,7 +289,7 @@ stValue ParseValue(tagenPPCMessageType enType, const std::string& strText)
     const bool bParsed = IsFloat(enType) ? ParseNumber(strText, value.fValue) : ParseNumber(strText, value.nValue);
     if (!bParsed || (enType == enSwitch && value.nValue != 0 && value.nValue != 1))
     {
-        Refuse(Format("\"%s\" is no value of a %s: it takes %s", strText.c_str(), caMessageTypeNames[enType],
+        Refuse(Format("\"%s\" is no value of type %s: it takes %s", strText.c_str(), caMessageTypeNames[enType],
                       IsFloat(enType)      ? "a number such as -6.5"
                       : enType == enSwitch ? "0 or 1"
                                            : "a whole number"));
@@ -370,6 +365,11 @@ int NumberOf(const stAddress& address)
         nNumber += canMaxPaths[nGroup] * ParametersOf(nGroup, address.enType);
     }
     return nNumber;
+}
+
+bool IsFloat(tagenPPCMessageType enType)
+{
+    return enType == enRotary || enType == enFader;
 }
 
 std::string ValueText(const stAddress& address, const stValue& value)

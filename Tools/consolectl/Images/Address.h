@@ -90,6 +90,7 @@ std::string AddressText(const stAddress& address);
 // Fader".
 std::string CommonNameText(const stAddress& address);
 std::string NameText(const CBMAContainer& image, const stAddress& address);
+bool IsFloat(tagenPPCMessageType enType);
 std::string ValueText(const stAddress& address, const stValue& value);
 
 stValue ReadValue(const CBMAContainer& image, const stAddress& address);

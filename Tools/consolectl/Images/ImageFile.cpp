@@ -21,19 +21,23 @@ std::string LastError(const std::string& strFile)
 }
 
 // Written beside the file and then put in its place: it is there whole, or as it was. Where a link leads the file is replaced,
-// not the link.
+// or made, and the link stays.
 std::string ReplaceFile(const std::string& strFile, const std::vector<unsigned char>& bytes)
 {
     std::error_code error;
     const std::filesystem::file_status status = std::filesystem::status(strFile, error);
+    if (!std::filesystem::status_known(status))
+    {
+        return strFile + ": " + error.message();
+    }
     if (std::filesystem::exists(status) && !std::filesystem::is_regular_file(status))
     {
         return strFile + ": not a file";
     }
-    const std::filesystem::path target = std::filesystem::weakly_canonical(strFile, error);
-    if (error)
+    std::filesystem::path target = strFile;
+    while (std::filesystem::is_symlink(std::filesystem::symlink_status(target, error))) // not for ever: the status is known
     {
-        return strFile + ": " + error.message();
+        target = target.parent_path() / std::filesystem::read_symlink(target, error);
     }
     const std::string strNew = target.string() + "." + std::to_string(getpid()) + ".new";
     std::FILE* const pFile = std::fopen(strNew.c_str(), "wbx");

@@ -19,8 +19,7 @@ constexpr std::size_t c_unLongestIP = 65535;
 constexpr std::size_t c_unMostFragmented = 64;
 constexpr unsigned char c_ucUDP = 17;
 constexpr std::uint32_t c_unIPv4 = 0x0800;
-constexpr std::uint32_t c_unTag = 0x8100;
-constexpr std::uint32_t c_unOuterTag = 0x88a8;
+constexpr std::uint32_t c_aunTags[] = {0x8100, 0x88a8, 0x9100}; // of virtual networks: one's, and those round another one
 constexpr std::chrono::milliseconds c_FlushPeriod(100);
 
 const stEndpoint c_End = {0x7f000001, 9};
@@ -90,11 +89,11 @@ std::size_t IPStart(int nLinkType, const unsigned char* pPacket, std::size_t unL
     {
         if (type.nLinkType == nLinkType)
         {
-            // Tags of virtual networks, four bytes each, stand before the protocol where that is the header's end.
+            // Tags, four bytes each, stand before the protocol where that is the header's end.
             std::size_t unTags = 0;
             const auto protocol = [&] { return Big16(pPacket + type.unProtocolAt + unTags); };
             while (type.unProtocolAt + 2 == type.unHeader && unLength >= type.unHeader + unTags &&
-                   (protocol() == c_unTag || protocol() == c_unOuterTag))
+                   std::find(std::begin(c_aunTags), std::end(c_aunTags), protocol()) != std::end(c_aunTags))
             {
                 unTags += 4;
             }
@@ -215,9 +214,10 @@ CCaptureFile::~CCaptureFile()
 std::string CCaptureFile::Open(const std::string& strFile)
 {
     std::error_code error;
-    if (!std::filesystem::is_regular_file(strFile, error))
+    const std::filesystem::file_status status = std::filesystem::status(strFile, error);
+    if (!std::filesystem::is_regular_file(status))
     {
-        return strFile + ": not a file";
+        return strFile + (std::filesystem::exists(status) ? ": not a file" : ": there is no such file");
     }
     m_lSize = static_cast<long>(std::filesystem::file_size(strFile, error));
     char acError[PCAP_ERRBUF_SIZE] = "";

@@ -99,7 +99,7 @@ int CClient::Open(unsigned int unTypes)
     {
         return Fail(strError);
     }
-    Line("%s", Describe(m_Options.link, m_Follower.GetReceiveBufferSize()).c_str());
+    Describe(m_Options.link, m_Follower.GetReceiveBufferSize());
     const tSteadyClock::time_point start = tSteadyClock::now();
     CProgress progress("waiting for the MC's image", c_nMessageTypes);
     while ((m_Follower.GetTypesReceived() & unTypes) != unTypes)
@@ -146,14 +146,13 @@ int CClient::Send(const std::vector<stChange>& changes)
         }
         else if (StopRequested())
         {
-            return Fail(Format("interrupted: %s of %s changes are back from the MC, and all are sent",
-                               Grouped(lAll - static_cast<long>(left.size())).c_str(), Grouped(lAll).c_str()));
+            return Fail(Format("interrupted: %s of %s back from the MC, all of them sent",
+                               Grouped(lAll - static_cast<long>(left.size())).c_str(), Counted(lAll, "changes").c_str()));
         }
         else if (SecondsSince(lastBack) > m_Options.dTimeout)
         {
-            Fail(Format("%s of %s changes never came back from the MC; the first: %s",
-                        Grouped(static_cast<long>(left.size())).c_str(), Grouped(static_cast<long>(changes.size())).c_str(),
-                        AddressText(left[0]->address).c_str()));
+            Fail(Format("%s of %s never came back from the MC; the first: %s", Grouped(static_cast<long>(left.size())).c_str(),
+                        Counted(static_cast<long>(changes.size()), "changes").c_str(), AddressText(left[0]->address).c_str()));
             return enExitTimedOut;
         }
         else if (SecondsSince(sent) > c_dSendAgainAfter)

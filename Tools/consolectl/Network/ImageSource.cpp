@@ -92,7 +92,9 @@ int LoadCapture(const std::string& strFile, double dAt, const stClientOptions& o
     }
     *named.pImage = pShadow->Image();
     named.strSender = pShadow->GetMC().AddressText();
-    return pShadow->IsWhole() ? int(enExitDone) : Fail(strFile + ": the image that it leads to is not whole");
+    return pShadow->IsWhole() ? int(enExitDone)
+                              : Fail(Format("%s: the image that its updates to %s:%u lead to is not whole", strFile.c_str(),
+                                            options.link.strGroup.c_str(), options.link.unPort));
 }
 
 int LoadShow(const std::string& strFile, const std::string& strName, stNamedImage& named)
@@ -147,7 +149,7 @@ int LoadNamedImage(const std::string& strSource, const stClientOptions& client, 
     std::error_code error;
     if (!std::filesystem::exists(strSource, error))
     {
-        throw stWrongUse(strSource, std::string("there is no such file; an image is ") + c_szImageSources);
+        return Fail(strSource + ": there is no such file; an image is " + c_szImageSources);
     }
     const std::string strError = LoadImage(strSource, *named.pImage);
     return strError.empty() ? int(enExitDone) : Fail(strError);

@@ -59,7 +59,14 @@ std::string OwnAddress(const stMulticastLink& link)
     return link.strInterface.empty() ? RouteTo(link.strGroup, nError) : link.strInterface;
 }
 
-std::string Describe(const stMulticastLink& link, int nReceiveBuffer)
+void Describe(const stMulticastLink& link, int nReceiveBuffer, const char* szFor)
 {
-    return Format("updates on %s, receive buffer %s bytes", LinkText(link).c_str(), Grouped(nReceiveBuffer).c_str());
+    static std::string s_strSaid;
+    const std::string strText =
+        Format("%supdates on %s, receive buffer %s bytes", szFor, LinkText(link).c_str(), Grouped(nReceiveBuffer).c_str());
+    if (s_strSaid != strText)
+    {
+        Line("%s", strText.c_str());
+        s_strSaid = strText;
+    }
 }

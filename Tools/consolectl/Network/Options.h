@@ -28,5 +28,5 @@ std::string LinkText(const stMulticastLink& link);
 // This machine's address there; empty when it has none.
 std::string OwnAddress(const stMulticastLink& link);
 
-// Says once what was chosen.
-std::string Describe(const stMulticastLink& link, int nReceiveBuffer);
+// Says what was chosen, for "MC: " or nobody; once, however often a client is opened there.
+void Describe(const stMulticastLink& link, int nReceiveBuffer, const char* szFor = "");

@@ -96,8 +96,9 @@ void CListen::Take(stReceivedReport& report)
     const std::string strValid = !m_Options.bValidate ? std::string()
                                  : bValid             ? ", " + Styled(enGood, "valid")
                                                       : ", " + Styled(enBad, "not valid: " + Printable(m_Reader.GetError()));
-    PrintReport(Format("%s from %s: %zu parameters, %s%s", Styled(enStrong, strDevice).c_str(), report.sender.Text(),
-                       m_Reader.GetMap().size(), strAge.c_str(), strValid.c_str()),
+    PrintReport(Format("%s from %s: %s, %s%s", Styled(enStrong, strDevice).c_str(), report.sender.Text(),
+                       Counted(static_cast<long>(m_Reader.GetMap().size()), "parameters").c_str(), strAge.c_str(),
+                       strValid.c_str()),
                 m_Reader, report.sender.Text());
 }
 

@@ -151,7 +151,7 @@ tFindings CheckHops(const stExamined&)
     const int nHops = CProbe().GetOption(IPPROTO_IP, IP_MULTICAST_TTL);
     return {nHops < 0    ? stFinding{enVerdictNote, "multicast", "not known here", ""}
             : nHops == 1 ? stFinding{enVerdictOk, "multicast", "1: no router passes it on; MC and clients are in one network", ""}
-                         : stFinding{enVerdictOk, "multicast", Format("%d hops", nHops), ""}};
+                         : stFinding{enVerdictOk, "multicast", Counted(nHops, "hops"), ""}};
 }
 
 tFindings CheckLoop(const stExamined&)
@@ -207,7 +207,7 @@ tFindings CheckMc(const stExamined& examined)
     for (const auto& sender : senders)
     {
         strSenders +=
-            (strSenders.empty() ? "" : ", ") + Format("%s (%s datagrams)", sender.first.c_str(), Grouped(sender.second).c_str());
+            (strSenders.empty() ? "" : ", ") + Format("%s (%s)", sender.first.c_str(), Counted(sender.second, "datagrams").c_str());
     }
     return {senders.empty()
                 ? stFinding{enVerdictNote, strSubject,

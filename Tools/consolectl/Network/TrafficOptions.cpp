@@ -25,7 +25,7 @@ std::unique_ptr<CTraffic> OpenTraffic(const stTrafficOptions& options)
         Line("datagrams from %s, %s bytes", options.strCapture.c_str(), Grouped(pCapture->GetSize()).c_str());
         return pCapture;
     }
-    Line("%s", Describe(options.link, pLive->GetReceiveBufferSize()).c_str());
+    Describe(options.link, pLive->GetReceiveBufferSize());
     return pLive;
 }
 

@@ -197,8 +197,8 @@ int Validate(const stFileOptions& options)
     }
     reader.populateMap();
     const int nParameters = static_cast<int>(reader.GetMap().size());
-    PrintResult(Format("%s is %s: %s, %d parameters", Printable(options.strFile).c_str(), Styled(enGood, "valid").c_str(),
-                       DeviceText(reader).c_str(), nParameters),
+    PrintResult(Format("%s is %s: %s, %s", Printable(options.strFile).c_str(), Styled(enGood, "valid").c_str(),
+                       DeviceText(reader).c_str(), Counted(nParameters, "parameters").c_str()),
                 {{"file", options.strFile}, {"valid", "valid"}, {"device", DeviceText(reader)}, {"parameters", nParameters}});
     return enExitDone;
 }
@@ -216,8 +216,8 @@ int Show(const stFileOptions& options)
     {
         return Fail(options.strFile + " is no report" + (reader.GetError().empty() ? "" : ": " + reader.GetError()));
     }
-    PrintReport(Format("%s: %zu parameters, written %s s ago", Styled(enStrong, DeviceText(reader)).c_str(), reader.GetMap().size(),
-                       Grouped(lAge).c_str()),
+    PrintReport(Format("%s: %s, written %s s ago", Styled(enStrong, DeviceText(reader)).c_str(),
+                       Counted(static_cast<long>(reader.GetMap().size()), "parameters").c_str(), Grouped(lAge).c_str()),
                 reader);
     return enExitDone;
 }

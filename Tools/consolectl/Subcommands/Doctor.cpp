@@ -21,6 +21,7 @@ struct stOptions
     stMulticastLink link;
     std::string strSchema = XMLDiagnostics::c_strSchemaFile;
     double dTimeout = 0.3;
+    int nCount = 0;
 };
 
 int SchemaError(const std::string& strFile, long& lSize)
@@ -79,15 +80,15 @@ struct stDiagnosis
     std::string strWorst;
 };
 
-void Print(CTable& table, const char* szCheck, const stFinding& finding)
+void Print(CShortTable& table, const char* szCheck, const stFinding& finding)
 {
     const auto& verdict = c_aVerdicts[finding.enIs];
-    table.Print({{verdict.enStyle, verdict.szName},
-                 szCheck,
-                 finding.strSubject,
-                 finding.strFinding,
-                 finding.strCommand.empty() ? CCell() : CCell(finding.strCommand)});
-    if (!finding.strCommand.empty() && GetFormat() == enFormatText)
+    const bool bShown = table.Print({{verdict.enStyle, verdict.szName},
+                                     szCheck,
+                                     finding.strSubject,
+                                     finding.strFinding,
+                                     finding.strCommand.empty() ? CCell() : CCell(finding.strCommand)});
+    if (bShown && !finding.strCommand.empty() && GetFormat() == enFormatText)
     {
         Line("          try: %s", Printable(finding.strCommand).c_str());
     }
@@ -106,7 +107,7 @@ void Add(stDiagnosis& diagnosis, const char* szCheck, const stFinding& finding)
 int Doctor(const stOptions& options)
 {
     const stExamined examined(options.link, options.strSchema, options.dTimeout);
-    CTable table({{"verdict", 8}, {"check", 10}, {"subject", 16}, {"finding", 38}, {"command", 0}});
+    CShortTable table(options.nCount, {{"verdict", 8}, {"check", 10}, {"subject", 16}, {"finding", 38}, {"command", 0}});
     table.PrintHead();
     stDiagnosis diagnosis;
     for (const auto& check : c_aChecks)
@@ -114,7 +115,7 @@ int Doctor(const stOptions& options)
         const std::vector<stFinding> findings = check.pRun(examined);
         if (StopRequested())
         {
-            Line("stopped at the check of %s: %d findings before it", check.szName, diagnosis.nAmiss);
+            Line("stopped at the check of %s: %s before it", check.szName, Counted(diagnosis.nAmiss, "findings").c_str());
             return diagnosis.enWorst == enVerdictFailed ? enExitFailed : enExitDone;
         }
         for (const stFinding& finding : findings)
@@ -128,8 +129,7 @@ int Doctor(const stOptions& options)
         Line("%s", Styled(enGood, "all is well").c_str());
         return enExitDone;
     }
-    Line("%d %s: the first is %s", diagnosis.nAmiss, diagnosis.nAmiss == 1 ? "finding" : "findings",
-         Printable(diagnosis.strWorst).c_str());
+    Line("%s: the first is %s", Counted(diagnosis.nAmiss, "findings").c_str(), Printable(diagnosis.strWorst).c_str());
     return diagnosis.enWorst == enVerdictFailed ? enExitFailed : enExitDone;
 }
 
@@ -144,6 +144,7 @@ void AddDoctor(CCommand& console)
     command
         .Option("--timeout", pOptions->dTimeout, "Seconds to wait for the datagram that is sent and received, and then for an MC's")
         .Within(0.01, 60);
+    AddRowsOption(command, pOptions->nCount, "findings");
     AddFormatOption(command);
     command.Footer("consolectl doctor --interface eth0\n"
                    "consolectl doctor --format json");

@@ -217,8 +217,8 @@ void CFollow::Loop()
 int CFollow::Finish()
 {
     PrintRow(true);
-    Line("client: %s updates applied, %ld bad ones, %u datagrams dropped by the kernel",
-         Grouped(m_Follower.GetUpdatesApplied()).c_str(), m_lErrors, m_Follower.GetSocketStatistics().unKernelDrops);
+    Line("client: %s applied, %ld bad ones, %s dropped by the kernel", Counted(m_Follower.GetUpdatesApplied(), "updates").c_str(),
+         m_lErrors, Counted(m_Follower.GetSocketStatistics().unKernelDrops, "datagrams").c_str());
     if (m_Options.bStatistics)
     {
         PrintStatistics(m_Follower);
@@ -263,7 +263,7 @@ int CFollow::Run()
     {
         return Fail(strError);
     }
-    Line("client: %s", Describe(m_Options.link, m_Follower.GetReceiveBufferSize()).c_str());
+    Describe(m_Options.link, m_Follower.GetReceiveBufferSize(), "client: ");
     Loop();
     m_Follower.Shutdown();
     return Finish();

@@ -49,7 +49,7 @@ int Get(const stOptions& options)
     }
     if (lLacking > 0)
     {
-        Line("%s parameters are not in %s", Grouped(lLacking).c_str(), Printable(options.strSource).c_str());
+        Line("%s not in %s", Counted(lLacking, "parameters").c_str(), Printable(options.strSource).c_str());
     }
     return enExitDone;
 }

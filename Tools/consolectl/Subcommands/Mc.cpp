@@ -215,7 +215,7 @@ int CSimulatedMC::Run()
         return Fail("the network can't be had: " + LinkText({c_szPPCGroup, c_unPPCPort, m_Options.link.strInterface}));
     }
     m_Moving.Fill(m_Options.faults.unSeed);
-    Line("MC: %s", Describe(m_Options.link, m_PPCs.GetReceiveBufferSize()).c_str());
+    Describe(m_Options.link, m_PPCs.GetReceiveBufferSize(), "MC: ");
     Line("MC: changes from clients on %s:%u", c_szPPCGroup, c_unPPCPort);
     RunUntil(m_Options.dSeconds > 0 ? m_Options.dSeconds : c_dForEver, true);
     if (!IsOver())
@@ -231,8 +231,9 @@ int CSimulatedMC::Run()
     }
     Line("MC: diagnostics reports sent to %s:%u: %s", XMLDiagnostics::c_strMulticastGroup.c_str(), c_unReportPort,
          Grouped(m_lReports).c_str());
-    Line("MC: %s changes applied, %s refused, from %s datagrams; %u datagrams dropped by the kernel", Grouped(m_lApplied).c_str(),
-         Grouped(m_lRefused).c_str(), Grouped(m_lChangeDatagrams).c_str(), m_PPCs.GetSocketStatistics().unKernelDrops);
+    Line("MC: %s applied, %s refused, from %s; %s dropped by the kernel", Counted(m_lApplied, "changes").c_str(),
+         Grouped(m_lRefused).c_str(), Counted(m_lChangeDatagrams, "datagrams").c_str(),
+         Counted(m_PPCs.GetSocketStatistics().unKernelDrops, "datagrams").c_str());
     if (m_Updates.GetSent() == 0 && !m_Updates.LostAll())
     {
         return Fail(

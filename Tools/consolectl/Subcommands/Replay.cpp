@@ -160,8 +160,8 @@ int CReplay::Judge(const CCaptureFile& capture)
     CBMAContainer& image = m_pShadow->Image();
     const char* const szImage = m_pShadow->IsWhole() ? "whole" : "not whole";
     const std::string strCheckWord = CheckWordText(image);
-    PrintResult(Format("%s: %s datagrams, %s sent; the image they lead to is %s, check word %s", m_Options.strFile.c_str(),
-                       Grouped(m_lRead).c_str(), Grouped(m_lSent).c_str(), szImage, strCheckWord.c_str()),
+    PrintResult(Format("%s: %s, %s sent; the image they lead to is %s, check word %s", m_Options.strFile.c_str(),
+                       Counted(m_lRead, "datagrams").c_str(), Grouped(m_lSent).c_str(), szImage, strCheckWord.c_str()),
                 {{"time", CCell::Time(TimeNow())},
                  {"sender", m_pShadow->GetMC().AddressText()},
                  {"file", m_Options.strFile},
@@ -199,8 +199,8 @@ int CReplay::Judge(const CCaptureFile& capture)
     ReadCheckWords(image, aunCheckWords);
     if (pEnd->lDatagrams != m_lRead || std::memcmp(aunCheckWords, pEnd->aunCheckWords, sizeof aunCheckWords) != 0)
     {
-        return Fail(Format("the recording led elsewhere: it ended after %s datagrams with other check words",
-                           Grouped(pEnd->lDatagrams).c_str()));
+        return Fail(Format("the recording led elsewhere: it ended after %s with other check words",
+                           Counted(pEnd->lDatagrams, "datagrams").c_str()));
     }
     Line("%s: the same check words as at the end of the recording", Styled(enGood, "it got there").c_str());
     return enExitDone;

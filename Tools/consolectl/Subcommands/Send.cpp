@@ -76,7 +76,7 @@ std::vector<stTimedChange> ReadScript(const std::string& strFile)
     std::ifstream file(strFile);
     if (!file || (type != std::filesystem::file_type::regular && type != std::filesystem::file_type::fifo))
     {
-        throw stWrongUse("--script", strFile + " can't be read");
+        throw std::runtime_error(strFile + ": it can't be read");
     }
     std::vector<stTimedChange> changes;
     std::string strLine;
@@ -107,7 +107,7 @@ std::vector<stTimedChange> ReadScript(const std::string& strFile)
     }
     if (file.bad())
     {
-        throw stWrongUse("--script", strFile + " can't be read");
+        throw std::runtime_error(strFile + ": it can't be read");
     }
     return changes;
 }
@@ -158,15 +158,15 @@ int Send(const stOptions& options)
         return Fail("nothing can be sent: " + LinkText(options.link));
     }
     const double dSeconds = SecondsSince(start);
-    PrintResult(Format("%s changes sent in %.3f s", Grouped(static_cast<long>(unSent)).c_str(), dSeconds),
+    PrintResult(Format("%s sent in %.3f s", Counted(static_cast<long>(unSent), "changes").c_str(), dSeconds),
                 {{"time", CCell::Time(TimeNow())},
                  {"sender", OwnAddress(options.link)},
                  {"changes", static_cast<long>(unSent)},
                  {"seconds", {dSeconds, 3}}});
     if (unSent < changes.size() && !StopRequested())
     {
-        Fail(Format("%s of %s changes within %g seconds", Grouped(static_cast<long>(unSent)).c_str(),
-                    Grouped(static_cast<long>(changes.size())).c_str(), options.dTimeout));
+        Fail(Format("%s of %s within %g seconds", Grouped(static_cast<long>(unSent)).c_str(),
+                    Counted(static_cast<long>(changes.size()), "changes").c_str(), options.dTimeout));
         return enExitTimedOut;
     }
     return enExitDone;

@@ -3,6 +3,7 @@
 #include "Subcommands/Subcommands.h"
 #include "Terminal/Output.h"
 
+#include <algorithm>
 #include <memory>
 
 namespace
@@ -12,6 +13,7 @@ struct stOptions
 {
     stClientOptions client;
     std::vector<std::string> changes; // address, value, address, value
+    int nCount = 0;
 };
 
 // Each parameter that an address names, with the value that goes with it.
@@ -36,6 +38,7 @@ std::vector<stChange> ParseChanges(const stOptions& options)
         const stValue value = ParseValue(static_cast<tagenPPCMessageType>(pattern.types.nFirst), options.changes[unPair + 1]);
         ForEachParameter(pattern, [&](const stAddress& address) { changes.push_back({address, value}); });
     }
+    changes.resize(options.nCount > 0 ? std::min(changes.size(), static_cast<std::size_t>(options.nCount)) : changes.size());
     return changes;
 }
 
@@ -75,9 +78,9 @@ int Set(const stOptions& options)
                 : bOne ? Format("%s  %s -> %s, back from the MC after %.1f ms", AddressText(changes[0].address).c_str(),
                                 strBefore.c_str(), Styled(enGood, ValueText(changes[0].address, changes[0].value)).c_str(),
                                 dMilliseconds)
-                       : Format("%s parameters: %s changes sent, all back from the MC after %.1f ms%s",
-                                Grouped(static_cast<long>(changes.size())).c_str(), Grouped(pClient->GetSent()).c_str(),
-                                dMilliseconds, strResent.c_str()),
+                       : Format("%s: %s sent, all back from the MC after %.1f ms%s",
+                                Counted(static_cast<long>(changes.size()), "parameters").c_str(),
+                                Counted(pClient->GetSent(), "changes").c_str(), dMilliseconds, strResent.c_str()),
                 {{"time", CCell::Time(TimeNow())},
                  {"sender", pClient->Sender()},
                  {"address", bOne ? CCell(AddressText(changes[0].address)) : CCell()},
@@ -98,10 +101,13 @@ void AddSet(CCommand& console)
         "Change parameters at the MC, and wait until its updates show them. A burst goes out in as few datagrams as it fits in");
     AddClientOptions(command, pOptions->client);
     AddDirectOption(command, pOptions->client);
+    command.Option("--count", pOptions->nCount, "Change the first so many parameters that are named; 0: all").Within(0, 1000000000);
     AddFormatOption(command);
     command.Rest(pOptions->changes);
-    command.Footer("ADDRESS VALUE, in pairs, such as\n"
-                   "  consolectl set MicInput/12/Fader/0 -6.5 MicInput/12/String/1 'Lead Vocal'\n"
-                   "Path and parameter may be a range (0-9), all but the type may be '*'. The last value for a parameter counts.");
+    command.Footer(
+        "ADDRESS VALUE, in pairs, such as\n"
+        "  consolectl set MicInput/12/Fader/0 -6.5 MicInput/12/String/1 'Lead Vocal'\n"
+        "Path and parameter may be a range (0-9), all but the type may be '*'. The last value for a parameter counts. What follows "
+        "'--' is no option, whatever it begins with.");
     command.RunsUntilStopped([pOptions] { return Set(*pOptions); });
 }

@@ -117,8 +117,8 @@ int SaveShow(const stShowOptions& options)
     }
     const int nParameters = CountRecalled(*pShow);
     PrintResult(
-        Format("show \"%s\" saved to %s: %s parameters", options.strName.c_str(), options.strFile.c_str(),
-               Grouped(nParameters).c_str()),
+        Format("show \"%s\" saved to %s: %s", options.strName.c_str(), options.strFile.c_str(),
+               Counted(nParameters, "parameters").c_str()),
         {{"time", CCell::Time(TimeNow())}, {"sender", pClient->Sender()}, {"show", options.strName}, {"parameters", nParameters}});
     return enExitDone;
 }

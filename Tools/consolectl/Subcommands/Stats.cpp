@@ -168,7 +168,7 @@ int CStats::Run()
         Line("several senders of updates: either an MC began anew, or there are two, which meet in every client's image");
     }
     PrintLayers(pTraffic->GetLoss());
-    Line("%s datagrams in %.3f s, %s messages lost", Grouped(m_lDatagrams).c_str(), Seconds(), Grouped(m_lLost).c_str());
+    Line("%s in %.3f s, %s lost", Counted(m_lDatagrams, "datagrams").c_str(), Seconds(), Counted(m_lLost, "messages").c_str());
     return TrafficStatus(*pTraffic, m_Options.limits, m_lDatagrams, "datagrams");
 }
 

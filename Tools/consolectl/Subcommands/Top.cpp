@@ -1,15 +1,12 @@
 // consolectl top: a console's network at a glance, live.
 #include "Images/Cells.h"
-#include "Network/LossFinder.h"
-#include "Network/Shadow.h"
+#include "Network/Activity.h"
 #include "Network/TrafficOptions.h"
 #include "Subcommands/Subcommands.h"
 #include "Terminal/Arguments.h"
+#include "Terminal/Output.h"
 #include "Terminal/Screen.h"
 
-#include <algorithm>
-#include <cmath>
-#include <map>
 #include <memory>
 
 #include <unistd.h>
@@ -29,92 +26,59 @@ struct stOptions
     stLimits limits;
 };
 
-// What happened within about a second.
-struct stSecond
-{
-    long PerSecond(double dCount) const { return std::lround(dCount / dSeconds); }
-
-    double dSeconds = 1;
-    std::map<std::string, std::pair<long, double>> senders; // datagrams and bytes
-    std::map<std::pair<int, int>, int> parameters;          // changes, by type and number
-    int anChanges[c_nMessageTypes] = {};
-    long lUpdates = 0;
-    long lRequests = 0;
-};
-
 class CTop
 {
 public:
-    explicit CTop(const stOptions& options) : m_Options(options), m_Shadow(options.traffic.link) {}
+    explicit CTop(const stOptions& options) : m_Options(options), m_Activity(options.traffic.link), m_Shadow(m_Activity.Shadow()) {}
 
     int Run();
 
 private:
-    void Take(stDatagram& datagram);
     void Draw(CScreen& screen, const stTrafficLoss& loss);
     void DrawSummary(CScreen& screen, const stTrafficLoss& loss);
     void DrawTypes(CScreen& screen);
     void DrawSenders(CScreen& screen);
     void DrawBusiest(CScreen& screen);
     bool TakeKeys(CScreen& screen, const stTrafficLoss& loss);
+    void TakeNext(CTraffic& traffic);
     int Watch(CTraffic& traffic);
+    void PrintSecond(CTable& table);
+    int Print(CTraffic& traffic);
+    bool Reached() const { return m_Options.limits.Reached(m_lShown, m_Start); }
+    int Status(const char* szWhat) const;
 
     const stOptions& m_Options;
-    CShadow m_Shadow;
-    CLossFinder m_LossFinder;
-    stSecond m_Now;
-    stSecond m_Shown; // the last whole second
-    std::uint32_t m_unAppliedBefore = 0;
-    tSteadyClock::time_point m_LastUpdate = tSteadyClock::now();
-    long m_lLost = 0;
+    CActivity m_Activity;
+    CShadow& m_Shadow;
     stTrafficLoss m_ResetLoss; // as it was when the losses were reset
-    long m_lDrawn = 0;
+    const tSteadyClock::time_point m_Start = tSteadyClock::now();
+    long m_lShown = 0;
     bool m_bPaused = false;
 };
 
-void CTop::Take(stDatagram& datagram)
-{
-    auto& sender = m_Now.senders[datagram.source.Text()];
-    ++sender.first;
-    sender.second += static_cast<double>(datagram.bytes.size());
-    m_lLost += static_cast<long>(m_LossFinder.Take(datagram).size());
-    m_Shadow.Take(datagram);
-    m_Now.lRequests += static_cast<long>(m_Shadow.GetRequests().size());
-    if (m_Shadow.Follower().GetUpdatesApplied() != m_unAppliedBefore)
-    {
-        m_unAppliedBefore = m_Shadow.Follower().GetUpdatesApplied();
-        m_LastUpdate = tSteadyClock::now();
-        ++m_Now.lUpdates;
-    }
-    for (const stImageChange& change : m_Shadow.GetChanges())
-    {
-        ++m_Now.anChanges[change.address.enType];
-        ++m_Now.parameters[{change.address.enType, NumberOf(change.address)}];
-    }
-}
-
 void CTop::DrawSummary(CScreen& screen, const stTrafficLoss& loss)
 {
-    const double dSilent = SecondsSince(m_LastUpdate);
-    const bool bEver = m_Shadow.Follower().GetUpdatesApplied() != 0;
-    const std::string strMC = !bEver ? "no MC heard yet"
+    const stSecond& second = m_Activity.GetSecond();
+    const double dSilent = m_Activity.SecondsSilent();
+    const std::string strMC = dSilent < 0 ? "no MC heard yet"
                               : dSilent > c_dSilent
                                   ? Format("MC %s SILENT for %.1f s", m_Shadow.GetMC().AddressText().c_str(), dSilent)
                                   : "MC " + m_Shadow.GetMC().AddressText();
     screen.Text(
         Format("consolectl top  %s:%u  %s", m_Options.traffic.link.strGroup.c_str(), m_Options.traffic.link.unPort, strMC.c_str()),
-        !bEver || dSilent > c_dSilent ? enBad : enStrong);
+        dSilent < 0 || dSilent > c_dSilent ? enBad : enStrong);
     const std::uint32_t unKernel = loss.unKernel - m_ResetLoss.unKernel;
     const std::uint32_t unSize = loss.unSize - m_ResetLoss.unSize;
     screen.Text(Format("updates %ld/s   client changes %ld/s   lost %ld, by the kernel %u, by size %u",
-                       m_Shown.PerSecond(static_cast<double>(m_Shown.lUpdates)),
-                       m_Shown.PerSecond(static_cast<double>(m_Shown.lRequests)), m_lLost, unKernel, unSize),
-                m_lLost == 0 && unKernel == 0 && unSize == 0 ? enPlain : enBad);
+                       second.PerSecond(second.dUpdates), second.PerSecond(second.dRequests), m_Activity.GetLost(), unKernel,
+                       unSize),
+                m_Activity.GetLost() == 0 && unKernel == 0 && unSize == 0 ? enPlain : enBad);
     screen.Text("");
 }
 
 void CTop::DrawTypes(CScreen& screen)
 {
+    const stSecond& second = m_Activity.GetSecond();
     screen.Text(Format("%-10s %-10s %8s %12s", "type", "state", "age s", "changes/s"), enStrong);
     for (int nType = 0; nType < c_nMessageTypes; ++nType)
     {
@@ -122,7 +86,7 @@ void CTop::DrawTypes(CScreen& screen)
         const enTypeState enState = m_Shadow.Follower().GetState(enType);
         const double dAge = m_Shadow.Follower().GetAge(enType);
         screen.Text(Format("%-10s %-10s %8s %12ld", caMessageTypeNames[nType], TypeStateText(enState),
-                           dAge < 0 ? "-" : Format("%.2f", dAge).c_str(), m_Shown.PerSecond(m_Shown.anChanges[nType])),
+                           dAge < 0 ? "-" : Format("%.2f", dAge).c_str(), second.PerSecond(second.adChanges[nType])),
                     enState == enTypeComplete ? enGood : enBad);
     }
     screen.Text("");
@@ -131,37 +95,36 @@ void CTop::DrawTypes(CScreen& screen)
 void CTop::DrawSenders(CScreen& screen)
 {
     screen.Text(Format("%-24s %12s %16s", "sender", "datagrams/s", "bytes/s"), enStrong);
+    const stSecond& second = m_Activity.GetSecond();
     int nShown = 0;
-    for (const auto& entry : m_Shown.senders)
+    for (const auto& entry : second.senders)
     {
         if (++nShown > c_nMostSenders)
         {
-            screen.Text(Format("... and %zu more", m_Shown.senders.size() - c_nMostSenders), enFaint);
+            screen.Text(Format("... and %zu more", second.senders.size() - c_nMostSenders), enFaint);
             break;
         }
-        screen.Text(Format("%-24s %12ld %16s", entry.first.c_str(), m_Shown.PerSecond(static_cast<double>(entry.second.first)),
-                           Grouped(m_Shown.PerSecond(entry.second.second)).c_str()));
+        screen.Text(Format("%-24s %12ld %16s", entry.first.c_str(), second.PerSecond(entry.second.dDatagrams),
+                           Grouped(second.PerSecond(entry.second.dBytes)).c_str()));
     }
     screen.Text("");
 }
 
 void CTop::DrawBusiest(CScreen& screen)
 {
-    typedef std::pair<std::pair<int, int>, int> tBusy;
-    std::vector<tBusy> busiest(m_Shown.parameters.begin(), m_Shown.parameters.end());
-    std::stable_sort(busiest.begin(), busiest.end(), [](const tBusy& a, const tBusy& b) { return a.second > b.second; });
+    const std::vector<std::pair<stAddress, double>> busiest = m_Activity.GetSecond().Busiest();
     screen.Text(Format("%-28s %-20s %14s %10s", Format("busiest of %zu", busiest.size()).c_str(), "name", "value", "changes/s"),
                 enStrong);
-    for (const tBusy& busy : busiest)
+    for (const auto& busy : busiest)
     {
         if (screen.RowsLeft() <= 0)
         {
             return;
         }
-        const stAddress address = AddressAt(static_cast<tagenPPCMessageType>(busy.first.first), busy.first.second);
-        screen.Text(Format("%-28s %s %14s %10ld", AddressText(address).c_str(),
-                           Padded(NameText(m_Shadow.Image(), address), 20).c_str(),
-                           ValueText(address, ReadValue(m_Shadow.Image(), address)).c_str(), m_Shown.PerSecond(busy.second)));
+        const stAddress& address = busy.first;
+        screen.Text(Format(
+            "%-28s %s %14s %10ld", AddressText(address).c_str(), Padded(NameText(m_Shadow.Image(), address), 20).c_str(),
+            ValueText(address, ReadValue(m_Shadow.Image(), address)).c_str(), m_Activity.GetSecond().PerSecond(busy.second)));
     }
 }
 
@@ -176,7 +139,7 @@ void CTop::Draw(CScreen& screen, const stTrafficLoss& loss)
         DrawBusiest(screen);
     }
     screen.End((m_bPaused ? "[paused]   " : "") + std::string(c_szKeys));
-    ++m_lDrawn;
+    ++m_lShown;
 }
 
 // False when it is to end.
@@ -189,26 +152,40 @@ bool CTop::TakeKeys(CScreen& screen, const stTrafficLoss& loss)
             return false;
         }
         m_bPaused = nKey == 'p' ? !m_bPaused : m_bPaused;
-        m_lLost = nKey == 'r' ? 0 : m_lLost;
-        m_ResetLoss = nKey == 'r' ? loss : m_ResetLoss;
+        if (nKey == 'r')
+        {
+            m_Activity.ForgetLost();
+            m_ResetLoss = loss;
+        }
     }
     return true;
 }
 
 int CTop::Run()
 {
-    if (!IsTerminal() || isatty(STDIN_FILENO) == 0)
+    const bool bScreen = GetFormat() == enFormatText;
+    if (bScreen && (!IsTerminal() || isatty(STDIN_FILENO) == 0))
     {
-        return Fail("top needs a terminal; stats says the same to a pipe");
+        return Fail("top needs a terminal; --format json or csv, and stats, say the same to a pipe");
     }
     const std::unique_ptr<CTraffic> pTraffic = OpenTraffic(m_Options.traffic);
     if (pTraffic == nullptr)
     {
         return enExitFailed;
     }
-    const int nStatus = Watch(*pTraffic);
-    Line("%s updates, %s messages lost", Grouped(m_Shadow.Follower().GetUpdatesApplied()).c_str(), Grouped(m_lLost).c_str());
+    const int nStatus = bScreen ? Watch(*pTraffic) : Print(*pTraffic);
+    Line("%s, %s lost", Counted(m_Shadow.Follower().GetUpdatesApplied(), "updates").c_str(),
+         Counted(m_Activity.GetLost(), "messages").c_str());
     return nStatus;
+}
+
+void CTop::TakeNext(CTraffic& traffic)
+{
+    stDatagram datagram;
+    if (traffic.Next(datagram, c_dLongestWait))
+    {
+        m_Activity.Take(datagram);
+    }
 }
 
 int CTop::Watch(CTraffic& traffic)
@@ -218,31 +195,75 @@ int CTop::Watch(CTraffic& traffic)
     {
         return Fail("this terminal can't be used: TERM names one that is not known here, or that can't be drawn on");
     }
-    const tSteadyClock::time_point start = tSteadyClock::now();
     double dNextDraw = 0;
-    double dSecondBegan = 0;
-    for (stDatagram datagram; !m_Options.limits.Reached(m_lDrawn, start) && TakeKeys(screen, traffic.GetLoss());)
+    while (!Reached() && TakeKeys(screen, traffic.GetLoss()))
     {
-        if (traffic.Next(datagram, c_dLongestWait))
-        {
-            Take(datagram);
-        }
-        const double dNow = SecondsSince(start);
-        if (dNow >= dSecondBegan + 1)
-        {
-            m_Now.dSeconds = dNow - dSecondBegan;
-            m_Shown = m_Now;
-            m_Now = stSecond();
-            dSecondBegan = dNow;
-        }
-        if (dNow >= dNextDraw)
+        TakeNext(traffic);
+        m_Activity.EndSecond();
+        if (SecondsSince(m_Start) >= dNextDraw)
         {
             Draw(screen, traffic.GetLoss());
-            dNextDraw = dNow + c_dDrawPeriod;
+            dNextDraw = SecondsSince(m_Start) + c_dDrawPeriod;
         }
     }
-    return m_Options.limits.dTimeout > 0 && m_Options.limits.nCount > 0 ? m_Options.limits.Status(m_lDrawn, "screens")
-                                                                        : int(enExitDone);
+    return Status("screens");
+}
+
+// What the screen shows, of all senders and parameters.
+void CTop::PrintSecond(CTable& table)
+{
+    const stSecond& second = m_Activity.GetSecond();
+    const CCell time = CCell::Time(TimeNow());
+    const std::string strMC = m_Activity.SecondsSilent() < 0 ? "" : m_Shadow.GetMC().AddressText();
+    for (const auto& sender : second.senders)
+    {
+        table.Print({time, sender.first, "datagrams", CCell(), CCell(), CCell(), CCell(),
+                     second.PerSecond(sender.second.dDatagrams), second.PerSecond(sender.second.dBytes)});
+    }
+    table.Print({time, strMC, "lost", CCell(), CCell(), m_Activity.GetLost(), CCell(), CCell(), CCell()});
+    for (int nType = 0; nType < c_nMessageTypes; ++nType)
+    {
+        const tagenPPCMessageType enType = static_cast<tagenPPCMessageType>(nType);
+        const double dAge = m_Shadow.Follower().GetAge(enType);
+        table.Print({time, strMC, "type", Format("*/*/%s/*", caMessageTypeNames[nType]), CCell(),
+                     TypeStateText(m_Shadow.Follower().GetState(enType)), dAge < 0 ? CCell() : CCell(dAge, 2),
+                     second.PerSecond(second.adChanges[nType]), CCell()});
+    }
+    for (const auto& busy : second.Busiest())
+    {
+        table.Print({time, strMC, "parameter", AddressText(busy.first), NameText(m_Shadow.Image(), busy.first),
+                     ValueCell(busy.first, ReadValue(m_Shadow.Image(), busy.first)), CCell(), second.PerSecond(busy.second),
+                     CCell()});
+    }
+}
+
+int CTop::Print(CTraffic& traffic)
+{
+    CTable table({{"time", 0},
+                  {"sender", 0},
+                  {"kind", 0},
+                  {"address", 0},
+                  {"name", 0},
+                  {"value", 0},
+                  {"age", 0},
+                  {"rate", 0},
+                  {"byte_rate", 0}});
+    while (!Reached())
+    {
+        TakeNext(traffic);
+        if (m_Activity.EndSecond())
+        {
+            PrintSecond(table);
+            ++m_lShown;
+        }
+    }
+    return Status("seconds");
+}
+
+int CTop::Status(const char* szWhat) const
+{
+    const stLimits& limits = m_Options.limits;
+    return limits.dTimeout > 0 && limits.nCount > 0 ? limits.Status(m_lShown, szWhat) : int(enExitDone);
 }
 
 } // namespace
@@ -251,9 +272,11 @@ void AddTop(CCommand& console)
 {
     const auto pOptions = std::make_shared<stOptions>();
     CCommand command =
-        console.Add("top", "A live view of the whole terminal: senders, rates, losses, each type's age, the busiest parameters");
+        console.Add("top", "A live view on the whole terminal: senders, rates, losses, each type's age, the busiest parameters");
     AddLinkOptions(command, pOptions->traffic.link);
     AddLimitOptions(command, pOptions->limits, "screens");
-    command.Footer(std::string("Keys: ") + c_szKeys);
+    AddFormatOption(command);
+    command.Footer(std::string("Keys: ") + c_szKeys +
+                   "\n\nFor programs, once a second, a row for each sender, message type and parameter that changed.");
     command.RunsUntilStopped([pOptions] { return std::make_unique<CTop>(*pOptions)->Run(); });
 }

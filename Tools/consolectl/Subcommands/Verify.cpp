@@ -83,8 +83,11 @@ void PrintRows(int nMost, const std::vector<stAddress>& different, const std::ve
     const CCell sender = a.strSender.empty() ? b.strSender : a.strSender;
     for (const stAddress& address : different)
     {
+        const stValue aValue = ReadValue(*a.pImage, address);
+        const stValue bValue = ReadValue(*b.pImage, address);
+        const auto cell = ValueText(address, aValue) == ValueText(address, bValue) ? BytesCell : ValueCell;
         table.Print({now, sender, CCell(enBad, "differs"), AddressText(address), NameText(*a.pImage, address),
-                     ValueCell(address, ReadValue(*a.pImage, address)), ValueCell(address, ReadValue(*b.pImage, address)), 1, 1});
+                     cell(address, aValue), cell(address, bValue), 1, 1});
     }
     for (std::size_t unType = 0; unType < verdicts.size(); ++unType)
     {

@@ -54,7 +54,7 @@ int Watch(const stOptions& options)
                     }
                 }
             });
-    Line("%s changes%s", Grouped(lChanges).c_str(), pShadow->IsWhole() ? "" : "; the image never was whole");
+    Line("%s%s", Counted(lChanges, "changes").c_str(), pShadow->IsWhole() ? "" : "; the image never was whole");
     return TrafficStatus(*pTraffic, options.limits, lChanges, "changes");
 }
 

@@ -103,9 +103,9 @@ int CWhy::Run()
     m_Table.PrintHead();
     TakeAll(*pTraffic, m_Options.limits, m_lWrites, [this](stDatagram& datagram) { Take(datagram); });
     const bool bKnown = (m_Shadow.Follower().GetTypesReceived() & 1u << m_Address.enType) != 0;
-    Line("%s writes; %s in the end, after %s updates", Grouped(m_lWrites).c_str(),
+    Line("%s; %s in the end, after %s", Counted(m_lWrites, "writes").c_str(),
          bKnown ? ValueText(m_Address, ReadValue(m_Shadow.Image(), m_Address)).c_str() : "not known",
-         Grouped(m_Shadow.Follower().GetUpdatesApplied()).c_str());
+         Counted(m_Shadow.Follower().GetUpdatesApplied(), "updates").c_str());
     return TrafficStatus(*pTraffic, m_Options.limits, m_lWrites, "writes");
 }
 

@@ -17,11 +17,11 @@ double stLimits::TimeLeft(tSteadyClock::time_point start, double dMost) const
 
 int stLimits::Status(long lCame, const std::string& strWhat) const
 {
-    if (StopRequested() || lCame >= std::max(nCount, 1))
+    if (StopRequested() || OutputFailed() || lCame >= std::max(nCount, 1))
     {
         return enExitDone;
     }
-    Fail(Format("%s %s within %g seconds", Grouped(lCame).c_str(), strWhat.c_str(), dTimeout));
+    Fail(Format("%s within %g seconds", Counted(lCame, strWhat).c_str(), dTimeout));
     return enExitTimedOut;
 }
 

@@ -19,7 +19,8 @@ struct stLimits
     // How long may be waited, for so many seconds at most.
     double TimeLeft(tSteadyClock::time_point start, double dMost) const;
 
-    // Done when as many came as were asked for, or, without a count, any at all; else timed out, which it says.
+    // Done when as many came as were asked for, or, without a count, any at all; else timed out, which it says. Of an output that
+    // nobody takes, main tells.
     int Status(long lCame, const std::string& strWhat) const;
 };
 void AddLimitOptions(CCommand& command, stLimits& limits, const std::string& strWhat);

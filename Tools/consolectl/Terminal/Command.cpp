@@ -118,17 +118,25 @@ COption COption::Excludes(const COption& other)
 std::vector<std::string> CCommand::Shielded(int nArguments, char** ppArguments)
 {
     std::vector<std::string> words;
-    for (int nArgument = nArguments - 1; nArgument > 0; --nArgument) // the last one first, as the parser has them
+    bool bOptions = true;
+    for (int nArgument = 1; nArgument < nArguments; ++nArgument)
     {
         const std::string strWord = ppArguments[nArgument];
-        words.push_back(strWord.compare(0, 1, "[") == 0 ? c_cShield + strWord : strWord);
+        const bool bShield = !bOptions || strWord[0] == '[' || strWord[0] == c_cShield;
+        const bool bLast = bOptions && strWord == "--";
+        bOptions = bOptions && !bLast;
+        if (!bLast)
+        {
+            words.push_back(bShield ? c_cShield + strWord : strWord);
+        }
     }
+    std::reverse(words.begin(), words.end()); // as the parser has them
     return words;
 }
 
 std::string CCommand::Unshielded(const std::string& strWord)
 {
-    return strWord.compare(0, 2, {c_cShield, '['}) == 0 ? strWord.substr(1) : strWord;
+    return strWord[0] == c_cShield ? strWord.substr(1) : strWord;
 }
 
 COption CCommand::Made(CLI::Option* pOption)

@@ -63,7 +63,7 @@ public:
 
     const CLI::App& GetParser() const { return *m_pApp; }
 
-    // What was typed, for the parser: it would take "[a,b]" for a list.
+    // What was typed, for the parser: it would take "[a,b]" for a list, and have what is behind "--" only where arguments go.
     static std::vector<std::string> Shielded(int nArguments, char** ppArguments);
     static std::string Unshielded(const std::string& strWord);
 

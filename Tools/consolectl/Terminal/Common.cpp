@@ -299,6 +299,11 @@ std::string Grouped(long lNumber)
     return strText;
 }
 
+std::string Counted(long lNumber, const std::string& strThings)
+{
+    return Grouped(lNumber) + " " + (lNumber == 1 ? strThings.substr(0, strThings.size() - 1) : strThings);
+}
+
 int Fail(const std::string& strText)
 {
     std::fprintf(stderr, "consolectl: %s\n", Printable(strText).c_str());

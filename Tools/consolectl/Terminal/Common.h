@@ -110,5 +110,8 @@ void LiveLine(const std::string& strText);
 // "241,339".
 std::string Grouped(long lNumber);
 
+// "1 update", "2,000 updates".
+std::string Counted(long lNumber, const std::string& strThings);
+
 // One line on standard error, whatever is in the text; returns enExitFailed.
 int Fail(const std::string& strText);

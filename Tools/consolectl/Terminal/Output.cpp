@@ -277,12 +277,14 @@ CShortTable::~CShortTable()
     }
 }
 
-void CShortTable::Print(const std::vector<CCell>& row)
+bool CShortTable::Print(const std::vector<CCell>& row)
 {
-    if (++m_nRows <= m_nMost || m_nMost == 0)
+    const bool bShown = ++m_nRows <= m_nMost || m_nMost == 0;
+    if (bShown)
     {
         m_Table.Print(row);
     }
+    return bShown;
 }
 
 void CShortTable::PrintForPrograms(const std::vector<CCell>& row)

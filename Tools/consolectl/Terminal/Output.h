@@ -98,7 +98,7 @@ public:
     CShortTable& operator=(const CShortTable&) = delete;
 
     void PrintHead() { m_Table.PrintHead(); }
-    void Print(const std::vector<CCell>& row);
+    bool Print(const std::vector<CCell>& row); // false: it is one too many
 
     // A sum, which people are told otherwise.
     void PrintForPrograms(const std::vector<CCell>& row);

@@ -1,0 +1,54 @@
+#include "Network/Activity.h"
+
+#include <algorithm>
+
+std::vector<std::pair<stAddress, double>> stSecond::Busiest() const
+{
+    std::vector<std::pair<stAddress, double>> busiest;
+    for (const auto& parameter : parameters)
+    {
+        busiest.push_back(
+            {AddressAt(static_cast<tagenPPCMessageType>(parameter.first.first), parameter.first.second), parameter.second});
+    }
+    std::stable_sort(busiest.begin(), busiest.end(), [](const auto& a, const auto& b) { return a.second > b.second; });
+    return busiest;
+}
+
+void CActivity::Take(stDatagram& datagram)
+{
+    stSecond::stSender& sender = m_Now.senders[datagram.source.Text()];
+    ++sender.dDatagrams;
+    sender.dBytes += static_cast<double>(datagram.bytes.size());
+    m_lLost += static_cast<long>(m_LossFinder.Take(datagram).size());
+    m_Shadow.Take(datagram);
+    m_Now.dRequests += static_cast<double>(m_Shadow.GetRequests().size());
+    if (m_Shadow.Follower().GetUpdatesApplied() != m_unApplied)
+    {
+        m_unApplied = m_Shadow.Follower().GetUpdatesApplied();
+        m_LastUpdate = tSteadyClock::now();
+        ++m_Now.dUpdates;
+    }
+    for (const stImageChange& change : m_Shadow.GetChanges())
+    {
+        ++m_Now.adChanges[change.address.enType];
+        ++m_Now.parameters[{change.address.enType, NumberOf(change.address)}];
+    }
+}
+
+bool CActivity::EndSecond()
+{
+    m_Now.dSeconds = SecondsSince(m_Began);
+    if (m_Now.dSeconds < 1)
+    {
+        return false;
+    }
+    m_Whole = std::move(m_Now);
+    m_Now = stSecond();
+    m_Began = tSteadyClock::now();
+    return true;
+}
+
+double CActivity::SecondsSilent() const
+{
+    return m_unApplied == 0 ? -1 : SecondsSince(m_LastUpdate);
+}
