@@ -1,56 +1,19 @@
 #include "Network/Client.h"
 
+#include "Network/SentChanges.h"
 #include "Terminal/Arguments.h"
 #include "Terminal/Command.h"
 #include "Terminal/Common.h"
 #include "Terminal/Output.h"
 
-#include <array>
 #include <bitset>
-#include <set>
 
 namespace
 {
 
-// Between as many changes as are sent at once the MC gets time to take them.
-constexpr double c_dBreather = 0.005;
-
-constexpr double c_dSendAgainAfter = 0.5;
 constexpr double c_dLoopPeriod = 0.002;
 
-// Of several changes of one parameter the last counts: the others would never show, or undo it.
-std::vector<const stChange*> LastOfEachParameter(const std::vector<stChange>& changes)
-{
-    std::set<std::array<int, 4>> seen;
-    std::vector<const stChange*> last;
-    for (auto change = changes.rbegin(); change != changes.rend(); ++change)
-    {
-        const stAddress& address = change->address;
-        if (seen.insert({address.enType, address.enPathType, address.nPath, address.nParam}).second)
-        {
-            last.push_back(&*change);
-        }
-    }
-    std::reverse(last.begin(), last.end());
-    return last;
-}
-
 } // namespace
-
-bool QueueChange(CClientMsgHandler& handler, const stChange& change)
-{
-    const stAddress& address = change.address;
-    switch (address.enType)
-    {
-    case enString:
-        return handler.QueuePPC(address.enType, address.enPathType, address.nPath, address.nParam, change.value.strValue);
-    case enRotary:
-    case enFader:
-        return handler.QueuePPC(address.enType, address.enPathType, address.nPath, address.nParam, change.value.fValue);
-    default:
-        return handler.QueuePPC(address.enType, address.enPathType, address.nPath, address.nParam, change.value.nValue);
-    }
-}
 
 // The group is joined apart, to tell which of the two failed.
 std::string OpenLink(CImageFollower& follower, const stMulticastLink& link)
@@ -64,6 +27,11 @@ std::string OpenLink(CImageFollower& follower, const stMulticastLink& link)
         return Format("group %s can't be joined: is there an interface with a multicast route?", link.strGroup.c_str());
     }
     return std::string();
+}
+
+std::string NoImageText(const stMulticastLink& link, double dSeconds)
+{
+    return Format("no image from an MC on %s:%u within %g seconds", link.strGroup.c_str(), link.unPort, dSeconds);
 }
 
 void AddClientOptions(CCommand& command, stClientOptions& options)
@@ -111,8 +79,7 @@ int CClient::Open(unsigned int unTypes)
         }
         if (SecondsSince(start) > m_Options.dTimeout)
         {
-            Fail(Format("no image from an MC on %s:%u within %g seconds", m_Options.link.strGroup.c_str(), m_Options.link.unPort,
-                        m_Options.dTimeout));
+            Fail(NoImageText(m_Options.link, m_Options.dTimeout));
             return enExitTimedOut;
         }
         SleepSeconds(c_dLoopPeriod);
@@ -123,53 +90,41 @@ int CClient::Open(unsigned int unTypes)
 
 int CClient::Send(const std::vector<stChange>& changes)
 {
-    std::vector<const stChange*> left = LastOfEachParameter(changes);
-    LeaveOutWhatIsBack(left);
-    m_lSent += static_cast<long>(left.size());
-    SendOnce(left);
-    tSteadyClock::time_point sent = tSteadyClock::now();
-    tSteadyClock::time_point lastBack = sent;
-    const long lAll = static_cast<long>(left.size());
+    CSentChanges sent(changes, m_Image, m_Follower, m_Options.bDirect);
+    const long lAll = sent.CountLeft();
+    m_lSent += lAll;
+    sent.Send();
+    tSteadyClock::time_point lastBack = tSteadyClock::now();
     CProgress progress("changes back from the MC", lAll);
-    while (!left.empty())
+    while (sent.CountLeft() != 0)
     {
-        progress.Show(lAll - static_cast<long>(left.size()));
+        const long lBefore = sent.CountLeft();
+        progress.Show(lAll - lBefore);
         SleepSeconds(c_dLoopPeriod);
-        const std::size_t unBefore = left.size();
         if (Update())
         {
-            LeaveOutWhatIsBack(left);
+            sent.LeaveOutWhatIsBack();
         }
-        if (left.size() < unBefore)
+        if (sent.CountLeft() < lBefore)
         {
             lastBack = tSteadyClock::now();
         }
         else if (StopRequested())
         {
-            return Fail(Format("interrupted: %s of %s back from the MC, all of them sent",
-                               Grouped(lAll - static_cast<long>(left.size())).c_str(), Counted(lAll, "changes").c_str()));
+            return Fail(Format("interrupted: %s of %s back from the MC, all of them sent", Grouped(lAll - sent.CountLeft()).c_str(),
+                               Counted(lAll, "changes").c_str()));
         }
         else if (SecondsSince(lastBack) > m_Options.dTimeout)
         {
-            Fail(Format("%s of %s never came back from the MC; the first: %s", Grouped(static_cast<long>(left.size())).c_str(),
-                        Counted(static_cast<long>(changes.size()), "changes").c_str(), AddressText(left[0]->address).c_str()));
+            Fail(sent.LeftText());
             return enExitTimedOut;
         }
-        else if (SecondsSince(sent) > c_dSendAgainAfter)
+        else
         {
-            SendOnce(left);
-            m_lResent += static_cast<long>(left.size());
-            sent = tSteadyClock::now();
+            m_lResent += sent.SendAgain();
         }
     }
     return enExitDone;
-}
-
-void CClient::LeaveOutWhatIsBack(std::vector<const stChange*>& changes) const
-{
-    const auto isBack = [this](const stChange* pChange)
-    { return SameValue(pChange->address, ReadValue(m_Image, pChange->address), pChange->value); };
-    changes.erase(std::remove_if(changes.begin(), changes.end(), isBack), changes.end());
 }
 
 // True when an update came.
@@ -186,29 +141,4 @@ bool CClient::Update()
         m_strSender = sender.Text();
     }
     return m_Follower.GetUpdatesApplied() != unBefore;
-}
-
-// The queue is filled first and sent then, so that the datagrams are full.
-void CClient::SendOnce(const std::vector<const stChange*>& changes)
-{
-    for (std::size_t unChange = 0; unChange < changes.size();)
-    {
-        const std::size_t unEnd = std::min(changes.size(), unChange + c_unChangesAtOnce);
-        for (; unChange < unEnd; ++unChange)
-        {
-            if (m_Options.bDirect)
-            {
-                WriteValue(m_Image, *changes[unChange], true);
-            }
-            else
-            {
-                QueueChange(m_Follower, *changes[unChange]);
-            }
-        }
-        m_Follower.SendAll();
-        if (unChange < changes.size())
-        {
-            SleepSeconds(c_dBreather);
-        }
-    }
 }

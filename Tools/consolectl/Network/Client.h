@@ -12,9 +12,7 @@
 // Opens a follower's link: empty, or what went wrong.
 std::string OpenLink(CImageFollower& follower, const stMulticastLink& link);
 
-// So many changes are queued and sent at once: nine datagrams full.
-constexpr std::size_t c_unChangesAtOnce = 20000;
-bool QueueChange(CClientMsgHandler& handler, const stChange& change);
+std::string NoImageText(const stMulticastLink& link, double dSeconds);
 
 struct stClientOptions
 {
@@ -51,8 +49,6 @@ public:
 
 private:
     bool Update();
-    void LeaveOutWhatIsBack(std::vector<const stChange*>& changes) const;
-    void SendOnce(const std::vector<const stChange*>& changes);
 
     const stClientOptions& m_Options;
     CBMAContainer m_Image;

@@ -18,14 +18,14 @@ bool IsAddress(const std::string& strText, in_addr& address)
            strText == acText;
 }
 
+} // namespace
+
 std::string CheckGroup(const std::string& strText)
 {
     in_addr address = {};
     const bool bGroup = IsAddress(strText, address) && IN_MULTICAST(ntohl(address.s_addr));
     return bGroup ? std::string() : strText + " is not a multicast group (224.0.0.0 to 239.255.255.255)";
 }
-
-} // namespace
 
 void AddGroupOptions(CCommand& command, stMulticastLink& link, const std::string& strWhat)
 {

@@ -22,6 +22,9 @@ void AddGroupOptions(CCommand& command, stMulticastLink& link, const std::string
 void AddInterfaceOption(CCommand& command, stMulticastLink& link);
 void AddLinkOptions(CCommand& command, stMulticastLink& link);
 
+// Empty, or why the text is no multicast group.
+std::string CheckGroup(const std::string& strText);
+
 // "225.0.0.46:7060, interface 127.0.0.1".
 std::string LinkText(const stMulticastLink& link);
 

@@ -10,8 +10,6 @@ namespace
 {
 
 constexpr double c_dMillionthsOfPercent = stFaults::c_unAlways / 100.0;
-constexpr unsigned int c_unMostReorder = 1000;
-constexpr double c_dLongestDelay = 1000; // milliseconds
 
 std::int64_t MicrosecondsSince(tSteadyClock::time_point start)
 {
@@ -19,6 +17,11 @@ std::int64_t MicrosecondsSince(tSteadyClock::time_point start)
 }
 
 } // namespace
+
+std::uint32_t Millionths(double dPercent)
+{
+    return static_cast<std::uint32_t>(std::lround(dPercent * c_dMillionthsOfPercent));
+}
 
 void AddFaultOptions(CCommand& command, stFaults& faults)
 {
@@ -35,8 +38,7 @@ void AddFaultOptions(CCommand& command, stFaults& faults)
     };
     for (const auto& share : aShares)
     {
-        const auto set = [&faults, &share](double dPercent)
-        { faults.*share.pFault = static_cast<std::uint32_t>(std::lround(dPercent * c_dMillionthsOfPercent)); };
+        const auto set = [&faults, &share](double dPercent) { faults.*share.pFault = Millionths(dPercent); };
         command.Option(share.szName, set, share.szHelp).Within(0, 100).Default("0");
     }
     command.Option("--reorder", faults.unReorder, "A datagram may be held back behind up to so many later ones")
@@ -82,7 +84,7 @@ void CUpdateLink::SendRest()
 
 std::string CUpdateLink::FaultsText() const
 {
-    const auto count = [this](enFault enWhat) { return Grouped(m_Network.GetCount(enWhat)); };
+    const auto count = [this](enFault enWhat) { return Grouped(GetCount(enWhat)); };
     return Format("seed %u: of %s datagrams %s lost, %s duplicated, %s cut short, %s corrupted, %s held back; %s delivered",
                   m_Faults.unSeed, Grouped(m_Network.GetTaken()).c_str(), count(enFaultLost).c_str(),
                   count(enFaultDuplicated).c_str(), count(enFaultTruncated).c_str(), count(enFaultCorrupted).c_str(),

@@ -7,8 +7,15 @@
 
 #include "LogicalControls.h"
 
+#include <cstdint>
 #include <string>
 #include <vector>
+
+constexpr std::uint32_t c_unMostReorder = 1000;
+constexpr double c_dLongestDelay = 1000; // milliseconds
+
+// Of percent.
+std::uint32_t Millionths(double dPercent);
 
 // --loss to --delay. The seed is the command's own.
 void AddFaultOptions(CCommand& command, stFaults& faults);
@@ -34,7 +41,8 @@ public:
     // That nothing arrives is what such a network is for.
     bool LostAll() const { return m_lRefused == 0 && m_Network.GetCount(enFaultLost) != 0; }
 
-    // What the network did to the datagrams, in words.
+    // What the network did to the datagrams; and in words.
+    std::uint32_t GetCount(enFault enWhat) const { return m_Network.GetCount(enWhat); }
     std::string FaultsText() const;
 
 private:

@@ -1,6 +1,7 @@
 // consolectl send: changes at a rate, to see what a console makes of them.
 #include "Images/Address.h"
-#include "Network/Client.h"
+#include "Network/Options.h"
+#include "Network/SentChanges.h"
 #include "Subcommands/Subcommands.h"
 #include "Terminal/Arguments.h"
 #include "Terminal/Output.h"
