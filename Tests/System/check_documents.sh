@@ -1,24 +1,27 @@
 #!/usr/bin/env bash
-# Every C++ block of the documents stands, line by line and but for its indent, in a program of Examples; the README has the first
-# client whole; every program is in the Guide; every local link leads somewhere.    check_documents.sh SOURCE_DIR
+# Every C++ block of the documents stands, line by line and but for its indent, in a program of Examples, and every Python block, as
+# it is, in one of Python/Examples; the README has the first client whole; every program is in the Guide, or on Python's page; every
+# local link leads somewhere.    check_documents.sh SOURCE_DIR
 set -u
 cd "$1" || exit 1
 bad=0
 fail() { echo "FAILED: $*"; bad=1; }
 
 # Without indent, and without what continues a macro's line.
-flat() { sed 's/^[[:space:]]*//; s/[[:space:]]*\\*$//'; }
+flat_cpp() { sed 's/^[[:space:]]*//; s/[[:space:]]*\\*$//'; }
+flat_python() { cat; }
 for document in README.md Documentation/*.md; do
     block=
     inside=
     while IFS= read -r line || [ -n "$line" ]; do
         case $inside$line in
-            '```cpp') inside=x block= ;;
+            '```cpp') inside=x block= language=cpp programs=(Examples/*.cpp) ;;
+            '```python') inside=x block= language=python programs=(Python/Examples/*.py) ;;
             'x```')
                 inside=
                 found=
-                for program in Examples/*.cpp; do
-                    [[ $'\n'$(flat <"$program")$'\n' == *$'\n'"$(printf '%s' "$block" | flat)"$'\n'* ]] && found=$program
+                for program in "${programs[@]}"; do
+                    [[ $'\n'$(flat_$language <"$program")$'\n' == *$'\n'"$(printf '%s' "$block" | flat_$language)"$'\n'* ]] && found=$program
                 done
                 [ -n "$found" ] || fail "$document: no program has$block"
                 ;;
@@ -31,6 +34,9 @@ for document in README.md Documentation/*.md; do
 done
 for program in Examples/*.cpp; do
     grep -qF "$(basename "$program")" Documentation/Guide.md || fail "the Guide does not name $program"
+done
+for program in Python/Examples/*.py; do
+    grep -qF "$(basename "$program")" Documentation/Python.md || fail "the page of Python does not name $program"
 done
 if [ "$(awk '/^```cpp$/ { on = 1; next } /^```$/ { on = 0 } on' README.md)" != "$(grep -v '^// The smallest client' Examples/first_client.cpp)" ]; then
     fail "the program in README.md is not Examples/first_client.cpp"

@@ -403,6 +403,8 @@ void WriteValue(CBMAContainer& image, const stChange& change, bool bSendOnly)
     image.SetPPC(address.enType, address.enPathType, address.nPath, address.nParam, change.value.nValue, false, bSendOnly);
     image.SetPPC(address.enType, address.enPathType, address.nPath, address.nParam, change.value.fValue, false, bSendOnly);
     image.SetPPC(address.enType, address.enPathType, address.nPath, address.nParam, strValue, false, bSendOnly);
+    image.SetPPC(address.enType, address.enPathType, address.nPath, address.nParam,
+                 static_cast<unsigned char>(change.value.nValue), false, bSendOnly);
 }
 
 bool SameValue(const stAddress& address, const stValue& a, const stValue& b)
