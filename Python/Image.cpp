@@ -120,7 +120,7 @@ tImage Copy(const CBMAContainer& image)
 
 tImage Load(const std::filesystem::path& file)
 {
-    const tImage pImage = std::make_shared<CBMAContainer>();
+    tImage pImage = std::make_shared<CBMAContainer>();
     RaiseIfFailed(LoadImage(file.string(), *pImage));
     return pImage;
 }

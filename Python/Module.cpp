@@ -4,6 +4,7 @@
 
 #include <exception>
 #include <system_error>
+#include <utility>
 
 namespace
 {
@@ -12,7 +13,7 @@ void Translate(std::exception_ptr pException)
 {
     try
     {
-        std::rethrow_exception(pException);
+        std::rethrow_exception(std::move(pException));
     }
     catch (const stWrongUse& error)
     {

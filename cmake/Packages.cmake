@@ -1,4 +1,4 @@
-# Debian packages, by cpack: the library, what programs are built with, consolectl, and the documents.
+# Debian packages, by cpack: the library, what programs are built with, consolectl, the documents, and the Python module.
 set(CPACK_GENERATOR DEB)
 set(CPACK_PACKAGE_NAME logicalcontrols)
 set(CPACK_PACKAGE_VERSION ${PROJECT_VERSION})
@@ -9,6 +9,9 @@ set(CPACK_PACKAGING_INSTALL_PREFIX /usr)
 set(CPACK_STRIP_FILES ON)
 set(CPACK_DEB_COMPONENT_INSTALL ON)
 set(CPACK_COMPONENTS_ALL library development tools documentation)
+if(LOGICALCONTROLS_PYTHON)
+    list(APPEND CPACK_COMPONENTS_ALL python)
+endif()
 set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
 set(CPACK_DEBIAN_PACKAGE_RELEASE 0lc1)
 set(CPACK_DEBIAN_PACKAGE_CONTROL_STRICT_PERMISSION ON)
@@ -48,6 +51,13 @@ are the same."
 describe(documentation logicalcontrols-doc doc
     "the guide, the architecture, the format on the wire,
 and examples.")
+if(LOGICALCONTROLS_PYTHON)
+    math(EXPR next "${Python3_VERSION_MINOR} + 1")
+    describe(python python3-logicalcontrols python
+        "a Python module for test rigs: images whose blocks
+are buffers, followers, and a simulated master controller."
+        "${library} ${same_version}" "python3 (>= 3.${Python3_VERSION_MINOR})" "python3 (<< 3.${next})")
+endif()
 set(CPACK_DEBIAN_DOCUMENTATION_PACKAGE_ARCHITECTURE all)
 set(CPACK_DEBIAN_LIBRARY_PACKAGE_CONTROL_EXTRA ${CMAKE_CURRENT_LIST_DIR}/triggers)
 

@@ -50,8 +50,15 @@ bash -c '. /usr/share/bash-completion/completions/consolectl && complete -p cons
 consolectl diagnostics send --print >"$work/report.xml"
 consolectl diagnostics validate "$work/report.xml" >/dev/null || fail "the schema isn't where the reader looks"
 
+# The module, as this machine's Python finds it, and its examples.
+python() { (cd "$work" && env -u PYTHONPATH PYTHONDONTWRITEBYTECODE=1 "$here/../../Tools/in-namespace" /usr/bin/python3 "$@"); }
+python -c 'import logicalcontrols; print(logicalcontrols.__file__)' | grep -q '^/usr/lib/python3/dist-packages/' || fail "import"
+for example in /usr/share/doc/python3-logicalcontrols/examples/*.py; do
+    log=$(python "$example" 2>&1) || fail "$example: $log"
+done
+
 # Nothing stays.
-log=$(dpkg -P logicalcontrols-tools liblogicalcontrols-dev logicalcontrols-doc liblogicalcontrols1 2>&1) || fail "dpkg -P: $log"
+log=$(dpkg -P python3-logicalcontrols logicalcontrols-tools liblogicalcontrols-dev logicalcontrols-doc liblogicalcontrols1 2>&1) || fail "dpkg -P: $log"
 written >"$work/after"
 left=$(comm -13 "$work/before" "$work/after")
 [ -z "$left" ] || fail "left behind: $left"

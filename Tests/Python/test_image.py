@@ -34,7 +34,9 @@ WRONG_ADDRESSES = [
     "MicInput/12/Fader/2", "MicInput/12/Fadr/0", "Micinput/12/Fader/0", "MicInput/12/Level", "Globals/0/Fader",
     "MicInput/99999999999999999999/Fader/0", " MicInput/12/Fader/0", "MicInput/012x/Fader/0", "MicInput/12/Fader\n/0",
 ]
-WRONG_COORDINATES = [(), ("MicInput", 12), ("MicInput", 12.0, "Fader", 0), ("MicInput/12", "Fader", 0, 0), ("MicInput", True, "Fader", 0)]
+WRONG_COORDINATES = [
+    (), ("MicInput", 12), ("MicInput", 12.0, "Fader", 0), ("MicInput/12", "Fader", 0, 0), ("MicInput", True, "Fader", 0),
+]
 
 
 class Values(unittest.TestCase):
@@ -81,8 +83,8 @@ class Values(unittest.TestCase):
         image.set("MicInput/2/Integer/1", Four())
         image.set("MicInput/7/Switch/9", True)
         image.set("MicInput/13/Fader", -7)
-        self.assertEqual([image.get(a) for a in ("MicInput/12/Fader", "MicInput/2/Integer/1", "MicInput/7/Switch/9", "MicInput/13/Fader")],
-                         [0.5, 4, 1, -7])
+        addresses = ("MicInput/12/Fader", "MicInput/2/Integer/1", "MicInput/7/Switch/9", "MicInput/13/Fader")
+        self.assertEqual([image.get(address) for address in addresses], [0.5, 4, 1, -7])
         image.set("MicInput/12/Fader", 0.1)
         self.assertEqual(image.get("MicInput/12/Fader"), struct.unpack("f", struct.pack("f", 0.1))[0])
         image.set("MicInput/12/Fader", 1e-60)
