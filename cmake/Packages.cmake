@@ -50,7 +50,7 @@ are the same."
     "${library} ${same_version}")
 describe(documentation logicalcontrols-doc doc
     "the guide, the architecture, the format on the wire,
-and examples.")
+the reference of the headers, and examples.")
 if(LOGICALCONTROLS_PYTHON)
     math(EXPR next "${Python3_VERSION_MINOR} + 1")
     describe(python python3-logicalcontrols python
@@ -61,7 +61,8 @@ endif()
 set(CPACK_DEBIAN_DOCUMENTATION_PACKAGE_ARCHITECTURE all)
 set(CPACK_DEBIAN_LIBRARY_PACKAGE_CONTROL_EXTRA ${CMAKE_CURRENT_LIST_DIR}/triggers)
 
-install(DIRECTORY Documentation DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/logicalcontrols-doc COMPONENT documentation)
+install(DIRECTORY Documentation DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/logicalcontrols-doc COMPONENT documentation
+    FILES_MATCHING PATTERN "*.md" PATTERN "*.svg")
 install(FILES README.md DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/logicalcontrols-doc COMPONENT documentation)
 install(DIRECTORY Examples/ DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/logicalcontrols-doc/examples COMPONENT documentation
     FILES_MATCHING PATTERN "*.cpp")

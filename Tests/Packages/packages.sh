@@ -49,6 +49,7 @@ man -w consolectl-watch >/dev/null 2>&1 || [ -e /usr/share/man/man1/consolectl-w
 bash -c '. /usr/share/bash-completion/completions/consolectl && complete -p consolectl' >/dev/null || fail "completion"
 consolectl diagnostics send --print >"$work/report.xml"
 consolectl diagnostics validate "$work/report.xml" >/dev/null || fail "the schema isn't where the reader looks"
+[ -e /usr/share/doc/logicalcontrols-doc/reference/classCBMAContainer.html ] || fail "no reference of the headers"
 
 # The module, as this machine's Python finds it, and its examples.
 python() { (cd "$work" && env -u PYTHONPATH PYTHONDONTWRITEBYTECODE=1 "$here/../../Tools/in-namespace" /usr/bin/python3 "$@"); }

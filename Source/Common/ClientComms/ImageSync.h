@@ -72,6 +72,7 @@ public:
     // block of it does not fit the image and was left out.
     int ProcessMCUpdate(const CMCUpdateMsg& update) override;
 
+    // What ProcessMCUpdate returns.
     enum enFollowResults : int
     {
         enApplied = 0,

@@ -43,6 +43,7 @@ public:
     // Adds an address that outgoing datagrams are sent to: five at most, and a text of at most 49 characters; anything else is
     // ignored. Port -1 leaves the entry's port at 0, which stands for the handler's own.
     void SetRemoteAddress(const char* szAddress, int nSecond, int nPort);
+
     void ResetRemoteAddresses();
 
     // Takes a datagram of lLength bytes. When it completes a message, the message is in *ppBuffer, its length in nBufferSize
@@ -111,6 +112,7 @@ protected:
 
     // What the view had been given is not looked at any more.
     void ReleaseView(int nView);
+
     void CountDatagram(long lLength);
     int Reject(enReceiveCounter enReason);
 

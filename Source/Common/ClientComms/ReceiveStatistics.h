@@ -8,6 +8,7 @@
 #include <atomic>
 #include <cstdint>
 
+// What is counted, a name each; ReceiveCounterText says what it means.
 enum enReceiveCounter : int
 {
 #define COUNTER(name, text) name,
@@ -31,6 +32,7 @@ struct stReceiveStatistics
         enMaxSenders = 8
     };
 
+    // What came from one address.
     struct stSender
     {
         RySocketIO::CIPString address;

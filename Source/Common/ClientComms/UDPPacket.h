@@ -32,6 +32,8 @@ struct UDP_PACKET_HEADER
     boost::endian::big_uint32_t unPayloadLength;
 };
 
+// A whole datagram, as large as the largest: 65,000 bytes, of which header.unPayloadLength behind the header count. Bytes only:
+// it may lie anywhere, and is the same on every machine.
 struct UDP_PACKET
 {
     UDP_PACKET_HEADER header;

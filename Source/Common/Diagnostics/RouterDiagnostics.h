@@ -13,6 +13,7 @@
 namespace RouterDiagnostics
 {
 
+// The kind of device that a node of the router is.
 enum LOGICALCONTROLS_EXPORT NodeType : int
 {
 #define LC_ROUTER_NODE_TYPE(enumerator, description) enumerator,
@@ -51,6 +52,7 @@ enum LOGICALCONTROLS_EXPORT DeviceSplitterPort : int
     SPLITTER_PORT_ERROR = 255
 };
 
+// A node type, and what is printed behind its name.
 struct stNodeTypeDescription
 {
     NodeType type;
@@ -64,6 +66,7 @@ static const stNodeTypeDescription NODE_TYPE_DESCRIPTION[] = {
 #undef LC_ROUTER_NODE_TYPE
 };
 
+// Print "2 NT_SURFACE SURFACE", "250(PORT_LOCAL_ROUTER)", and so on.
 LOGICALCONTROLS_EXPORT std::ostream& operator<<(std::ostream& stream, NodeType enType);
 LOGICALCONTROLS_EXPORT std::ostream& operator<<(std::ostream& stream, DevicePortID enPort);
 LOGICALCONTROLS_EXPORT std::ostream& operator<<(std::ostream& stream, DeviceEthernetTypeID enType);

@@ -23,6 +23,7 @@ enum LOGICALCONTROLS_EXPORT XML_NODE_TYPE : int
 #undef LC_XML_NODE_TYPE
 };
 
+// A node type, and its name in a report.
 struct stXMLNodeTypeDescription
 {
     XML_NODE_TYPE type;
@@ -46,6 +47,7 @@ enum LOGICALCONTROLS_EXPORT XML_ATTRIBUTE_TYPE : int
     XAT_E = 2  // a second value, the sender's own
 };
 
+// An attribute, and its name in a report.
 struct stXMLAttributeTypeDescription
 {
     XML_ATTRIBUTE_TYPE type;

@@ -127,16 +127,16 @@ public:
     void ExportStoreScope(CBMAContainer& destination, const CCBMAContainerScopeMask* pMask) const;
     void ExportRecallScope(CBMAContainer& destination, const CCBMAContainerScopeMask* pMask) const;
 
-    // Block transfer: an image as records. Reading goes on from the read cursor in flat order (message type, path type, path,
+    // Fills records with address, value, SI float (rotaries and faders) and, but for the scopeless form, one scope's flag. Returns
+    // how many: 0 at the end of the image, and for a scope that does not exist.
+    //
+    // Block transfer is an image as records. Reading goes on from the read cursor in flat order (message type, path type, path,
     // parameter), writing goes by the records' addresses, in any order; records of one path that follow each other cost one
     // look-up. Both leave what a record's type has no use for as it was.
     //
     //     image.SetReadBlock(enString, enGlobals, 0, 0);
     //     while ((n = image.BlockReadPPC(records, 1000, CBMAContainer::m_anScopeMasks[0])) > 0)
     //         other.BlockWritePPC(records, n, CBMAContainer::m_anScopeMasks[0]);
-
-    // Fills records with address, value, SI float (rotaries and faders) and, but for the scopeless form, one scope's flag. Returns
-    // how many: 0 at the end of the image, and for a scope that does not exist.
     int BlockReadPPC(stPPCWithSI* pRecords, int nCount, int nScope);
     int BlockReadScopelessPPC(stPPCWithSI* pRecords, int nCount);
 

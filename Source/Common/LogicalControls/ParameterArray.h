@@ -123,7 +123,7 @@ extern template class CParameterArray<int, enFader, true>;
 extern template class CParameterArray<int, enOther, true>;
 extern template class CParameterArray<int, enMeter, true>;
 
-// The values of a whole console, and one flag for each of its parameters. Copied array by array in this order.
+// The values of a whole console. Copied array by array in this order.
 struct stParameterValues
 {
     CParameterArray<float, enRotary, false> rotaries;
@@ -135,6 +135,7 @@ struct stParameterValues
     CParameterArray<int, enOther, false> others;
 };
 
+// One flag for each parameter of a whole console: one scope. Copied array by array in this order.
 struct stParameterFlags
 {
     CParameterArray<int, enRotary, true> rotaries;

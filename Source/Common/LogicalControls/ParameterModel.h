@@ -1,4 +1,6 @@
-// What the console consists of: the four coordinates that name a parameter, and their limits.
+// What the console consists of: the four coordinates that name a parameter, and their limits. Message type and path type are
+// enumerations; the third and fourth coordinate are the path (which object of that kind) and the parameter (which parameter of that
+// object), both 0-based ints.
 #pragma once
 
 #include "Runtime/Export.h"
@@ -22,9 +24,6 @@ enum LOGICALCONTROLS_EXPORT tagenVirtualPathType : int
 #include "LogicalControls/ParameterGroups.def"
 #undef LC_PARAMETER_GROUP
 };
-
-// Third and fourth coordinate: the path (which object of that kind) and the parameter (which parameter of that object), both
-// 0-based ints.
 
 typedef tagenPPCMessageType enPPCMessageType;
 typedef tagenVirtualPathType enVirtualPathType;

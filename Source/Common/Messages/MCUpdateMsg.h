@@ -30,6 +30,7 @@ struct stCarriedArrays
     int nLast;
 };
 
+// Those of an update type; all seven for a number that MCUpdateType does not name.
 LOGICALCONTROLS_EXPORT stCarriedArrays CarriedArrays(int nUpdateType);
 
 constexpr unsigned int c_unMCUpdateMarker = 1;
@@ -116,6 +117,8 @@ public:
 
     // The same, but a refusal of the whole is not printed: szRefusal is its line, null when there is none.
     bool Parse(const unsigned char* pData, std::size_t unSize, const char*& szRefusal);
+
+    // Prints such a line; null is none.
     static void PrintRefusal(const char* szRefusal);
 
     // The shallow parse, for bytes that the caller vouches for.

@@ -173,6 +173,7 @@ public:
         m_pNext = ValueAt(pHeader) + nLength;
         return true;
     }
+
     bool IsGood() const { return m_bGood; }
 
     // Of the current record; of the last one, or of zeros, when there is none. The value is Header().nValueLength bytes long, and

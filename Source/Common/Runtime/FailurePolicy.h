@@ -34,24 +34,28 @@ public:
     void ReportBackTraceLineInfo(const char* szObject, const char* szSymbol);
 };
 
+// Prints the stack, then aborts.
 class LOGICALCONTROLS_EXPORT AssertFailStdErrAbort : public AssertFailStdErrBase
 {
 public:
     int DoAction() override; // does not return
 };
 
+// Prints the stack, and the program goes on. The action answers 0.
 class LOGICALCONTROLS_EXPORT AssertDoNothing : public AssertFailStdErrBase
 {
 public:
     int DoAction() override;
 };
 
+// The report was all: the program goes on. The action answers 0.
 class LOGICALCONTROLS_EXPORT InfoOnFail : public AssertFailStdErrBase
 {
 public:
     int DoAction() override;
 };
 
+// Stops the whole process until a debugger or SIGCONT lets it go on.
 class LOGICALCONTROLS_EXPORT AssertFailStdErrHalt : public AssertFailStdErrBase
 {
 public:

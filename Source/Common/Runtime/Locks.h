@@ -52,8 +52,7 @@ private:
 
 // A reader/writer lock of the kind that prefers writers; what that means for a reader that comes while a writer waits is the C
 // library's affair. Where it has no such kind IsValid is false, and every Lock and Unlock is refused. Used through its bound lock
-// objects:
-// `lock.Read().Lock()`, `lock.Write().Unlock()`.
+// objects: `lock.Read().Lock()`, `lock.Write().Unlock()`.
 class LOGICALCONTROLS_EXPORT CRWMutex
 {
 public:

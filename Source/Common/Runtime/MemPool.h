@@ -3,6 +3,7 @@
 
 #include "Runtime/Export.h"
 
+// For messages that are kept in pools.
 namespace MemPool
 {
 

@@ -9,6 +9,7 @@
 // This library's sockets ask where to put what they receive.
 #define RYSOCKETIO_RECEIVE_ROOM
 
+// What is used of the console's socket library: sockets, threads, addresses, and the log.
 namespace RySocketIO
 {
 
@@ -23,6 +24,7 @@ struct stSocketStatistics
     std::int32_t nReceiveBuffer; // bytes that the system granted
 };
 
+// The kinds of connection, by the console's numbers: only this one exists here.
 enum enConnectionType : int
 {
     enConnectionUDP = 2

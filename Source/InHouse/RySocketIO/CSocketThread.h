@@ -32,6 +32,8 @@ public:
 protected:
     // Called once on the thread, before the first Do.
     virtual void ThreadStarted();
+
+    // Called again and again.
     virtual void Do();
 
 private:

@@ -12,6 +12,7 @@ struct stDebugSink
     void* pContext;
 };
 
+// The process's log. Any thread may use it.
 class __attribute__((visibility("default"))) CUtility
 {
 public:
