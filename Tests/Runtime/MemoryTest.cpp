@@ -32,7 +32,7 @@ struct stProtectCall
 };
 
 int g_nProtectError = 0; // what mprotect is to fail with; 0 asks the system
-stProtectCall g_LastProtect = {};
+thread_local stProtectCall g_LastProtect = {}; // any thread may protect
 
 } // namespace
 

@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
 # Every C++ block of the documents stands, line by line and but for its indent, in a program of Examples, and every Python block, as
 # it is, in one of Python/Examples; the README has the first client whole; every program is in the Guide, or on Python's page; every
-# local link leads somewhere.    check_documents.sh SOURCE_DIR
+# local link leads somewhere; each row of the table of calls by thread has its test, and each such test its row.
+#   check_documents.sh SOURCE_DIR
 set -u
 cd "$1" || exit 1
 bad=0
@@ -41,5 +42,10 @@ done
 if [ "$(awk '/^```cpp$/ { on = 1; next } /^```$/ { on = 0 } on' README.md)" != "$(grep -v '^// The smallest client' Examples/first_client.cpp)" ]; then
     fail "the program in README.md is not Examples/first_client.cpp"
 fi
+rows=$(sed -n '/^<!-- threads -->$/,/^<!-- end -->$/p' Documentation/Architecture.md | grep '^| [^*-]' | tail -n +2)
+grep '| *|' <<<"$rows" && fail "the calls by thread: an empty cell"
+differs=$(diff <(sed 's/.*| `\(.*\)` |$/\1/' <<<"$rows" | sort) \
+    <(sed -n 's/^TEST(ThreadTable, \(.*\))$/\1/p' Tests/Runtime/ThreadTableTest.cpp | sort)) ||
+    fail "the calls by thread (<) and their tests (>): $differs"
 [ $bad = 0 ] && echo passed
 exit $bad
