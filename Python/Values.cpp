@@ -56,23 +56,18 @@ bool TakesText(const stAddress& address)
     return address.enType == enString;
 }
 
-bool TakesFraction(const stAddress& address)
-{
-    return address.enType == enRotary || address.enType == enFader;
-}
-
 void CheckKind(const stAddress& address, const py::object& value)
 {
     PyObject* const pValue = value.ptr();
-    const bool bFits = TakesText(address)       ? PyUnicode_Check(pValue)
-                       : TakesFraction(address) ? PyNumber_Check(pValue)
-                                                : PyIndex_Check(pValue);
+    const bool bFits = TakesText(address)        ? PyUnicode_Check(pValue)
+                       : IsFloat(address.enType) ? PyNumber_Check(pValue)
+                                                 : PyIndex_Check(pValue);
     if (!bFits)
     {
         throw py::type_error(Format("%s takes %s, not %s", AddressText(address).c_str(),
-                                    TakesText(address)       ? "a text"
-                                    : TakesFraction(address) ? "a number"
-                                                             : "a whole number",
+                                    TakesText(address)        ? "a text"
+                                    : IsFloat(address.enType) ? "a number"
+                                                              : "a whole number",
                                     Py_TYPE(pValue)->tp_name));
     }
 }
@@ -83,7 +78,7 @@ stValue ToMeter(const py::object& number)
     const long lValue = PyLong_AsLongAndOverflow(number.ptr(), &nOverflow);
     if (nOverflow != 0 || lValue < 0 || lValue > c_lHighestMeter)
     {
-        throw py::value_error(Format("address: \"%s\" is no value of a Meter: it takes a whole number from 0 to %ld",
+        throw py::value_error(Format("address: \"%s\" is no value of type Meter: it takes a whole number from 0 to %ld",
                                      Utf8(py::str(number)).c_str(), c_lHighestMeter));
     }
     stValue value;
@@ -122,13 +117,13 @@ stValue ToValue(const stAddress& address, const py::object& object)
         return strText.find('\0') == std::string::npos ? ParseValue(address.enType, strText)
                                                        : throw py::value_error("a console string holds no zero");
     }
-    const py::object number = Checked(TakesFraction(address) ? PyNumber_Float(object.ptr()) : PyNumber_Long(object.ptr()));
+    const py::object number = Checked(IsFloat(address.enType) ? PyNumber_Float(object.ptr()) : PyNumber_Long(object.ptr()));
     if (address.enType == enMeter)
     {
         return ToMeter(number);
     }
-    const double dValue = TakesFraction(address) ? PyFloat_AS_DOUBLE(number.ptr()) : 0;
-    if (!TakesFraction(address) || !(std::abs(dValue) <= double(FLT_MAX)))
+    const double dValue = IsFloat(address.enType) ? PyFloat_AS_DOUBLE(number.ptr()) : 0;
+    if (!IsFloat(address.enType) || !(std::abs(dValue) <= double(FLT_MAX)))
     {
         return ParseValue(address.enType, Utf8(py::str(number)));
     }
@@ -174,7 +169,7 @@ py::object FromValue(const stAddress& address, const stValue& value)
         const std::string strText = value.strValue.Text();
         return Checked(PyUnicode_DecodeUTF8(strText.data(), static_cast<Py_ssize_t>(strText.size()), "surrogateescape"));
     }
-    return TakesFraction(address) ? py::object(py::float_(value.fValue)) : py::object(py::int_(value.nValue));
+    return IsFloat(address.enType) ? py::object(py::float_(value.fValue)) : py::object(py::int_(value.nValue));
 }
 
 void AddAddresses(py::module_& module)
