@@ -63,7 +63,7 @@ set(CPACK_DEBIAN_LIBRARY_PACKAGE_CONTROL_EXTRA ${CMAKE_CURRENT_LIST_DIR}/trigger
 
 install(DIRECTORY Documentation DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/logicalcontrols-doc COMPONENT documentation
     FILES_MATCHING PATTERN "*.md" PATTERN "*.svg")
-install(FILES README.md DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/logicalcontrols-doc COMPONENT documentation)
+install(FILES README.md CONTRIBUTING.md DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/logicalcontrols-doc COMPONENT documentation)
 install(DIRECTORY Examples/ DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/logicalcontrols-doc/examples COMPONENT documentation
     FILES_MATCHING PATTERN "*.cpp")
 include(CPack)

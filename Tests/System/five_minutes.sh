@@ -17,7 +17,7 @@ PATH=$work/bin:$PATH
 # What each of them says, in their order; the simulated MCs go on beside them.
 answers=("round trip" "" "8 changes" "MicInput/100/Fader/0  -60 -> -6.5, back from the MC after" "" "messages lost"
     "the image they lead to is whole" "it got there: the same check words as at the end of the recording" "241,339      241,339")
-commands=$(sed -n '/^## The first five minutes/,/^## Reading on/s/^    \(consolectl\|kill\)/\1/p' <<<"$readme" | sed 's/   .*//')
+commands=$(sed -n '/^## The first five minutes/,$s/^\$ //p' <<<"$readme")
 [ "$(wc -l <<<"$commands")" = "${#answers[@]}" ] || fail "there are other commands: $commands"
 
 five_minutes()
@@ -34,7 +34,7 @@ five_minutes()
         [ $status = 0 ] || fail "$command: status $status: $output"
         contains "${answers[number]}"
         [ $microseconds -lt 1000000 ] || late="$late; $command: $microseconds us"
-        case $command in *mc*\&) sleep 0.3 ;; esac # it says where it is before one types on
+        case $command in *"&  "*) sleep 0.3 ;; esac # it says where it is before one types on
         number=$((number + 1))
     done <<<"$commands"
     kill $!

@@ -6,8 +6,8 @@
 #
 # In a block of ```console, a line that begins with "$ " is a command, continued in the next after a \, and the lines behind it are
 # all that it prints: "..." is anything within a line, a line "..." any lines, and none. A command has to end with 0 unless the next
-# is "echo $?"; one that ends with & (and a comment) has to begin with its lines, and is ended in the end. A block of ```console not-run: REASON is
-# left out. A block with a file's name, as ```cpp gui.cpp, is written to that file.
+# is "echo $?". One that ends with & has to begin with its lines, and is ended in the end; a comment may follow. A block of
+# ```console not-run: REASON is left out. A block with a file's name, as ```cpp gui.cpp, is written to that file.
 # LIMIT is how many seconds a command may take.
 # shellcheck source-path=SCRIPTDIR source=common.sh
 . "$(dirname "$0")/common.sh"
