@@ -14,6 +14,7 @@ mc=$!
 expect 0 "the control surface" "${emulator[@]}" "$surface"
 contains "Mic1 -60.0 | Mic2 -60.0"
 contains "Mic1 -10.0 | Mic2 -10.0"
+contains "all moved"
 
 expect 0 "one change" "$@" set MicInput/12/Fader/0 -6.5 --timeout 30
 contains "MicInput/12/Fader/0  -60 -> -6.5, back from the MC"
@@ -77,6 +78,8 @@ wait $get
 [ $? = 1 ] || fail "an interrupted get: $(cat "$work/get.log")"
 output=$(cat "$work/get.log")
 contains "interrupted"
+expect 1 "the control surface without an MC" "${emulator[@]}" "$surface"
+contains "no answer from an MC"
 expect 27 "no MC" "$@" set MicInput/12/Fader/0 0 --timeout 0.3
 contains "no image from an MC on 225.0.0.46:7060 within 0.3 seconds"
 expect 27 "no MC" "$@" get MicInput/12/Fader/0 --timeout 0.3
