@@ -23,6 +23,7 @@ mkdir "$work/cmake"
     echo 'cmake_minimum_required(VERSION 3.25)'
     echo 'project(Examples CXX)'
     echo 'find_package(LogicalControls REQUIRED)'
+    echo 'set(CMAKE_ENABLE_EXPORTS ON)' # for the stack that failure_policy prints
     for file in "$work"/examples/*.cpp; do
         name=$(basename "$file" .cpp)
         echo "add_executable($name $file)"
@@ -42,6 +43,10 @@ done
 for built in cmake/build pkg-config; do
     [ "$("$work/$built/router_names")" = "2 NT_SURFACE SURFACE, 250(PORT_LOCAL_ROUTER), 2(SPLITTER_PORT_A_AND_B)" ] || fail "$built/router_names"
 done
+
+# The Guide as it is installed: each role's program is taken from the page, built as it says there, and run beside consolectl mc.
+guide=/usr/share/doc/logicalcontrols-doc/Documentation/Guide.md
+log=$(PATH=$work/cmake/build:$PATH "$here/../System/run_documents.sh" $guide 2>&1) || fail "the Guide: $log"
 
 # The tool, its pages and its completion.
 [ "$("$here/../../Tools/in-namespace" consolectl params --format csv | wc -l)" = 241340 ] || fail "consolectl params"

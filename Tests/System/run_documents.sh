@@ -12,7 +12,7 @@
 # shellcheck source-path=SCRIPTDIR source=common.sh
 . "$(dirname "$0")/common.sh"
 enter_own_network "$@"
-document=$(realpath "$1")
+document=$(realpath -e "$1") || exit 1
 limit=${LIMIT-60}
 work=$(mktemp -d) || exit 1
 mkdir "$work/answers" "$work/scratch"

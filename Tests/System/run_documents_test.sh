@@ -103,6 +103,9 @@ page 1 "'''console not-run
 \$ true
 '''" "has no reason"
 
+expect 1 "no document" "$here/run_documents.sh" "$work/none.md"
+contains "none.md"
+
 # Nothing goes on behind it.
 block 0 '$ sleep 4711 &'
 [ -z "$(pgrep -f '^sleep 4711$')" ] || fail "a program goes on"
