@@ -34,6 +34,7 @@
 #include <sstream>
 #include <string>
 #include <thread>
+#include <utility>
 #include <vector>
 
 namespace
@@ -44,23 +45,44 @@ using Support::tBytes;
 
 typedef std::function<void(int)> tCall;
 
-// Each of the calls so many times, with the number of the round, on a thread of its own. All begin at the same moment; from then on
-// nothing but the library puts them in order.
+// Threads that go on when all of them have come.
+class CMeeting
+{
+public:
+    explicit CMeeting(std::size_t unThreads) : m_unThreads(unThreads), m_unCame(0) {}
+
+    // The meetings are counted from 1.
+    void Await(std::size_t unMeeting)
+    {
+        for (++m_unCame; m_unCame < unMeeting * m_unThreads;)
+        {
+            std::this_thread::yield();
+        }
+    }
+
+private:
+    const std::size_t m_unThreads;
+    std::atomic<std::size_t> m_unCame;
+};
+
+// Each of the calls so many times, with the number of the round, on a thread of its own. They keep in step, so that none is through
+// before another one has begun; within a few rounds nothing but the library puts them in order.
 void AtOnce(int nRounds, const std::vector<tCall>& calls)
 {
-    std::atomic<std::size_t> unReady{0};
+    constexpr int c_nTogether = 4;
+    CMeeting meeting(calls.size());
     std::vector<std::thread> threads;
     for (const tCall& call : calls)
     {
         threads.emplace_back(
-            [&unReady, &calls, &call, nRounds]
+            [&meeting, &call, nRounds]
             {
-                for (++unReady; unReady < calls.size();)
-                {
-                    std::this_thread::yield();
-                }
                 for (int nRound = 0; nRound < nRounds; ++nRound)
                 {
+                    if (nRound % c_nTogether == 0)
+                    {
+                        meeting.Await(static_cast<std::size_t>(nRound / c_nTogether) + 1);
+                    }
                     call(nRound);
                 }
             });
@@ -91,25 +113,48 @@ tBytes SmallDatagram(int nRound)
                              SmallUpdate(nRound % 2 == 0 ? enMCUpdateSurface : enMCUpdateRotary));
 }
 
-// Looks at all of each update.
-class CLookingHandler : public CClientMsgHandler
+std::uint32_t SumOf(const CMCUpdateMsg& update)
+{
+    std::uint32_t unSum = 0;
+    for (const tagenPPCMessageType enType : {enString, enSwitch})
+    {
+        const unsigned char* pData = nullptr;
+        int nLength = 0;
+        update.GetArray(enType, pData, nLength);
+        unSum = std::accumulate(pData, pData + nLength, unSum);
+    }
+    return unSum;
+}
+
+// Looks at each update twice: what came in between must have stayed out.
+template <class Handler>
+class CLooking : public Handler
 {
 public:
-    CLookingHandler() : CClientMsgHandler(false) {}
-    ~CLookingHandler() override { Shutdown(); }
+    template <typename Argument>
+    explicit CLooking(Argument&& argument) : Handler(std::forward<Argument>(argument))
+    {
+    }
+    ~CLooking() override { this->Shutdown(); }
 
     int ProcessMCUpdate(const CMCUpdateMsg& update) override
     {
-        for (const tagenPPCMessageType enType : {enString, enSwitch})
-        {
-            const unsigned char* pData = nullptr;
-            int nLength = 0;
-            update.GetArray(enType, pData, nLength);
-            m_unSeen += std::accumulate(pData, pData + nLength, 0u);
-        }
-        m_unSeen += GetUpdateSequence() + GetUpdateId();
-        return 0;
+        const std::uint32_t unSum = SumOf(update);
+        const int nResult = Handler::ProcessMCUpdate(update);
+        std::this_thread::yield();
+        EXPECT_EQ(unSum, SumOf(update));
+        m_unSeen += this->GetUpdateSequence() + this->GetUpdateId();
+        return nResult;
     }
+
+    std::uint32_t m_unSeen = 0;
+};
+
+class CLookingHandler : public CLooking<CClientMsgHandler>
+{
+public:
+    CLookingHandler() : CLooking<CClientMsgHandler>(false) {}
+    ~CLookingHandler() override { Shutdown(); }
 
     // On the loopback interface, sending to itself.
     void Open()
@@ -131,8 +176,6 @@ public:
         std::memcpy(pRoom, datagram.data(), datagram.size());
         OnReceivedData(pRoom, static_cast<long>(datagram.size()), CIPString("10.0.0.1"));
     }
-
-    std::uint32_t m_unSeen = 0;
 };
 
 std::unique_ptr<CLookingHandler> OpenHandler()
@@ -352,7 +395,7 @@ TEST(ThreadTable, ReassemblyIsOfOneThread)
 TEST(ThreadTable, TheFollowersImageIsTheApplications)
 {
     const auto pImage = std::make_unique<CBMAContainer>();
-    const auto pFollower = std::make_unique<CImageFollower>(*pImage);
+    const auto pFollower = std::make_unique<CLooking<CImageFollower>>(*pImage);
     std::vector<tBytes> datagrams = Support::Datagrams(1, Support::Update(*pImage, enMCUpdateSurface));
     AtOnce(100, {[&](int)
                  {
@@ -572,17 +615,22 @@ TEST(ThreadTable, AnyThreadLocks)
     };
     const auto write = [&](int)
     {
-        const bool bHeld = shared.Write().Lock();
-        nShared += bHeld ? 1 : 0;
-        bHeld ? shared.Write().Unlock() : false;
+        if (shared.Write().Lock())
+        {
+            ++nShared;
+            shared.Write().Unlock();
+        }
         wakes.Post();
     };
     const auto read = [&](int)
     {
         wakes.Wait();
-        const bool bHeld = shared.Read().Lock();
-        EXPECT_TRUE(!bHeld || nShared > 0);
-        bHeld ? shared.Read().Unlock() : false;
+        if (shared.Read().Lock())
+        {
+            const int nSeen = nShared;
+            shared.Read().Unlock();
+            EXPECT_GT(nSeen, 0);
+        }
     };
     AtOnce(500, {count, count, countBySection, countBySection, write, write, read, read});
     EXPECT_EQ(0, nByMutex);
