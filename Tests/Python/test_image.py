@@ -63,7 +63,7 @@ class Values(unittest.TestCase):
     def test_say_what_is_taken(self):
         for value, text in (
             (7.0, "MicInput/2/Integer/1 takes a whole number, not float"),
-            (1 << 31, 'address: "2147483648" is no value of a Integer: it takes a whole number'),
+            (1 << 31, 'address: "2147483648" is no value of type Integer: it takes a whole number'),
         ):
             with self.assertRaises((TypeError, ValueError)) as raised:
                 lc.Image().set("MicInput/2/Integer/1", value)

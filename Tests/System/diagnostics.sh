@@ -51,7 +51,7 @@ output=$(cat "$work/listen.log")
 contains "SURFACE 1 from 127.0.0.1: 10 parameters, its first report, valid"
 contains "       0  enUpTime                         3600    0"
 contains "SURFACE 1 from 127.0.0.1: 10 parameters, 0."
-contains "Condor Router AES50 Port 2 from 127.0.0.1: 1 parameters, its first report, valid"
+contains "Condor Router AES50 Port 2 from 127.0.0.1: 1 parameter, its first report, valid"
 contains "      -4  -     x      0"
 contains "no report  9 bytes from 127.0.0.1  it does not begin as XML"
 contains "no report  57 bytes from 127.0.0.1  line 1: a document type declaration is not allowed"

@@ -14,7 +14,7 @@ shift 2
 copy()
 {
     mkdir -p "$1/build"
-    cp -r "$source"/*.md "$source"/{Documentation,Examples,Source} "$1"
+    cp -r "$source"/*.md "$source"/{Documentation,Examples,Python,Source} "$1"
     sed "s|$build|$1/build|g; s|$source|$1|g" "$build/Doxyfile" >"$1/Doxyfile"
 }
 reference() { (cd "$1" && cat Doxyfile - <<<"${2-}" | doxygen -); }
@@ -28,7 +28,7 @@ expect 0 "the reference in another folder" reference "$work/further/on"
 expect 0 "another folder" diff -rq "$html" "$work/further/on/build/reference"
 expect 1 "the folder's name" grep -rF "$work" "$html"
 expect 1 "the source's" grep -rF "$source/" "$html"
-expect 0 "the README" grep -q 'The first client' "$html/index.html"
+expect 0 "the README" grep -q 'The first five minutes' "$html/index.html"
 
 # Links between pages.
 for link in $(cat "$html"/*.html | grep -oE '(href|src)="[^"#:]+["#]' | sed 's/.*="//; s/["#]$//' | sort -u); do
