@@ -31,7 +31,7 @@ struct stProtectCall
     int nProtection;
 };
 
-int g_nProtectError = 0; // what mprotect is to fail with; 0 asks the system
+int g_nProtectError = 0;                       // what mprotect is to fail with; 0 asks the system
 thread_local stProtectCall g_LastProtect = {}; // any thread may protect
 
 } // namespace

@@ -1,7 +1,9 @@
 // Preloaded, it makes the system one that grants less. LESSER=buffer: receive buffers of 208 KiB, as many systems have them;
-// LESSER=loop: multicast that doesn't come back to its own machine.
+// LESSER=loop: multicast that doesn't come back to its own machine; LESSER=limit: a file that grows beyond its limit kills, whoever
+// ignores that.
 #include <algorithm>
 #include <cerrno>
+#include <csignal>
 #include <cstdlib>
 #include <cstring>
 
@@ -30,6 +32,12 @@ Function* Real(const char* szName)
 
 extern "C"
 {
+
+    sighandler_t signal(int nSignal, sighandler_t pHandler)
+    {
+        static const auto pReal = Real<sighandler_t(int, sighandler_t)>("signal");
+        return pReal(nSignal, nSignal == SIGXFSZ && Is("limit") ? SIG_DFL : pHandler);
+    }
 
     int setsockopt(int nSocket, int nLevel, int nOption, const void* pValue, socklen_t unSize)
     {

@@ -42,8 +42,8 @@ expect 0 "saved as it was" "$@" replay "$recording" --silent --at 1 --save "$wor
 expect 1 "then and now" "$@" verify "$work/then" "$recording" --count 0
 rows | grep -qx 'differs MicInput/100/Fader/0 Mic101 Fader -60 -6.5' || fail "then and now: $output"
 expect 0 "who did it" "$@" why MicInput/100/Fader --capture "$recording"
-rows | grep -qE 'client asks for -6.5 changes, message [0-9]+, record 0 sent$' || fail "why: $output"
-rows | grep -qE 'MC grants -60 -6.5 update, message' || fail "why: $output"
+rows | grep -qE 'client asks for -6.5 datagram [0-9]+: changes, message [0-9]+, record 0 sent$' || fail "why: $output"
+rows | grep -qE 'MC grants -60 -6.5 datagram [0-9]+: update, message' || fail "why: $output"
 expect 0 "what changed" "$@" watch MicInput/100/Fader --capture "$recording"
 rows | grep -qE 'MicInput/100/Fader/0 Mic101 Fader -60 -6.5 client 127.0.0.1' || fail "watch: $output"
 
@@ -59,9 +59,29 @@ jq -es "$query" "$work/follow.json" >/dev/null || fail "ages after a second's si
 expect 0 "the client's image" "$@" verify "$recording" "$work/client"
 cp "$recording" "$work/kept.pcap"
 expect 1 "onto itself" "$@" replay "$work/kept.pcap" --silent --at 500 --save "$work/kept.pcap"
-contains "the recording ends before: this is how it was at its end"
-contains "kept.pcap is the recording: nothing is saved"
+contains "kept.pcap: it is no image, and stays as it is"
 cmp "$recording" "$work/kept.pcap" || fail "the recording is another one"
+expect 0 "beyond its end" "$@" replay "$recording" --silent --at 500
+contains "the recording ends before: this is how it was at its end"
+# Whether it got there is told to programs as well; what was ended early says that it proves nothing.
+for ended in '' '--count 10' '--at 1'; do
+    # shellcheck disable=SC2086
+    "$@" replay "$recording" --silent --format json $ended 2>"$work/aside" | jq -r .proved
+done >"$work/proved"
+[ "$(tr '\n' ' ' <"$work/proved")" = "yes null null " ] || fail "proved: $(cat "$work/proved")"
+expect 0 "ended early" "$@" replay "$recording" --silent --count 10
+contains "ended before the recording: nothing is proved"
+# A loop over what has no datagrams any more ends, and so does a capture that goes on with other packets for ever.
+cp "$recording" "$work/looped.pcap"
+timeout 20 "$@" replay "$work/looped.pcap" --loop --speed 0 --timeout 3 >"$work/loop.log" 2>&1 &
+loop=$!
+until_log "$work/loop.log" "replay to"
+head -c 24 "$recording" >"$work/emptied" && mv "$work/emptied" "$work/looped.pcap"
+wait $loop
+[ $? = 1 ] || fail "a loop over nothing: $(cat "$work/loop.log")"
+cp "$recording" "$work/padded.pcap"
+truncate -s 20G "$work/padded.pcap"
+expect 0 "nothing but other packets" timeout 20 "$@" stats --capture "$work/padded.pcap" --timeout 1
 expect 1 "not whole" "$@" replay "$recording" --silent --at 0 --save "$work/never"
 contains "the image is not whole: nothing is saved"
 [ ! -e "$work/never" ] || fail "it was saved"

@@ -88,9 +88,9 @@ contains "4 changes sent in 0.3"
 wait $why || fail "why: $(cat "$work/why.log")"
 output=$(cat "$work/why.log")
 for value in -60 -40 -20 0; do
-    rows | grep -qE "client asks for $value changes, message [0-9]+, record 0 sent$" || fail "asked for $value: $output"
+    rows | grep -qE "client asks for $value datagram [0-9]+: changes, message [0-9]+, record 0 sent$" || fail "asked for $value: $output"
 done
-rows | grep -qE 'MC grants -20 0 update, message [0-9]+ updates have no filter$' || fail "granted: $output"
+rows | grep -qE 'MC grants -20 0 datagram [0-9]+: update, message [0-9]+ updates have no filter$' || fail "granted: $output"
 contains "7 writes; 0 in the end" # the first is what it was already: granted without a change
 # What the simple sender never sends, and the queue does.
 "$@" why Globals/0/Integer/58 --count 2 --timeout 30 >"$work/why.log" 2>&1 &
@@ -120,7 +120,44 @@ case $output in *seconds*) fail "a full disk is no time-out: $output" ;; esac
 expect 1 "nowhere to print to" timeout 20 sh -c 'exec "$@" >/dev/full' sh "$@" watch MicInput/0/Fader
 contains "standard output takes no more"
 
-# A stop that is asked for is an end like any other.
+# A follower that runs is told of by what the kernel dropped of it.
+"$@" follow --seconds 60 >"$work/follow.log" 2>&1 &
+follow=$!
+until_log "$work/follow.log" "updates on"
+kill -STOP $follow
+dd if=/dev/zero bs=1000 count=20000 2>/dev/null >/dev/udp/225.0.0.46/7060
+expect 0 "stats beside it" "$@" stats --count 10 --timeout 30
+rows | grep -qE "^kernel [1-9][0-9,]* of .* \(process $follow\), since it began$" || fail "no drops of process $follow: $output"
+kill -CONT $follow
+kill $follow
+wait $follow
+
+# On two interfaces: what is chosen is what is listened to, whatever others of this machine have joined; and the simple sender goes
+# where the system routes it, or not at all.
+if ip link add a0 type veth peer name a1 2>/dev/null && ip address add 10.9.1.1/24 dev a0 && ip link set a0 up && ip link set a1 up; then
+    sleep 1.2 # until it has its carrier
+    "$@" follow --interface lo --seconds 60 >"$work/follow.log" 2>&1 &
+    follow=$!
+    until_log "$work/follow.log" "updates on"
+    expect 27 "the other interface" "$@" stats --interface a0 --timeout 0.5
+    contains "0 datagrams in"
+    for direct in "set --direct MicInput/9/Fader 1" "follow --set MicInput/9/Fader=1 --seconds 1"; do
+        # shellcheck disable=SC2086
+        expect 2 "the simple sender elsewhere" "$@" $direct --interface a0
+        contains "such changes go where the system routes 225.0.0.45, and that is lo, not a0"
+    done
+    kill $follow
+    wait $follow
+fi
+
+# A stop that is asked for is an end like any other, but for a hang-up that is to be ignored.
+(trap '' HUP && exec "$@" stats --timeout 1 >"$work/stats.log" 2>&1) &
+stats=$!
+until_log "$work/stats.log" "updates on"
+began=$EPOCHREALTIME
+kill -HUP $stats
+wait $stats || fail "stats: $(cat "$work/stats.log")"
+[ $((${EPOCHREALTIME/./} - ${began/./})) -gt 500000 ] || fail "a hang-up that is ignored ended it"
 rm -f "$work/watch.log"
 "$@" watch 'MicInput/0/Fader' >"$work/watch.log" 2>&1 &
 watch=$!

@@ -78,6 +78,8 @@ if "$@" --help | grep -q "^  show "; then # where there is SQLite
 fi
 refuse "names more than one parameter" follow --set 'MicInput/*/Fader/0=1'
 refuse "B is required" verify "$0"
+refuse "image: no file is named" verify "" "$0"
+refuse "image: no file is named" get MicInput/0/Fader --from ""
 refuse '"MicInpt" is no parameter group; the nearest is MicInput' watch 'MicInpt/*/Fader'
 refuse 'path "144" is out of range: MicInput has 0 to 143; the nearest is 143' why MicInput/144/Fader
 refuse '"Level" is no name of a parameter' get MicInput/0/Level
@@ -133,6 +135,12 @@ done
 expect 1 "no image" "$@" verify /nonexistent/a /nonexistent/b
 contains "/nonexistent/a: there is no such file; an image is mc (live),"
 
+head -c 1000 /dev/zero | tr '\0' 1 >"$work/wide"
+expect 1 "a line without end" "$@" send --script "$work/wide"
+contains "a line of it is too long, or can't be read"
+expect 1 "a file that grows too large" sh -c 'ulimit -f 100; exec "$@" >"$0"' "$work/large" "$@" params
+expect 0 "version" "$@" --version
+[[ $output =~ ^consolectl\ [0-9.]+$ ]] || fail "version: $output"
 expect 0 "help" "$@" --help
 contains "consolectl mc"
 expect 0 "help of mc" "$@" mc --help
@@ -143,7 +151,6 @@ contains "no whole image within 0.3 seconds"
 folder=$(mktemp -d) || exit 1
 mkfifo "$folder/fifo"
 echo precious >"$folder/image.new"
-echo old >"$folder/real"
 ln -s real "$folder/link"
 ln -s sub/made "$folder/dangling"
 ln -s dangling "$folder/two"
@@ -153,7 +160,21 @@ for other in "$folder" "$folder/fifo" /dev/null; do
     expect 1 "no file" timeout 10 "$@" mc --seconds 0.1 --save "$other"
     contains "$other: not a file"
 done
+cp "$0" "$folder/text"
+expect 1 "no image" "$@" mc --seconds 20 --save "$folder/text"
+contains "$folder/text: it is no image, and stays as it is"
+cmp -s "$0" "$folder/text" || fail "it was replaced"
+rm "$folder/text"
 expect 0 "beside another file" "$@" mc --seconds 0.1 --save "$folder/image"
+chmod 640 "$folder/image"
+expect 0 "once more" "$@" mc --seconds 0.1 --save "$folder/image"
+[ "$(stat -c %a "$folder/image")" = 640 ] || fail "its rights are others: $(ls -l "$folder/image")"
+chmod 644 "$folder/image"
+cp "$folder/image" "$folder/before"
+expect 27 "what isn't whole" "$@" follow --timeout 0.3 --save "$folder/image"
+cmp -s "$folder/image" "$folder/before" || fail "an image that isn't whole took a file's place"
+rm "$folder/before"
+cp "$folder/image" "$folder/real" # where no image is, none is put
 expect 0 "through a link" "$@" mc --seconds 0.1 --save "$folder/link"
 [ -L "$folder/link" ] && cmp -s "$folder/real" "$folder/image" || fail "the link or its file is gone"
 expect 0 "through links to what isn't there yet" "$@" mc --seconds 0.1 --save "$folder/two"

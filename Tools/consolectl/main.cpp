@@ -6,9 +6,11 @@
 
 #include <CLI/CLI.hpp>
 
+#include <csignal>
 #include <cstdio>
 #include <exception>
 #include <iostream>
+#include <new>
 #include <string>
 #include <vector>
 
@@ -66,6 +68,7 @@ int Run(int nArguments, char** ppArguments)
         "consolectl");
     app.formatter_fn([](const CLI::App* pCommand, const std::string&, CLI::AppFormatMode)
                      { return HelpText(ReadCommand(*pCommand, PathOf(*pCommand)), TerminalWidth() - 1); });
+    app.set_version_flag("--version", "consolectl " CONSOLECTL_VERSION, "Print the version and exit");
     int nStatus = enExitDone;
     CCommand console(app, nStatus);
     AddDoctor(console);
@@ -127,17 +130,21 @@ void KeepStandardStreams()
 int main(int nArguments, char** ppArguments)
 {
     KeepStandardStreams();
+    std::signal(SIGXFSZ, SIG_IGN); // what is written beyond a limit fails, and that is told
     try
     {
         return Run(nArguments, ppArguments);
     }
+    catch (const std::bad_alloc&)
+    {
+    }
     catch (const std::exception& error)
     {
-        std::fprintf(stderr, "consolectl: %s\n", error.what());
+        return Fail(error.what());
     }
-    catch (...)
+    catch (...) // an image throws a number for it
     {
-        std::fprintf(stderr, "consolectl: no memory\n"); // for which an image throws a number
     }
+    std::fprintf(stderr, "consolectl: no memory\n");
     return enExitFailed;
 }

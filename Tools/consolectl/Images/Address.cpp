@@ -30,6 +30,11 @@ constexpr struct
     throw stWrongUse("address", strWhat);
 }
 
+[[noreturn]] void RefuseValue(const std::string& strWhat)
+{
+    throw stWrongUse("value", strWhat);
+}
+
 std::vector<std::string> Split(const std::string& strText, char cSeparator)
 {
     std::vector<std::string> parts(1);
@@ -273,15 +278,15 @@ stValue ParseValue(tagenPPCMessageType enType, const std::string& strText)
     stValue value;
     if (enType == enMeter)
     {
-        Refuse("meters are set by the MC alone");
+        RefuseValue("meters are set by the MC alone");
     }
     if (enType == enString)
     {
         if (strText.size() > std::size_t(RyGConsoleString::enMaxLength))
         {
             const bool bWide = Width(strText) <= RyGConsoleString::enMaxLength;
-            Refuse(Format("\"%s\" is too long: a console string holds 12 characters%s", strText.c_str(),
-                          bWide ? " of one byte each" : ""));
+            RefuseValue(Format("\"%s\" is too long: a console string holds 12 characters%s", strText.c_str(),
+                               bWide ? " of one byte each" : ""));
         }
         value.strValue = RyGConsoleString(strText);
         return value;
@@ -289,10 +294,10 @@ stValue ParseValue(tagenPPCMessageType enType, const std::string& strText)
     const bool bParsed = IsFloat(enType) ? ParseNumber(strText, value.fValue) : ParseNumber(strText, value.nValue);
     if (!bParsed || (enType == enSwitch && value.nValue != 0 && value.nValue != 1))
     {
-        Refuse(Format("\"%s\" is no value of type %s: it takes %s", strText.c_str(), caMessageTypeNames[enType],
-                      IsFloat(enType)      ? "a number such as -6.5"
-                      : enType == enSwitch ? "0 or 1"
-                                           : "a whole number"));
+        RefuseValue(Format("\"%s\" is no value of type %s: it takes %s", strText.c_str(), caMessageTypeNames[enType],
+                           IsFloat(enType)      ? "a number such as -6.5"
+                           : enType == enSwitch ? "0 or 1"
+                                                : "a whole number"));
     }
     return value;
 }
@@ -403,8 +408,8 @@ void WriteValue(CBMAContainer& image, const stChange& change, bool bSendOnly)
     image.SetPPC(address.enType, address.enPathType, address.nPath, address.nParam, change.value.nValue, false, bSendOnly);
     image.SetPPC(address.enType, address.enPathType, address.nPath, address.nParam, change.value.fValue, false, bSendOnly);
     image.SetPPC(address.enType, address.enPathType, address.nPath, address.nParam, strValue, false, bSendOnly);
-    image.SetPPC(address.enType, address.enPathType, address.nPath, address.nParam,
-                 static_cast<unsigned char>(change.value.nValue), false, bSendOnly);
+    image.SetPPC(address.enType, address.enPathType, address.nPath, address.nParam, static_cast<unsigned char>(change.value.nValue),
+                 false, bSendOnly);
 }
 
 bool SameValue(const stAddress& address, const stValue& a, const stValue& b)

@@ -1,5 +1,8 @@
 #include "Images/ImageFile.h"
 
+#include "Terminal/Common.h"
+
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -20,20 +23,26 @@ std::string LastError(const std::string& strFile)
     return strFile + ": " + std::strerror(errno);
 }
 
-// Written beside the file and then put in its place: it is there whole, or as it was. Where a link leads the file is replaced,
-// or made, and the link stays.
+// Of an image's size, and beginning as one.
+bool IsUpdate(const std::string& strFile, std::uintmax_t unSize)
+{
+    static constexpr unsigned char c_aucMarker[] = {0, 0, 0, 1};
+    char acBeginning[sizeof c_aucMarker] = {};
+    std::ifstream(strFile, std::ios::binary).read(acBeginning, sizeof acBeginning);
+    return unSize == c_unImageSize && std::memcmp(acBeginning, c_aucMarker, sizeof c_aucMarker) == 0;
+}
+
+// Written beside the file and then put in its place, with its rights: it is there whole, or as it was. Where a link leads the file
+// is replaced, or made, and the link stays.
 std::string ReplaceFile(const std::string& strFile, const std::vector<unsigned char>& bytes)
 {
+    const std::string strWhyNot = WhyNotSaved(strFile);
+    if (!strWhyNot.empty())
+    {
+        return strWhyNot;
+    }
     std::error_code error;
     const std::filesystem::file_status status = std::filesystem::status(strFile, error);
-    if (!std::filesystem::status_known(status))
-    {
-        return strFile + ": " + error.message();
-    }
-    if (std::filesystem::exists(status) && !std::filesystem::is_regular_file(status))
-    {
-        return strFile + ": not a file";
-    }
     std::filesystem::path target = strFile;
     while (std::filesystem::is_symlink(std::filesystem::symlink_status(target, error))) // not for ever: the status is known
     {
@@ -45,7 +54,9 @@ std::string ReplaceFile(const std::string& strFile, const std::vector<unsigned c
     {
         return LastError(strFile);
     }
-    const bool bWritten = std::fwrite(bytes.data(), 1, bytes.size(), pFile) == bytes.size();
+    const bool bWritten =
+        std::fwrite(bytes.data(), 1, bytes.size(), pFile) == bytes.size() &&
+        (!std::filesystem::exists(status) || fchmod(fileno(pFile), static_cast<mode_t>(status.permissions())) == 0);
     if (std::fclose(pFile) != 0 || !bWritten || std::rename(strNew.c_str(), target.c_str()) != 0)
     {
         std::string strError = LastError(strFile);
@@ -56,6 +67,21 @@ std::string ReplaceFile(const std::string& strFile, const std::vector<unsigned c
 }
 
 } // namespace
+
+std::string WhyNotSaved(const std::string& strFile)
+{
+    std::error_code error;
+    if (std::filesystem::status(strFile, error).type() == std::filesystem::file_type::not_found)
+    {
+        return std::string();
+    }
+    const std::string strWhyNot = WhyNoFile(strFile);
+    const std::uintmax_t unSize = std::filesystem::file_size(strFile, error);
+    return !strWhyNot.empty()                         ? strWhyNot
+           : access(strFile.c_str(), W_OK) != 0       ? LastError(strFile)
+           : unSize == 0 || IsUpdate(strFile, unSize) ? ""
+                                                      : strFile + ": it is no image, and stays as it is";
+}
 
 std::string SaveImage(const CBMAContainer& image, const std::string& strFile)
 {
@@ -73,9 +99,10 @@ std::string SaveImage(const CBMAContainer& image, const std::string& strFile)
 
 std::string LoadImage(const std::string& strFile, CBMAContainer& image)
 {
-    if (!std::filesystem::is_regular_file(strFile))
+    const std::string strWhyNot = WhyNoFile(strFile);
+    if (!strWhyNot.empty())
     {
-        return strFile + ": not a file";
+        return strWhyNot;
     }
     std::ifstream file(strFile, std::ios::binary);
     if (!file)

@@ -1,5 +1,7 @@
 #include "Images/ShowFile.h"
 
+#include "Terminal/Common.h"
+
 #include <boost/crc.hpp>
 
 #include <sqlite3.h>
@@ -51,6 +53,14 @@ std::string UTCText()
     char acText[32];
     gmtime_r(&now, &utc);
     return std::string(acText, std::strftime(acText, sizeof acText, "%Y-%m-%d %H:%M:%S", &utc));
+}
+
+// Whether SQLite found what somebody had broken off.
+bool s_bRolledBack = false;
+
+void NoteRollback(void*, int nCode, const char*)
+{
+    s_bRolledBack = s_bRolledBack || nCode == SQLITE_NOTICE_RECOVER_ROLLBACK;
 }
 
 } // namespace
@@ -130,18 +140,18 @@ std::string CShowFile::Open(const std::string& strFile, bool bCreate)
 {
     m_strFile = strFile;
     std::error_code error;
-    const std::filesystem::file_status status = std::filesystem::status(strFile, error);
     if (strFile.empty())
     {
         return "a show file needs a name";
     }
-    if (std::filesystem::exists(status))
+    const std::string strWhyNot = WhyNoFile(strFile);
+    if (strWhyNot.empty())
     {
-        return std::filesystem::is_regular_file(status) ? OpenDatabase(bCreate) : strFile + ": not a file";
+        return OpenDatabase(bCreate);
     }
-    if (!bCreate)
+    if (!bCreate || std::filesystem::status(strFile, error).type() != std::filesystem::file_type::not_found)
     {
-        return strFile + ": there is no such file";
+        return strWhyNot;
     }
     const std::filesystem::path folder = std::filesystem::path(strFile).parent_path();
     const bool bWritable = access(folder.empty() ? "." : folder.c_str(), W_OK) == 0;
@@ -150,6 +160,8 @@ std::string CShowFile::Open(const std::string& strFile, bool bCreate)
 
 std::string CShowFile::OpenDatabase(bool bCreate)
 {
+    static const int s_nLog = sqlite3_config(SQLITE_CONFIG_LOG, NoteRollback, nullptr); // once, before all else
+    (void)s_nLog;
     sqlite3* pDatabase = nullptr;
     const int nFlags = SQLITE_OPEN_READWRITE | (bCreate ? SQLITE_OPEN_CREATE : 0);
     // A whole path is a file's name and nothing else to SQLite.
@@ -166,14 +178,20 @@ std::string CShowFile::OpenDatabase(bool bCreate)
     sqlite3_db_config(pDatabase, SQLITE_DBCONFIG_ENABLE_VIEW, 0, nullptr);
     sqlite3_limit(pDatabase, SQLITE_LIMIT_LENGTH, c_nLongestValue);
     sqlite3_busy_timeout(pDatabase, c_nBusyMilliseconds);
+    s_bRolledBack = false;
     const std::string strError = Check(bCreate);
+    if (s_bRolledBack)
+    {
+        Line("%s: a change of it was broken off, and is undone", Printable(m_strFile).c_str());
+    }
     // One file is all that a show is: another program may have set it to keep a log beside it.
     return strError.empty() ? Run("PRAGMA journal_mode = DELETE") : strError;
 }
 
 std::string CShowFile::Save(const std::string& strName, const std::vector<stShowBlock>& blocks, bool bReplace)
 {
-    const bool bMade = access(m_strFile.c_str(), F_OK) != 0;
+    std::error_code noError;
+    const bool bMade = !std::filesystem::exists(std::filesystem::status(m_strFile, noError));
     std::string strError = m_pDatabase == nullptr ? OpenDatabase(true) : std::string();
     if (strError.empty())
     {
@@ -198,37 +216,53 @@ std::string CShowFile::Save(const std::string& strName, const std::vector<stShow
     const bool bOthers = sqlite3_errcode(m_pDatabase.get()) == SQLITE_BUSY;
     if (!strError.empty() && bMade && !bOthers && std::filesystem::file_size(m_strFile, error) == 0)
     {
-        std::filesystem::remove(m_strFile, error); // the file that was made for it is empty
+        std::filesystem::remove(std::filesystem::canonical(m_strFile, error), error); // made for it, and empty; a link stays
     }
     return strError;
 }
 
 std::string CShowFile::Load(const std::string& strName, std::vector<stShowBlock>& blocks)
 {
-    return Transact(
-        "BEGIN",
-        [&]
+    return Transact("BEGIN",
+                    [&]
+                    {
+                        std::int64_t nShow = 0;
+                        const std::string strError = FindShow(strName, nShow);
+                        return strError.empty() ? Read(nShow, strName, blocks) : strError;
+                    });
+}
+
+std::string CShowFile::Read(std::int64_t nShow, const std::string& strName, std::vector<stShowBlock>& blocks)
+{
+    CStatement select(m_pDatabase.get(), "SELECT kind, message_type, crc32, bytes FROM block WHERE show_id = ?");
+    for (select.Bind(nShow); select.Step();)
+    {
+        const std::int64_t nType = select.Number(1);
+        const bool bType = nType >= 0 && nType < c_nMessageTypes;
+        stShowBlock block = {select.Text(0), static_cast<tagenPPCMessageType>(bType ? nType : -1), select.Bytes(3)};
+        if (CheckSum(block.bytes) != select.Number(2))
         {
-            std::int64_t nShow = 0;
-            std::string strError = FindShow(strName, nShow);
-            if (!strError.empty())
-            {
-                return strError;
-            }
-            CStatement select(m_pDatabase.get(), "SELECT kind, message_type, crc32, bytes FROM block WHERE show_id = ?");
-            for (select.Bind(nShow); select.Step();)
-            {
-                const std::int64_t nType = select.Number(1);
-                const bool bType = nType >= 0 && nType < c_nMessageTypes;
-                stShowBlock block = {select.Text(0), static_cast<tagenPPCMessageType>(bType ? nType : -1), select.Bytes(3)};
-                if (CheckSum(block.bytes) != select.Number(2))
-                {
-                    return m_strFile + ": show \"" + strName + "\" is damaged: the check sum of a block is wrong";
-                }
-                blocks.push_back(std::move(block));
-            }
-            return select.Failed() ? Error() : std::string();
-        });
+            return m_strFile + ": show \"" + strName + "\" is damaged: the check sum of a block is wrong";
+        }
+        blocks.push_back(std::move(block));
+    }
+    return select.Failed() ? Error() : std::string();
+}
+
+std::string CShowFile::Change(const std::string& strName,
+                              const std::function<std::string(std::vector<stShowBlock>& blocks)>& change)
+{
+    return Transact("BEGIN IMMEDIATE",
+                    [&]
+                    {
+                        std::int64_t nShow = 0;
+                        std::vector<stShowBlock> blocks;
+                        std::string strError = FindShow(strName, nShow);
+                        strError = strError.empty() ? Read(nShow, strName, blocks) : strError;
+                        strError = strError.empty() ? change(blocks) : strError;
+                        strError = strError.empty() ? RemoveBlocks(nShow) : strError;
+                        return strError.empty() ? InsertBlocks(nShow, blocks) : strError;
+                    });
 }
 
 std::string CShowFile::Delete(const std::string& strName)
@@ -287,7 +321,11 @@ std::string CShowFile::Check(bool bMayBeNew)
     m_bNew = bMayBeNew && tables.empty() && header.Number(0) == 0 && header.Number(1) == 0;
     const bool bOurs = header.Number(0) == c_nApplicationId && header.Number(1) == c_nLayout &&
                        std::equal(tables.begin(), tables.end(), std::begin(caTables), std::end(caTables));
-    return m_bNew || bOurs ? CheckIntegrity() : m_strFile + ": not a show file";
+    std::error_code error;
+    const bool bEmpty = tables.empty() && std::filesystem::file_size(m_strFile, error) == 0;
+    return m_bNew || bOurs ? CheckIntegrity()
+           : bEmpty        ? m_strFile + ": there is no show in it: it is empty, as when a first save is broken off"
+                           : m_strFile + ": not a show file";
 }
 
 std::string CShowFile::CheckIntegrity()
@@ -335,7 +373,11 @@ std::string CShowFile::Insert(const std::string& strName, const std::vector<stSh
     {
         return Error();
     }
-    const std::int64_t nShow = sqlite3_last_insert_rowid(m_pDatabase.get());
+    return InsertBlocks(sqlite3_last_insert_rowid(m_pDatabase.get()), blocks);
+}
+
+std::string CShowFile::InsertBlocks(std::int64_t nShow, const std::vector<stShowBlock>& blocks)
+{
     for (const stShowBlock& block : blocks)
     {
         CStatement insert(m_pDatabase.get(), "INSERT INTO block VALUES (?, ?, ?, ?, ?)");
@@ -350,16 +392,16 @@ std::string CShowFile::Insert(const std::string& strName, const std::vector<stSh
 
 std::string CShowFile::Remove(std::int64_t nShow)
 {
-    for (const char* szSQL : {"DELETE FROM block WHERE show_id = ?", "DELETE FROM show WHERE id = ?"})
-    {
-        CStatement statement(m_pDatabase.get(), szSQL);
-        statement.Bind(nShow).Step();
-        if (statement.Failed())
-        {
-            return Error();
-        }
-    }
-    return std::string();
+    CStatement statement(m_pDatabase.get(), "DELETE FROM show WHERE id = ?");
+    statement.Bind(nShow).Step();
+    return statement.Failed() ? Error() : RemoveBlocks(nShow);
+}
+
+std::string CShowFile::RemoveBlocks(std::int64_t nShow)
+{
+    CStatement statement(m_pDatabase.get(), "DELETE FROM block WHERE show_id = ?");
+    statement.Bind(nShow).Step();
+    return statement.Failed() ? Error() : std::string();
 }
 
 // All of work, or, when it returns an error, nothing of it.

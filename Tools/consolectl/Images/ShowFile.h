@@ -4,6 +4,7 @@
 #include "Images/ShowBlocks.h"
 
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <string>
 #include <vector>
@@ -32,6 +33,10 @@ public:
     std::string Save(const std::string& strName, const std::vector<stShowBlock>& blocks, bool bReplace);
     std::string Load(const std::string& strName, std::vector<stShowBlock>& blocks);
     std::string Delete(const std::string& strName);
+
+    // What change makes of a show's blocks takes their place, with nobody's change in between; when it was saved stays. What change
+    // returns is an error.
+    std::string Change(const std::string& strName, const std::function<std::string(std::vector<stShowBlock>& blocks)>& change);
     std::string List(std::vector<stShowEntry>& entries);
 
 private:
@@ -51,8 +56,11 @@ private:
     std::string Transact(const char* szBegin, Work work);
     std::string CreateLayout();
     std::string FindShow(const std::string& strName, std::int64_t& nShow);
+    std::string Read(std::int64_t nShow, const std::string& strName, std::vector<stShowBlock>& blocks);
     std::string Insert(const std::string& strName, const std::vector<stShowBlock>& blocks);
+    std::string InsertBlocks(std::int64_t nShow, const std::vector<stShowBlock>& blocks);
     std::string Remove(std::int64_t nShow);
+    std::string RemoveBlocks(std::int64_t nShow);
 
     std::string m_strFile;
     std::unique_ptr<sqlite3, stCloser> m_pDatabase;

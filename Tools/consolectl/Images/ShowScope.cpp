@@ -67,7 +67,7 @@ void PrintShowCounts(const stShowCounts& counts, const char* szMoved, const char
              bSafe ? Grouped(count.nSafe).c_str() : "", Grouped(nSame).c_str());
     };
     Line("%s",
-         Styled(enStrong, Format("%-10s %12s %12s %12s %12s", "type", "in the show", szMoved, bSafe ? "stayed safe" : "", szSame))
+         Styled(enStrong, Format("%-10s %12s %12s %12s %12s", "type", "in its scope", szMoved, bSafe ? "stayed safe" : "", szSame))
              .c_str());
     for (int nType = 0; nType < enMeter; ++nType)
     {

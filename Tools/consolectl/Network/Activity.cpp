@@ -14,6 +14,13 @@ std::vector<std::pair<stAddress, double>> stSecond::Busiest() const
     return busiest;
 }
 
+std::vector<std::pair<std::string, stSecond::stSender>> stSecond::Senders() const
+{
+    std::vector<std::pair<std::string, stSender>> sorted(senders.begin(), senders.end());
+    std::stable_sort(sorted.begin(), sorted.end(), [](const auto& a, const auto& b) { return a.second.dBytes > b.second.dBytes; });
+    return sorted;
+}
+
 void CActivity::Take(stDatagram& datagram)
 {
     stSecond::stSender& sender = m_Now.senders[datagram.source.Text()];

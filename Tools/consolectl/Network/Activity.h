@@ -20,7 +20,10 @@ struct stSecond
     };
 
     long PerSecond(double dCount) const { return std::lround(dCount / dSeconds); }
-    std::vector<std::pair<stAddress, double>> Busiest() const; // the parameters that changed, and how often: the most often first
+
+    // The parameters that changed, and how often; and who sent: what is most first.
+    std::vector<std::pair<stAddress, double>> Busiest() const;
+    std::vector<std::pair<std::string, stSender>> Senders() const;
 
     double dSeconds = 1;
     std::map<std::string, stSender> senders;

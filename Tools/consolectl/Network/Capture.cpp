@@ -13,6 +13,7 @@ namespace
 {
 
 constexpr int c_nSnapLength = 262144;
+constexpr int c_nPacketsAtOnce = 10000; // of other kinds, before who asks for a datagram is asked whether to go on
 constexpr std::size_t c_unIPHeader = 20;
 constexpr std::size_t c_unUDPHeader = 8;
 constexpr std::size_t c_unLongestIP = 65535;
@@ -213,12 +214,12 @@ CCaptureFile::~CCaptureFile()
 
 std::string CCaptureFile::Open(const std::string& strFile)
 {
-    std::error_code error;
-    const std::filesystem::file_status status = std::filesystem::status(strFile, error);
-    if (!std::filesystem::is_regular_file(status))
+    const std::string strWhyNot = WhyNoFile(strFile);
+    if (!strWhyNot.empty())
     {
-        return strFile + (std::filesystem::exists(status) ? ": not a file" : ": there is no such file");
+        return strWhyNot;
     }
+    std::error_code error;
     m_lSize = static_cast<long>(std::filesystem::file_size(strFile, error));
     char acError[PCAP_ERRBUF_SIZE] = "";
     m_pCapture = pcap_open_offline(strFile.c_str(), acError);
@@ -238,7 +239,7 @@ long CCaptureFile::GetPosition() const
 
 bool CCaptureFile::Next(stDatagram& datagram, double)
 {
-    while (!m_bOver && !StopRequested())
+    for (int nPacket = 0; nPacket < c_nPacketsAtOnce && !IsOver(); ++nPacket)
     {
         pcap_pkthdr* pHeader = nullptr;
         const unsigned char* pPacket = nullptr;
@@ -250,6 +251,7 @@ bool CCaptureFile::Next(stDatagram& datagram, double)
             return false;
         }
         datagram.nTime = Microseconds(pHeader->ts);
+        datagram.lNumber = ++m_lPackets;
         m_Loss.unSize += pHeader->caplen < pHeader->len ? 1 : 0;
         if (ReadPacket(pPacket, pHeader->caplen, datagram) && !TakeEnd(datagram))
         {

@@ -62,7 +62,7 @@ public:
     std::string Open(const std::string& strFile);
 
     bool Next(stDatagram& datagram, double dSeconds) override;
-    bool IsOver() const override { return m_bOver; }
+    bool IsOver() const override { return m_bOver || StopRequested(); }
     std::string GetError() const override { return m_strError; }
     stTrafficLoss GetLoss() const override { return m_Loss; }
 
@@ -92,6 +92,7 @@ private:
     pcap* m_pCapture = nullptr;
     int m_nLinkType = 0;
     long m_lSize = 0;
+    long m_lPackets = 0; // read
     bool m_bOver = false;
     std::string m_strError;
     stTrafficLoss m_Loss;

@@ -67,8 +67,12 @@ int LoadCapture(const std::string& strFile, double dAt, const stClientOptions& o
     const auto pShadow = std::make_unique<CShadow>(options.link);
     CProgress progress(strFile, capture.GetSize());
     std::int64_t nFirst = -1;
-    for (stDatagram datagram; capture.Next(datagram, 0);)
+    for (stDatagram datagram; !capture.IsOver();)
     {
+        if (!capture.Next(datagram, 0))
+        {
+            continue;
+        }
         nFirst = nFirst < 0 ? datagram.nTime : nFirst;
         if (dAt >= 0 && static_cast<double>(datagram.nTime - nFirst) / 1e6 > dAt)
         {
@@ -84,11 +88,11 @@ int LoadCapture(const std::string& strFile, double dAt, const stClientOptions& o
     }
     if (!capture.GetError().empty())
     {
-        return Fail(strFile + " was broken off: " + capture.GetError());
+        return Fail(strFile + " was broken off: " + capture.GetError() + "; FILE@SECONDS is an image before that");
     }
     if (dAt < 0 && capture.GetEnd() == nullptr)
     {
-        Line("%s has no end of a recording: broken off, or made by another tool", strFile.c_str());
+        Line("%s has no end of a recording: broken off, or made by another tool", Printable(strFile).c_str());
     }
     *named.pImage = pShadow->Image();
     named.strSender = pShadow->GetMC().AddressText();
@@ -123,6 +127,10 @@ bool stNamedImage::Holds(const stAddress& address) const
 
 int LoadNamedImage(const std::string& strSource, const stClientOptions& client, stNamedImage& named, unsigned int unTypes)
 {
+    if (strSource.empty())
+    {
+        throw stWrongUse("image", "no file is named");
+    }
     if (strSource == "mc")
     {
         return LoadLive(client, named, unTypes);
@@ -141,15 +149,18 @@ int LoadNamedImage(const std::string& strSource, const stClientOptions& client, 
         }
         return LoadCapture(strSource.substr(0, unAt), dAt, client, named);
     }
-    const std::size_t unColon = strSource.find(':', 1);
-    if (!IsFile(strSource) && unColon != std::string::npos && IsFile(strSource.substr(0, unColon)))
+    for (std::size_t unColon = strSource.find(':', 1); !IsFile(strSource) && unColon != std::string::npos;
+         unColon = strSource.find(':', unColon + 1))
     {
-        return LoadShow(strSource.substr(0, unColon), strSource.substr(unColon + 1), named);
+        if (IsFile(strSource.substr(0, unColon)))
+        {
+            return LoadShow(strSource.substr(0, unColon), strSource.substr(unColon + 1), named);
+        }
     }
-    std::error_code error;
-    if (!std::filesystem::exists(strSource, error))
+    const std::string strWhyNot = WhyNoFile(strSource);
+    if (!strWhyNot.empty())
     {
-        return Fail(strSource + ": there is no such file; an image is " + c_szImageSources);
+        return Fail(strWhyNot + "; an image is " + c_szImageSources);
     }
     const std::string strError = LoadImage(strSource, *named.pImage);
     return strError.empty() ? int(enExitDone) : Fail(strError);

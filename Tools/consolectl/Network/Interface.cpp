@@ -34,18 +34,6 @@ std::string AddressOf(const sockaddr_in& address)
     return acText;
 }
 
-std::string NameOf(const std::string& strAddress)
-{
-    for (const stInterface& interface : ListInterfaces())
-    {
-        if (interface.strAddress == strAddress)
-        {
-            return interface.strName;
-        }
-    }
-    return "of no name";
-}
-
 } // namespace
 
 std::string stInterface::WhyNot() const
@@ -110,6 +98,18 @@ std::string InterfacesText(const std::vector<stInterface>& interfaces)
     return strText.empty() ? "none" : strText;
 }
 
+std::string InterfaceOf(const std::string& strAddress)
+{
+    for (const stInterface& interface : ListInterfaces())
+    {
+        if (interface.strAddress == strAddress)
+        {
+            return interface.strName;
+        }
+    }
+    return "of no name";
+}
+
 std::string FindInterface(const std::string& strNameOrAddress)
 {
     const std::vector<stInterface> interfaces = ListInterfaces();
@@ -163,6 +163,6 @@ std::string ChoiceText(const std::string& strChosenAddress, const std::string& s
     int nError = 0;
     const std::string strAddress = strChosenAddress.empty() ? RouteTo(strGroup, nError) : strChosenAddress;
     return strAddress.empty() ? Format("no interface: the system has no route to the group (%s)", std::strerror(nError))
-                              : Format("interface %s (%s), %s", NameOf(strAddress).c_str(), strAddress.c_str(),
+                              : Format("interface %s (%s), %s", InterfaceOf(strAddress).c_str(), strAddress.c_str(),
                                        strChosenAddress.empty() ? "where the system routes the group" : "as --interface says");
 }

@@ -30,6 +30,9 @@ std::string InterfacesText(const std::vector<stInterface>& interfaces);
 // The address of the interface that a name or an address stands for. Throws stWrongUse with what there is.
 std::string FindInterface(const std::string& strNameOrAddress);
 
+// The name of the interface that has an address, "of no name" when there is none.
+std::string InterfaceOf(const std::string& strAddress);
+
 // The address that the system sends from to a group when nothing else is said. Empty when it can't, and then the errno why.
 std::string RouteTo(const std::string& strGroup, int& nError);
 

@@ -6,8 +6,8 @@
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
+#include <map>
 #include <memory>
-#include <set>
 
 #include <arpa/inet.h>
 #include <net/route.h>
@@ -57,9 +57,10 @@ std::string PrefixText(unsigned int unAddress, int nBits)
 }
 
 // "socket:[12345]", as a process's descriptors are shown.
-std::set<std::string> SocketsOnPort(unsigned int unPort)
+// Each with what it dropped.
+std::map<std::string, unsigned long> SocketsOnPort(unsigned int unPort)
 {
-    std::set<std::string> sockets;
+    std::map<std::string, unsigned long> sockets;
     for (const char* szFile : {"/proc/net/udp", "/proc/net/udp6"}) // one for both kinds of address holds the port, too
     {
         ForEachLine(szFile,
@@ -67,28 +68,30 @@ std::set<std::string> SocketsOnPort(unsigned int unPort)
                     {
                         unsigned int unFound = 0;
                         unsigned long ulInode = 0;
-                        if (std::sscanf(szLine, "%*s %*[^:]:%x %*s %*s %*s %*s %*s %*s %*s %lu", &unFound, &ulInode) == 2 &&
+                        unsigned long ulDropped = 0;
+                        if (std::sscanf(szLine, "%*s %*[^:]:%x %*s %*s %*s %*s %*s %*s %*s %lu %*s %*s %lu", &unFound, &ulInode,
+                                        &ulDropped) >= 2 &&
                             unFound == unPort)
                         {
-                            sockets.insert(Format("socket:[%lu]", ulInode));
+                            sockets[Format("socket:[%lu]", ulInode)] = ulDropped;
                         }
                     });
     }
     return sockets;
 }
 
-bool HasOneOf(const std::filesystem::path& process, const std::set<std::string>& sockets)
+// What those of them dropped that a process has; none: it has none.
+std::optional<unsigned long> DroppedBy(const std::filesystem::path& process, const std::map<std::string, unsigned long>& sockets)
 {
+    std::optional<unsigned long> dropped;
     std::error_code error;
     for (std::filesystem::directory_iterator file(process / "fd", error), end; !error && file != end; file.increment(error))
     {
         std::error_code gone; // a descriptor that was closed meanwhile
-        if (sockets.count(std::filesystem::read_symlink(file->path(), gone).string()) != 0)
-        {
-            return true;
-        }
+        const auto socket = sockets.find(std::filesystem::read_symlink(file->path(), gone).string());
+        dropped = socket == sockets.end() ? dropped : dropped.value_or(0) + socket->second;
     }
-    return false;
+    return dropped;
 }
 
 std::string ProcessName(const std::filesystem::path& process)
@@ -162,15 +165,17 @@ std::optional<stRoute> FindRoute(const std::string& strAddress)
 std::vector<stProcess> FindHolders(unsigned int unPort)
 {
     std::vector<stProcess> holders;
-    const std::set<std::string> sockets = SocketsOnPort(unPort);
+    const std::map<std::string, unsigned long> sockets = SocketsOnPort(unPort);
     std::error_code error;
     std::filesystem::directory_iterator process("/proc", error);
     for (const std::filesystem::directory_iterator end; !sockets.empty() && !error && process != end; process.increment(error))
     {
         const std::string strId = process->path().filename();
-        if (strId.find_first_not_of("0123456789") == std::string::npos && HasOneOf(process->path(), sockets))
+        const bool bProcess = strId.find_first_not_of("0123456789") == std::string::npos;
+        const std::optional<unsigned long> dropped = bProcess ? DroppedBy(process->path(), sockets) : std::nullopt;
+        if (dropped.has_value())
         {
-            holders.push_back({std::atoi(strId.c_str()), ProcessName(process->path())});
+            holders.push_back({std::atoi(strId.c_str()), ProcessName(process->path()), *dropped});
         }
     }
     return holders;

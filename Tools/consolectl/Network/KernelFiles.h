@@ -35,6 +35,7 @@ struct stProcess
 {
     int nId;
     std::string strName;
+    unsigned long ulDropped; // datagrams that its sockets on the port had no room for
 };
 
 // Who has a socket on this UDP port, as far as one may know.

@@ -53,6 +53,18 @@ std::string LinkText(const stMulticastLink& link)
     return Format("%s:%u, %s", link.strGroup.c_str(), link.unPort, ChoiceText(link.strInterface, link.strGroup).c_str());
 }
 
+void CheckSimpleSender(const char* szOption, const stMulticastLink& link)
+{
+    int nError = 0;
+    const std::string strRouted = RouteTo(c_szPPCGroup, nError);
+    if (!link.strInterface.empty() && InterfaceOf(link.strInterface) != InterfaceOf(strRouted))
+    {
+        throw stWrongUse(szOption, Format("such changes go where the system routes %s, and that is %s, not %s", c_szPPCGroup,
+                                          strRouted.empty() ? "nowhere" : InterfaceOf(strRouted).c_str(),
+                                          InterfaceOf(link.strInterface).c_str()));
+    }
+}
+
 std::string OwnAddress(const stMulticastLink& link)
 {
     int nError = 0;

@@ -28,6 +28,9 @@ std::string CheckGroup(const std::string& strText);
 // "225.0.0.46:7060, interface 127.0.0.1".
 std::string LinkText(const stMulticastLink& link);
 
+// The simple sender goes where the system routes changes, whatever interface was chosen: throws when that is another one.
+void CheckSimpleSender(const char* szOption, const stMulticastLink& link);
+
 // This machine's address there; empty when it has none.
 std::string OwnAddress(const stMulticastLink& link);
 

@@ -108,6 +108,9 @@ std::string CLiveTraffic::Listen(const std::string& strGroup, unsigned int unPor
     m_Sockets.push_back({nSocket, group, 0});
     SetOption(nSocket, SOL_SOCKET, SO_REUSEADDR, 1);
     SetOption(nSocket, SOL_SOCKET, SO_RCVBUF, c_nReceiveBuffer);
+#ifdef IP_MULTICAST_ALL
+    SetOption(nSocket, IPPROTO_IP, IP_MULTICAST_ALL, 0); // what others of this machine joined, on other interfaces, stays away
+#endif
     SetOption(nSocket, SOL_SOCKET, SO_TIMESTAMP, 1);
 #ifdef SO_RXQ_OVFL
     SetOption(nSocket, SOL_SOCKET, SO_RXQ_OVFL, 1);
@@ -180,6 +183,7 @@ bool CLiveTraffic::Receive(stSocket& from, stDatagram& datagram)
     datagram.source = {ntohl(source.sin_addr.s_addr), ntohs(source.sin_port)};
     datagram.destination = from.group;
     datagram.bytes.assign(m_Room.begin(), m_Room.begin() + nLength);
+    datagram.lNumber = ++m_lCame;
     return true;
 }
 

@@ -28,6 +28,7 @@ struct stDatagram
     stEndpoint source;
     stEndpoint destination;
     std::vector<unsigned char> bytes;
+    long lNumber = 0; // from 1: of those that came, or of a capture's packets
 };
 
 // What a source of datagrams has lost, as far as it knows.
@@ -42,7 +43,7 @@ class CTraffic
 public:
     virtual ~CTraffic() = default;
 
-    // Waits for the next datagram, for so many seconds at most; false when there is none.
+    // Waits for the next datagram, for so many seconds at most; false when there is none as yet.
     virtual bool Next(stDatagram& datagram, double dSeconds) = 0;
 
     // True when there will be no more; then empty, or why it was broken off.
@@ -84,4 +85,5 @@ private:
     std::vector<unsigned char> m_Room;
     std::size_t m_unNext = 0; // which socket is looked at first
     std::uint32_t m_unTooLong = 0;
+    long m_lCame = 0;
 };

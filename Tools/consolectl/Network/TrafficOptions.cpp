@@ -22,7 +22,7 @@ std::unique_ptr<CTraffic> OpenTraffic(const stTrafficOptions& options)
     }
     if (!bLive)
     {
-        Line("datagrams from %s, %s bytes", options.strCapture.c_str(), Grouped(pCapture->GetSize()).c_str());
+        Line("datagrams from %s, %s bytes", Printable(options.strCapture).c_str(), Grouped(pCapture->GetSize()).c_str());
         return pCapture;
     }
     Describe(options.link, pLive->GetReceiveBufferSize());

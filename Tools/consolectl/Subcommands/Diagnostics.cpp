@@ -157,9 +157,9 @@ bool HaveSchema(const std::string& strSchema)
     return true;
 }
 
-int Names()
+int Names(int nCount)
 {
-    CTable table({{"number", -6}, {"name", 1}});
+    CShortTable table(nCount, {{"number", -6}, {"name", 1}});
     for (int nNumber = 0; nNumber < XMLDiagnosticsParametersDSP::c_nNames; ++nNumber)
     {
         const char* szName = XMLDiagnosticsParametersDSP::GetName(nNumber);
@@ -277,5 +277,7 @@ void AddDiagnostics(CCommand& console)
 
     CCommand names = diagnostics.Add("names", "List the parameters that have a name");
     AddFormatOption(names);
-    names.Runs(Names);
+    const auto pRows = std::make_shared<int>(0);
+    AddRowsOption(names, *pRows, "parameters");
+    names.Runs([pRows] { return Names(*pRows); });
 }

@@ -6,6 +6,7 @@
 #include "Terminal/Arguments.h"
 #include "Terminal/Output.h"
 
+#include <array>
 #include <bitset>
 #include <memory>
 #include <vector>
@@ -42,21 +43,13 @@ CCell PeriodCell(float fMilliseconds)
 // Each second's row: text says the types' states in one, programs get the state and age of each.
 std::vector<stColumn> RowColumns()
 {
-    static const auto names = []
-    {
-        std::vector<std::string> texts;
-        for (const char* szType : caMessageTypeNames)
-        {
-            texts.push_back(szType);
-            texts.push_back(std::string(szType) + "_age");
-        }
-        return texts;
-    }();
+    static std::array<std::string, c_nMessageTypes> s_Ages; // the columns' names, which stay here
     std::vector<stColumn> columns = {{"time", 12},      {"sender", 15, true}, {"surface_ms", -10}, {"rotary_ms", -9},
                                      {"time_outs", -9}, {"check", 8},         {"types", 12}};
-    for (const std::string& strName : names)
+    for (std::size_t unType = 0; unType < s_Ages.size(); ++unType)
     {
-        columns.push_back({strName.c_str(), 0});
+        s_Ages[unType] = std::string(caMessageTypeNames[unType]) + "_age";
+        columns.insert(columns.end(), {{caMessageTypeNames[unType], 0}, {s_Ages[unType].c_str(), 0}});
     }
     return columns;
 }
@@ -223,7 +216,8 @@ int CFollow::Finish()
     {
         PrintStatistics(m_Follower);
     }
-    const std::string strError = m_Options.strSave.empty() ? std::string() : SaveImage(m_Image, m_Options.strSave);
+    // What isn't whole takes no file's place.
+    const std::string strError = m_Options.strSave.empty() || !IsWhole() ? std::string() : SaveImage(m_Image, m_Options.strSave);
     if (!strError.empty())
     {
         return Fail(strError);
@@ -241,7 +235,8 @@ int CFollow::Finish()
             return Fail(AddressText(tracked.change.address) + " never came back from the MC");
         }
     }
-    return IsWhole() ? int(enExitDone) : Fail("the image is not whole");
+    return IsWhole() ? int(enExitDone)
+                     : Fail(std::string("the image is not whole") + (m_Options.strSave.empty() ? "" : ": nothing is saved"));
 }
 
 int CFollow::Run()
@@ -249,6 +244,7 @@ int CFollow::Run()
     SimpleUDPPPCSender filter;
     for (const std::string& strChange : m_Options.changes)
     {
+        CheckSimpleSender("--set", m_Options.link);
         const stChange change = ParseChange(strChange);
         if (filter._FilterPacket(change.address.enType, change.address.enPathType, change.address.nParam))
         {
@@ -258,7 +254,8 @@ int CFollow::Run()
     }
     m_Image.SetUseSimplePPCSender(!m_Changes.empty());
     m_Image.InitSimplePPCSenderComms();
-    const std::string strError = OpenLink(m_Follower, m_Options.link);
+    const std::string strWhyNot = WhyNotSaved(m_Options.strSave);
+    const std::string strError = strWhyNot.empty() ? OpenLink(m_Follower, m_Options.link) : strWhyNot;
     if (!strError.empty())
     {
         return Fail(strError);

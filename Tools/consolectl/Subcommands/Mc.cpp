@@ -81,7 +81,7 @@ void CMc::PrintCounts() const
 int CMc::Finish()
 {
     PrintCounts();
-    if (Updates().GetSent() == 0 && !Updates().LostAll())
+    if (Updates().GetSent() == 0 && !Updates().LostAll() && !OutputFailed())
     {
         return Fail(Format("nothing could be sent to %s: is there an interface with a multicast route?",
                            m_Options.mc.link.strGroup.c_str()));
@@ -96,7 +96,8 @@ int CMc::Finish()
 
 int CMc::Start()
 {
-    const std::string strError = Open();
+    const std::string strWhyNot = WhyNotSaved(m_Options.strSave);
+    const std::string strError = strWhyNot.empty() ? Open() : strWhyNot;
     if (!strError.empty())
     {
         return Fail(strError);

@@ -59,7 +59,7 @@ int Record(const stOptions& options)
     const char* const szImage = pShadow->IsWhole() ? "whole" : "not whole";
     const std::string strCheckWord = CheckWordText(pShadow->Image());
     PrintResult(Format("%s: %s in %.2f s, %u dropped by the kernel; the image they lead to is %s, check word %s",
-                       options.strFile.c_str(), Counted(writer.GetDatagrams(), "datagrams").c_str(), SecondsSince(start),
+                       Printable(options.strFile).c_str(), Counted(writer.GetDatagrams(), "datagrams").c_str(), SecondsSince(start),
                        loss.unKernel + loss.unSize, szImage, strCheckWord.c_str()),
                 {{"time", CCell::Time(TimeNow())},
                  {"sender", pShadow->GetMC().AddressText()},

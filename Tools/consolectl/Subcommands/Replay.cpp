@@ -7,7 +7,6 @@
 #include "Terminal/Output.h"
 
 #include <cstring>
-#include <filesystem>
 #include <memory>
 
 namespace
@@ -111,16 +110,21 @@ bool CReplay::PlayOnce(CCaptureFile& capture)
     m_Start = tSteadyClock::now();
     m_lRead = 0;
     CProgress progress("replay", capture.GetSize());
-    for (stDatagram datagram; capture.Next(datagram, 0);)
+    for (stDatagram datagram; !capture.IsOver();)
     {
-        m_nFirst = m_lRead == 0 ? datagram.nTime : m_nFirst;
-        if (m_Options.dAt >= 0 && static_cast<double>(datagram.nTime - m_nFirst) / 1e6 > m_Options.dAt)
+        const bool bDatagram = capture.Next(datagram, 0);
+        m_bLimited = (bDatagram || !capture.IsOver()) && m_Options.limits.Reached(m_lAll, m_Began);
+        if (m_bLimited)
         {
             return true;
         }
-        if (m_Options.limits.Reached(m_lAll, m_Began))
+        if (!bDatagram)
         {
-            m_bLimited = true;
+            continue;
+        }
+        m_nFirst = m_lRead == 0 ? datagram.nTime : m_nFirst;
+        if (m_Options.dAt >= 0 && static_cast<double>(datagram.nTime - m_nFirst) / 1e6 > m_Options.dAt)
+        {
             return true;
         }
         ++m_lAll;
@@ -140,18 +144,12 @@ bool CReplay::PlayOnce(CCaptureFile& capture)
     return true;
 }
 
-// What isn't whole takes no file's place, and nothing takes the recording's.
+// What isn't whole takes no file's place.
 std::string CReplay::Save()
 {
-    std::error_code error;
-    if (m_Options.strSave.empty())
-    {
-        return "";
-    }
-    return !m_pShadow->IsWhole() ? "the image is not whole: nothing is saved"
-           : std::filesystem::equivalent(m_Options.strSave, m_Options.strFile, error)
-               ? m_Options.strSave + " is the recording: nothing is saved"
-               : SaveImage(m_pShadow->Image(), m_Options.strSave);
+    return m_Options.strSave.empty() ? ""
+           : !m_pShadow->IsWhole()   ? "the image is not whole: nothing is saved"
+                                     : SaveImage(m_pShadow->Image(), m_Options.strSave);
 }
 
 // Whether it got where the recording did.
@@ -160,7 +158,13 @@ int CReplay::Judge(const CCaptureFile& capture)
     CBMAContainer& image = m_pShadow->Image();
     const char* const szImage = m_pShadow->IsWhole() ? "whole" : "not whole";
     const std::string strCheckWord = CheckWordText(image);
-    PrintResult(Format("%s: %s, %s sent; the image they lead to is %s, check word %s", m_Options.strFile.c_str(),
+    const stCaptureEnd* const pEnd = capture.GetEnd();
+    const bool bToTheEnd = !m_bLimited && !StopRequested() && m_Options.dAt < 0;
+    std::uint32_t aunCheckWords[c_nMessageTypes];
+    ReadCheckWords(image, aunCheckWords);
+    const bool bThere = pEnd != nullptr && pEnd->lDatagrams == m_lRead &&
+                        std::memcmp(aunCheckWords, pEnd->aunCheckWords, sizeof aunCheckWords) == 0;
+    PrintResult(Format("%s: %s, %s sent; the image they lead to is %s, check word %s", Printable(m_Options.strFile).c_str(),
                        Counted(m_lRead, "datagrams").c_str(), Grouped(m_lSent).c_str(), szImage, strCheckWord.c_str()),
                 {{"time", CCell::Time(TimeNow())},
                  {"sender", m_pShadow->GetMC().AddressText()},
@@ -168,7 +172,8 @@ int CReplay::Judge(const CCaptureFile& capture)
                  {"datagrams", m_lRead},
                  {"sent", m_lSent},
                  {"image", szImage},
-                 {"check_word", strCheckWord}});
+                 {"check_word", strCheckWord},
+                 {"proved", !bToTheEnd || pEnd == nullptr ? CCell() : CCell(bThere ? "yes" : "no")}});
     if (m_lUpdates == 0)
     {
         return Fail(capture.GetError().empty() ? "none of its datagrams went to " + m_Updates.Text() +
@@ -180,24 +185,18 @@ int CReplay::Judge(const CCaptureFile& capture)
     {
         return Fail(strError);
     }
-    if (m_bLimited)
+    if (!bToTheEnd)
     {
-        return m_Options.limits.Status(m_lAll, "datagrams");
+        m_Options.dAt < 0 ? Line("ended before the recording: nothing is proved") : void();
+        return m_bLimited ? m_Options.limits.Status(m_lAll, "datagrams") : int(enExitDone);
     }
-    if (StopRequested() || m_Options.dAt >= 0)
-    {
-        return enExitDone;
-    }
-    const stCaptureEnd* const pEnd = capture.GetEnd();
     if (pEnd == nullptr)
     {
         return Fail(m_Options.strFile + (capture.GetError().empty()
                                              ? " has no end of a recording: broken off, or made by another tool"
                                              : " was broken off: " + capture.GetError()));
     }
-    std::uint32_t aunCheckWords[c_nMessageTypes];
-    ReadCheckWords(image, aunCheckWords);
-    if (pEnd->lDatagrams != m_lRead || std::memcmp(aunCheckWords, pEnd->aunCheckWords, sizeof aunCheckWords) != 0)
+    if (!bThere)
     {
         return Fail(Format("the recording led elsewhere: it ended after %s with other check words",
                            Counted(pEnd->lDatagrams, "datagrams").c_str()));
@@ -208,6 +207,11 @@ int CReplay::Judge(const CCaptureFile& capture)
 
 int CReplay::Run()
 {
+    const std::string strWhyNot = WhyNotSaved(m_Options.strSave);
+    if (!strWhyNot.empty())
+    {
+        return Fail(strWhyNot);
+    }
     if (!m_Options.bSilent)
     {
         if (!m_Socket.InitialiseLocalSockets(0, nullptr, m_Options.link.strInterface.c_str(), 1))
@@ -228,7 +232,7 @@ int CReplay::Run()
         {
             return Fail("nothing can be sent: " + LinkText(m_Options.link));
         }
-        if (!m_Options.bLoop || StopRequested() || m_bLimited || m_lUpdates == 0)
+        if (!m_Options.bLoop || StopRequested() || m_bLimited || m_lRead == 0 || m_lUpdates == 0)
         {
             return Judge(capture);
         }

@@ -73,16 +73,18 @@ std::vector<stTimedChange> MakeRamp(const stOptions& options)
 // "SECONDS ADDRESS VALUE" a line; empty lines and those that begin with # are passed over.
 std::vector<stTimedChange> ReadScript(const std::string& strFile)
 {
-    const std::filesystem::file_type type = std::filesystem::status(strFile).type();
+    std::error_code noError;
+    const std::filesystem::file_type type = std::filesystem::status(strFile, noError).type();
     std::ifstream file(strFile);
     if (!file || (type != std::filesystem::file_type::regular && type != std::filesystem::file_type::fifo))
     {
         throw std::runtime_error(strFile + ": it can't be read");
     }
     std::vector<stTimedChange> changes;
-    std::string strLine;
-    for (int nLine = 1; std::getline(file, strLine); ++nLine)
+    char acLine[256];
+    for (int nLine = 1; file.getline(acLine, sizeof acLine); ++nLine)
     {
+        std::string strLine(acLine, static_cast<std::size_t>(file.gcount()) - (file.eof() ? 0 : 1)); // without its end
         strLine.erase(strLine.find_last_not_of('\r') + 1);
         if (strLine.empty() || strLine[0] == '#')
         {
@@ -106,9 +108,9 @@ std::vector<stTimedChange> ReadScript(const std::string& strFile)
             throw stWrongUse(Format("--script, line %d", nLine), error.what());
         }
     }
-    if (file.bad())
+    if (!file.eof()) // a line that has no end, or a failure
     {
-        throw std::runtime_error(strFile + ": it can't be read");
+        throw std::runtime_error(Format("%s: a line of it is too long, or can't be read", strFile.c_str()));
     }
     return changes;
 }

@@ -45,6 +45,10 @@ std::vector<stChange> ParseChanges(const stOptions& options)
 int Set(const stOptions& options)
 {
     const std::vector<stChange> changes = ParseChanges(options);
+    if (options.client.bDirect)
+    {
+        CheckSimpleSender("--direct", options.client.link);
+    }
     SimpleUDPPPCSender sender;
     unsigned int unTypes = 0;
     for (const stChange& change : changes)

@@ -117,33 +117,48 @@ int SaveShow(const stShowOptions& options)
     }
     const int nParameters = CountRecalled(*pShow);
     PrintResult(
-        Format("show \"%s\" saved to %s: %s", options.strName.c_str(), options.strFile.c_str(),
+        Format("show \"%s\" saved to %s: %s", options.strName.c_str(), Printable(options.strFile).c_str(),
                Counted(nParameters, "parameters").c_str()),
         {{"time", CCell::Time(TimeNow())}, {"sender", pClient->Sender()}, {"show", options.strName}, {"parameters", nParameters}});
     return enExitDone;
+}
+
+// Leaves the show as it is then in image. Empty, or what went wrong.
+std::string ChangeScope(const stShowOptions& options, const std::vector<stPattern>& patterns, CBMAContainer& image)
+{
+    int nNotStored = 0;
+    const auto change = [&](std::vector<stShowBlock>& blocks)
+    {
+        const std::string strError = ApplyShowBlocks(blocks, image);
+        for (const stPattern& pattern : patterns)
+        {
+            nNotStored += SetScope(image, pattern, options);
+        }
+        blocks = MakeShowBlocks(image);
+        return strError.empty() ? strError : options.strFile + ": show \"" + options.strName + "\": " + strError;
+    };
+    CShowFile file;
+    std::string strError = file.Open(options.strFile, false);
+    strError = strError.empty() ? file.Change(options.strName, change) : strError;
+    if (strError.empty() && nNotStored > 0)
+    {
+        Line("%s not in the show, and out of it still", Counted(nNotStored, "parameters").c_str());
+    }
+    return strError;
 }
 
 int ScopeShow(const stShowOptions& options)
 {
     const std::vector<stPattern> patterns =
         options.scope.empty() ? std::vector<stPattern>{c_EveryParameter} : ParsePatterns(options.scope);
-    const auto pShow = std::make_unique<CBMAContainer>();
-    std::string strError = ReadShow(options.strFile, options.strName, *pShow);
-    if (strError.empty() && (!options.strRecall.empty() || !options.strStore.empty()))
+    if (options.strRecall == "on" && options.strStore == "off")
     {
-        int nNotStored = 0;
-        for (const stPattern& pattern : patterns)
-        {
-            nNotStored += SetScope(*pShow, pattern, options);
-        }
-        CShowFile file;
-        strError = file.Open(options.strFile, false);
-        strError = strError.empty() ? file.Save(options.strName, MakeShowBlocks(*pShow), true) : strError;
-        if (strError.empty() && nNotStored > 0)
-        {
-            Line("%s of them are not in the show, and stay out of it", Grouped(nNotStored).c_str());
-        }
+        throw stWrongUse("--recall on", "what --store off takes out of the show can't be brought back");
     }
+    const auto pShow = std::make_unique<CBMAContainer>();
+    const bool bChanges = !options.strRecall.empty() || !options.strStore.empty();
+    const std::string strError =
+        bChanges ? ChangeScope(options, patterns, *pShow) : ReadShow(options.strFile, options.strName, *pShow);
     if (!strError.empty())
     {
         return Fail(strError);
@@ -156,11 +171,11 @@ int ListShows(const stShowOptions& options)
 {
     return WithFile(
         options,
-        [](CShowFile& file)
+        [&options](CShowFile& file)
         {
             std::vector<stShowEntry> entries;
             std::string strError = file.List(entries);
-            CTable table({{"saved", 23}, {"parameters", -10}, {"show", 1}});
+            CShortTable table(options.nShows, {{"saved", 23}, {"parameters", -10}, {"show", 1}});
             if (strError.empty())
             {
                 table.PrintHead();
@@ -183,8 +198,9 @@ int DeleteShow(const stShowOptions& options)
                         std::string strError = file.Delete(options.strName);
                         if (strError.empty())
                         {
-                            PrintResult(Format("show \"%s\" deleted from %s", options.strName.c_str(), options.strFile.c_str()),
-                                        {{"deleted", options.strName}});
+                            PrintResult(
+                                Format("show \"%s\" deleted from %s", options.strName.c_str(), Printable(options.strFile).c_str()),
+                                {{"time", CCell::Time(TimeNow())}, {"deleted", options.strName}});
                         }
                         return strError;
                     });
@@ -232,6 +248,7 @@ void AddShow(CCommand& console)
     scope.Option("--recall", pOptions->strRecall, "Bring these back, or don't").OneOf({"on", "off"});
     scope.Option("--store", pOptions->strStore, "Take these out of the show").OneOf({"off"});
     addCount(scope);
-    add("list", "List the shows of a file", false, false, ListShows);
+    CCommand list = add("list", "List the shows of a file", false, false, ListShows);
+    AddRowsOption(list, pOptions->nShows, "shows");
     add("delete", "Take a show out of a file", true, false, DeleteShow);
 }

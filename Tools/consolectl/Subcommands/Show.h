@@ -18,6 +18,7 @@ struct stShowOptions
     std::string strRecall;  // on, off or empty: as it is
     std::string strStore;   // off or empty
     int nCount = c_nEnough; // rows shown
+    int nShows = 0;
     bool bReplace = false;
 };
 

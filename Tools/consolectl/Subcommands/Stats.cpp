@@ -1,4 +1,5 @@
 // consolectl stats: who sent what, how fast, and what was lost on the way.
+#include "Network/KernelFiles.h"
 #include "Network/LossFinder.h"
 #include "Network/Shadow.h"
 #include "Network/TrafficOptions.h"
@@ -9,6 +10,8 @@
 #include <cmath>
 #include <map>
 #include <memory>
+
+#include <unistd.h>
 
 namespace
 {
@@ -64,6 +67,7 @@ private:
     void PrintLost(const std::vector<stLostMessage>& lost);
     long PrintFlows(); // returns how many sent updates
     void PrintLayers(const stTrafficLoss& loss);
+    void PrintOthers();
     void Row(const std::string& strSender, const char* szKind, const std::string& strWhat, long lCount, double dBytes = -1);
     double Seconds() const { return std::max(static_cast<double>(m_nLast - m_nFirst) / 1e6, 0.0); }
 
@@ -141,9 +145,24 @@ long CStats::PrintFlows()
     return lMCs;
 }
 
+// What the kernel dropped of those who listen on this machine, since they began: a follower that runs is one of them.
+void CStats::PrintOthers()
+{
+    for (const stProcess& process :
+         m_Options.traffic.strCapture.empty() ? FindHolders(m_Options.traffic.link.unPort) : std::vector<stProcess>())
+    {
+        if (process.nId != getpid())
+        {
+            m_Table.Print({CCell::Time(m_nLast), "", "kernel", static_cast<long>(process.ulDropped), CCell(), CCell(),
+                           Format("of %s (process %d), since it began", process.strName.c_str(), process.nId)});
+        }
+    }
+}
+
 void CStats::PrintLayers(const stTrafficLoss& loss)
 {
     Row("", "kernel", "the receive buffer was full", loss.unKernel);
+    PrintOthers();
     Row("", "frame size", "longer than a datagram, or cut short", loss.unSize);
     const stReceiveStatistics statistics = m_Shadow.Follower().GetStatistics();
     for (const auto& layer : caLayers)

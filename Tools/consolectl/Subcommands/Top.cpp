@@ -7,6 +7,7 @@
 #include "Terminal/Output.h"
 #include "Terminal/Screen.h"
 
+#include <algorithm>
 #include <memory>
 
 #include <unistd.h>
@@ -96,12 +97,13 @@ void CTop::DrawSenders(CScreen& screen)
 {
     screen.Text(Format("%-24s %12s %16s", "sender", "datagrams/s", "bytes/s"), enStrong);
     const stSecond& second = m_Activity.GetSecond();
+    const int nMost = std::clamp(screen.RowsLeft() / 3, 1, c_nMostSenders); // parameters want to be seen, too
     int nShown = 0;
-    for (const auto& entry : second.senders)
+    for (const auto& entry : second.Senders())
     {
-        if (++nShown > c_nMostSenders)
+        if (++nShown > nMost)
         {
-            screen.Text(Format("... and %zu more", second.senders.size() - c_nMostSenders), enFaint);
+            screen.Text(Format("... and %zu more", second.senders.size() - static_cast<std::size_t>(nMost)), enFaint);
             break;
         }
         screen.Text(Format("%-24s %12ld %16s", entry.first.c_str(), second.PerSecond(entry.second.dDatagrams),
@@ -215,7 +217,7 @@ void CTop::PrintSecond(CTable& table)
     const stSecond& second = m_Activity.GetSecond();
     const CCell time = CCell::Time(TimeNow());
     const std::string strMC = m_Activity.SecondsSilent() < 0 ? "" : m_Shadow.GetMC().AddressText();
-    for (const auto& sender : second.senders)
+    for (const auto& sender : second.Senders())
     {
         table.Print({time, sender.first, "datagrams", CCell(), CCell(), CCell(), CCell(),
                      second.PerSecond(sender.second.dDatagrams), second.PerSecond(sender.second.dBytes)});

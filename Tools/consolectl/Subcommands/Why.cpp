@@ -45,8 +45,9 @@ private:
                     {"write", 15},
                     {"old", -11},
                     {"new", -11},
-                    {"datagram", 32},
+                    {"datagram", 48},
                     {"filter", 36}}};
+    long m_lDatagram = 0; // what is written comes from it; of an update, from its last
     long m_lWrites = 0;
 };
 
@@ -56,7 +57,7 @@ void CWhy::PrintRequest(const stClientChange& request)
     const char* const szDatagram = request.nDatagramType == enDatagramPPCFlagged ? "flagged change" : "changes";
     m_Table.Print({CCell::Time(request.nTime), request.client.Text(), AddressText(m_Address), "client asks for", CCell(),
                    ValueCell(m_Address, request.value),
-                   Format("%s, message %u, record %d", szDatagram, request.unMessageId, request.nRecord),
+                   Format("datagram %ld: %s, message %u, record %d", m_lDatagram, szDatagram, request.unMessageId, request.nRecord),
                    m_bFiltered ? "sent, though on the fixed filter list" : "sent"});
     ++m_lWrites;
 }
@@ -66,12 +67,13 @@ void CWhy::PrintChange(const stImageChange& change)
     const std::string strWrite = change.client == stEndpoint() ? "MC changes" : "MC grants";
     m_Table.Print({CCell::Time(change.nTime), change.sender.Text(), AddressText(m_Address), strWrite,
                    ValueCell(m_Address, change.before), ValueCell(m_Address, change.after),
-                   Format("update, message %u", change.unMessageId), "updates have no filter"});
+                   Format("datagram %ld: update, message %u", m_lDatagram, change.unMessageId), "updates have no filter"});
     ++m_lWrites;
 }
 
 void CWhy::Take(stDatagram& datagram)
 {
+    m_lDatagram = datagram.lNumber;
     m_Shadow.Take(datagram);
     for (const stClientChange& request : m_Shadow.GetRequests())
     {

@@ -6,6 +6,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <ctime>
+#include <filesystem>
 #include <sstream>
 
 #include <fcntl.h>
@@ -72,7 +73,13 @@ void CatchStopSignals()
     action.sa_flags = SA_RESTART; // of writes, which would lose a row; what waits is broken off all the same
     for (const int nSignal : {SIGINT, SIGTERM, SIGHUP, SIGQUIT})
     {
-        sigaction(nSignal, &action, nullptr);
+        struct sigaction before = {};
+        sigaction(nSignal, nullptr, &before);
+        // Ignored, as nohup asks for, a hang-up stays so. A script's shell lets all that is in the background ignore the others.
+        if (nSignal != SIGHUP || before.sa_handler != SIG_IGN)
+        {
+            sigaction(nSignal, &action, nullptr);
+        }
     }
 }
 
@@ -208,6 +215,16 @@ std::string Joined(const std::vector<std::string>& texts, const std::string& str
         strJoined += (&strText == &texts.front() ? "" : strBetween) + strText;
     }
     return strJoined;
+}
+
+std::string WhyNoFile(const std::string& strFile)
+{
+    std::error_code error;
+    const std::filesystem::file_status status = std::filesystem::status(strFile, error);
+    return std::filesystem::is_regular_file(status)                 ? ""
+           : status.type() == std::filesystem::file_type::not_found ? strFile + ": there is no such file"
+           : !std::filesystem::status_known(status)                 ? strFile + ": " + error.message()
+                                                                    : strFile + ": not a file";
 }
 
 std::string ShellQuoted(const std::string& strText)

@@ -25,7 +25,7 @@ struct stWrongUse : std::runtime_error
     stWrongUse(const std::string& strPart, const std::string& strWhat) : std::runtime_error(strPart + ": " + strWhat) {}
 };
 
-// From when Ctrl-C is asked for, StopRequested tells whether it came.
+// From when Ctrl-C is asked for, StopRequested tells whether it came. A hang-up that is ignored stays so.
 void CatchStopSignals();
 bool StopRequested();
 
@@ -71,6 +71,9 @@ std::string Wrapped(const std::string& strLine, int nWidth, int nIndent);
 std::string Replaced(const std::string& strText, const std::map<char, const char*>& replacements);
 
 std::string Joined(const std::vector<std::string>& texts, const std::string& strBetween);
+
+// Empty for a file, whatever a link leads to; else that there is none, that it is something else, or why the system doesn't tell.
+std::string WhyNoFile(const std::string& strFile);
 
 // The text as one word of a shell's line; as it is where that is plain.
 std::string ShellQuoted(const std::string& strText);
