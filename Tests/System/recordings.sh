@@ -63,6 +63,8 @@ contains "kept.pcap: it is no image, and stays as it is"
 cmp "$recording" "$work/kept.pcap" || fail "the recording is another one"
 expect 0 "beyond its end" "$@" replay "$recording" --silent --at 500
 contains "the recording ends before: this is how it was at its end"
+output=$("$@" record "$work/silence.pcap" --timeout 0.3 --group 239.1.2.3 --format json 2>/dev/null)
+contains '"sender": "", '
 # Whether it got there is told to programs as well; what was ended early says that it proves nothing.
 for ended in '' '--count 10' '--at 1'; do
     # shellcheck disable=SC2086

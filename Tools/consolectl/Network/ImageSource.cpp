@@ -95,7 +95,7 @@ int LoadCapture(const std::string& strFile, double dAt, const stClientOptions& o
         Line("%s has no end of a recording: broken off, or made by another tool", Printable(strFile).c_str());
     }
     *named.pImage = pShadow->Image();
-    named.strSender = pShadow->GetMC().AddressText();
+    named.strSender = pShadow->SenderText();
     return pShadow->IsWhole() ? int(enExitDone)
                               : Fail(Format("%s: the image that its updates to %s:%u lead to is not whole", strFile.c_str(),
                                             options.link.strGroup.c_str(), options.link.unPort));

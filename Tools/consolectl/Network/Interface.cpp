@@ -119,7 +119,9 @@ std::string FindInterface(const std::string& strNameOrAddress)
         {
             if (interface.strAddress.empty())
             {
-                throw stWrongUse("--interface", strNameOrAddress + " has no IPv4 address");
+                const std::string strRepair = interface.Repair();
+                throw stWrongUse("--interface", strNameOrAddress + " has no IPv4 address" +
+                                                    (strRepair.empty() ? "" : "; try: " + strRepair));
             }
             return interface.strAddress;
         }

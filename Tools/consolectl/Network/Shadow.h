@@ -53,7 +53,10 @@ public:
     CBMAContainer& Image() { return *m_pImage; }
     const CStateFollower& Follower() const { return *m_pFollower; }
     bool IsWhole() const { return m_pFollower->GetTypesReceived() == c_unWholeImage; }
-    const stEndpoint& GetMC() const { return m_MC; } // who sent the last update
+
+    // Who sent the last update; and as text, empty for nobody.
+    const stEndpoint& GetMC() const { return m_MC; }
+    std::string SenderText() const { return m_MC == stEndpoint() ? std::string() : m_MC.AddressText(); }
 
 private:
     struct stRequest

@@ -62,7 +62,7 @@ int Record(const stOptions& options)
                        Printable(options.strFile).c_str(), Counted(writer.GetDatagrams(), "datagrams").c_str(), SecondsSince(start),
                        loss.unKernel + loss.unSize, szImage, strCheckWord.c_str()),
                 {{"time", CCell::Time(TimeNow())},
-                 {"sender", pShadow->GetMC().AddressText()},
+                 {"sender", pShadow->SenderText()},
                  {"file", options.strFile},
                  {"datagrams", writer.GetDatagrams()},
                  {"dropped", loss.unKernel + loss.unSize},

@@ -167,7 +167,7 @@ int CReplay::Judge(const CCaptureFile& capture)
     PrintResult(Format("%s: %s, %s sent; the image they lead to is %s, check word %s", Printable(m_Options.strFile).c_str(),
                        Counted(m_lRead, "datagrams").c_str(), Grouped(m_lSent).c_str(), szImage, strCheckWord.c_str()),
                 {{"time", CCell::Time(TimeNow())},
-                 {"sender", m_pShadow->GetMC().AddressText()},
+                 {"sender", m_pShadow->SenderText()},
                  {"file", m_Options.strFile},
                  {"datagrams", m_lRead},
                  {"sent", m_lSent},

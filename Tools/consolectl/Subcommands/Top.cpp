@@ -63,8 +63,8 @@ void CTop::DrawSummary(CScreen& screen, const stTrafficLoss& loss)
     const double dSilent = m_Activity.SecondsSilent();
     const std::string strMC = dSilent < 0 ? "no MC heard yet"
                               : dSilent > c_dSilent
-                                  ? Format("MC %s SILENT for %.1f s", m_Shadow.GetMC().AddressText().c_str(), dSilent)
-                                  : "MC " + m_Shadow.GetMC().AddressText();
+                                  ? Format("MC %s SILENT for %.1f s", m_Shadow.SenderText().c_str(), dSilent)
+                                  : "MC " + m_Shadow.SenderText();
     screen.Text(
         Format("consolectl top  %s:%u  %s", m_Options.traffic.link.strGroup.c_str(), m_Options.traffic.link.unPort, strMC.c_str()),
         dSilent < 0 || dSilent > c_dSilent ? enBad : enStrong);
@@ -216,7 +216,7 @@ void CTop::PrintSecond(CTable& table)
 {
     const stSecond& second = m_Activity.GetSecond();
     const CCell time = CCell::Time(TimeNow());
-    const std::string strMC = m_Activity.SecondsSilent() < 0 ? "" : m_Shadow.GetMC().AddressText();
+    const std::string strMC = m_Shadow.SenderText();
     for (const auto& sender : second.Senders())
     {
         table.Print({time, sender.first, "datagrams", CCell(), CCell(), CCell(), CCell(),
