@@ -120,8 +120,8 @@ std::string FindInterface(const std::string& strNameOrAddress)
             if (interface.strAddress.empty())
             {
                 const std::string strRepair = interface.Repair();
-                throw stWrongUse("--interface", strNameOrAddress + " has no IPv4 address" +
-                                                    (strRepair.empty() ? "" : "; try: " + strRepair));
+                throw stWrongUse("--interface",
+                                 strNameOrAddress + " has no IPv4 address" + (strRepair.empty() ? "" : "; try: " + strRepair));
             }
             return interface.strAddress;
         }

@@ -61,10 +61,9 @@ void CTop::DrawSummary(CScreen& screen, const stTrafficLoss& loss)
 {
     const stSecond& second = m_Activity.GetSecond();
     const double dSilent = m_Activity.SecondsSilent();
-    const std::string strMC = dSilent < 0 ? "no MC heard yet"
-                              : dSilent > c_dSilent
-                                  ? Format("MC %s SILENT for %.1f s", m_Shadow.SenderText().c_str(), dSilent)
-                                  : "MC " + m_Shadow.SenderText();
+    const std::string strMC = dSilent < 0           ? "no MC heard yet"
+                              : dSilent > c_dSilent ? Format("MC %s SILENT for %.1f s", m_Shadow.SenderText().c_str(), dSilent)
+                                                    : "MC " + m_Shadow.SenderText();
     screen.Text(
         Format("consolectl top  %s:%u  %s", m_Options.traffic.link.strGroup.c_str(), m_Options.traffic.link.unPort, strMC.c_str()),
         dSilent < 0 || dSilent > c_dSilent ? enBad : enStrong);
