@@ -131,7 +131,8 @@ void CFollower::SetAll(const py::object& values, double dTimeout)
 {
     std::vector<stChange> changes;
     unsigned int unTypes = 0;
-    for (const auto& item : py::dict(values))
+    const py::dict own = py::dict(values).attr("copy")(); // an address may run Python code, which may change what it was given
+    for (const auto& item : own)
     {
         const stAddress address = ToAddress(py::reinterpret_borrow<py::object>(item.first));
         const stValue value = address.enType == enMeter ? ParseValue(enMeter, "") // which it refuses

@@ -78,7 +78,7 @@ stValue ToMeter(const py::object& number)
     const long lValue = PyLong_AsLongAndOverflow(number.ptr(), &nOverflow);
     if (nOverflow != 0 || lValue < 0 || lValue > c_lHighestMeter)
     {
-        throw py::value_error(Format("address: \"%s\" is no value of type Meter: it takes a whole number from 0 to %ld",
+        throw py::value_error(Format("value: \"%s\" is no value of type Meter: it takes a whole number from 0 to %ld",
                                      Utf8(py::str(number)).c_str(), c_lHighestMeter));
     }
     stValue value;

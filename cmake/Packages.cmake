@@ -59,11 +59,16 @@ are buffers, followers, and a simulated master controller."
         "${library} ${same_version}" "python3 (>= 3.${Python3_VERSION_MINOR})" "python3 (<< 3.${next})")
 endif()
 set(CPACK_DEBIAN_DOCUMENTATION_PACKAGE_ARCHITECTURE all)
-set(CPACK_DEBIAN_LIBRARY_PACKAGE_CONTROL_EXTRA ${CMAKE_CURRENT_LIST_DIR}/triggers)
+set(CPACK_DEBIAN_LIBRARY_PACKAGE_CONTROL_EXTRA ${CMAKE_CURRENT_LIST_DIR}/triggers ${CMAKE_CURRENT_LIST_DIR}/postrm)
 
 install(DIRECTORY Documentation DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/logicalcontrols-doc COMPONENT documentation
     FILES_MATCHING PATTERN "*.md" PATTERN "*.svg")
-install(FILES README.md CONTRIBUTING.md DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/logicalcontrols-doc COMPONENT documentation)
+install(FILES README.md CONTRIBUTING.md CHANGELOG.md DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/logicalcontrols-doc COMPONENT documentation)
+install(CODE "
+    file(GLOB pages \"\$ENV{DESTDIR}\${CMAKE_INSTALL_PREFIX}/${CMAKE_INSTALL_DATADIR}/doc/logicalcontrols-doc/*.md\"
+        \"\$ENV{DESTDIR}\${CMAKE_INSTALL_PREFIX}/${CMAKE_INSTALL_DATADIR}/doc/logicalcontrols-doc/Documentation/*.md\")
+    execute_process(COMMAND sed -i -f ${CMAKE_CURRENT_SOURCE_DIR}/Documentation/installed.sed \${pages} COMMAND_ERROR_IS_FATAL ANY)"
+    COMPONENT documentation)
 install(DIRECTORY Examples/ DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/logicalcontrols-doc/examples COMPONENT documentation
     FILES_MATCHING PATTERN "*.cpp")
 include(CPack)

@@ -7,7 +7,7 @@ set -u
 here=$(cd "$(dirname "$0")" && pwd)
 list=$here/exported_symbols.txt
 abi=(--suppressions "$here/abi.suppressions" --exported-interfaces-only --drop-private-types)
-headers=$here/../../Source/Common
+headers=$here/../../Source/Common in_house=$here/../../Source/InHouse
 
 exported()
 {
@@ -17,7 +17,7 @@ exported()
 
 if [ "${2-}" = --update ]; then
     exported "$1" >"$list"
-    abidw "${abi[@]}" --headers-dir "$headers" --no-show-locs --no-corpus-path --no-comp-dir-path --no-parameter-names \
+    abidw "${abi[@]}" --headers-dir "$headers" --headers-dir "$in_house" --no-show-locs --no-corpus-path --no-comp-dir-path --no-parameter-names \
         --type-id-style hash --no-elf-needed --drop-undefined-syms "$1" | sed "s#$(cd "$here/../.." && pwd)/##g" >"$here/abi.xml"
     exit
 fi
@@ -26,7 +26,7 @@ if ! difference=$(diff "$list" <(exported "$1")); then
     echo "$difference"
     exit 1
 fi
-if ! difference=$(abidiff "${abi[@]}" --headers-dir2 "$headers" "$here/abi.xml" "$1"); then
+if ! difference=$(abidiff "${abi[@]}" --headers-dir2 "$headers" --headers-dir2 "$in_house" "$here/abi.xml" "$1"); then
     echo "FAILED: programs that are compiled would find another library:"
     echo "$difference"
     exit 1

@@ -48,10 +48,17 @@ done
 guide=/usr/share/doc/logicalcontrols-doc/Documentation/Guide.md
 log=$(PATH=$work/cmake/build:$PATH "$here/../System/run_documents.sh" $guide 2>&1) || fail "the Guide: $log"
 
+for page in /usr/share/doc/logicalcontrols-doc/{,Documentation/}*.md; do
+    for link in $(awk '/^```/ { fence = !fence } !fence' "$page" | grep -o '](\([^)#]*\)' | sed 's/](//' | grep -v '^http'); do
+        [ -e "$(dirname "$page")/$link" ] || fail "$page leads to no $link"
+    done
+done
+
 # The tool, its pages and its completion.
 [ "$("$here/../../Tools/in-namespace" consolectl params --format csv | wc -l)" = 241340 ] || fail "consolectl params"
 man -w consolectl-watch >/dev/null 2>&1 || [ -e /usr/share/man/man1/consolectl-watch.1.gz ] || fail "no page of consolectl watch"
 bash -c '. /usr/share/bash-completion/completions/consolectl && complete -p consolectl' >/dev/null || fail "completion"
+[ "$(zsh -fc 'autoload -Uz compinit; compinit -D -u; echo "${_comps[consolectl]}"')" = _consolectl ] || fail "completion in zsh"
 consolectl diagnostics send --print >"$work/report.xml"
 consolectl diagnostics validate "$work/report.xml" >/dev/null || fail "the schema isn't where the reader looks"
 [ -e /usr/share/doc/logicalcontrols-doc/reference/classCBMAContainer.html ] || fail "no reference of the headers"
@@ -68,6 +75,7 @@ log=$(dpkg -P python3-logicalcontrols logicalcontrols-tools liblogicalcontrols-d
 written >"$work/after"
 left=$(comm -13 "$work/before" "$work/after")
 [ -z "$left" ] || fail "left behind: $left"
+[ -d /opt ] || fail "the folder /opt is gone, which was there before"
 [ ! -e /opt/orvik ] && [ ! -e /usr/include/logicalcontrols ] || fail "folders left behind"
 [ $failures = 0 ] && echo "passed"
 [ $failures = 0 ]

@@ -63,7 +63,7 @@ class Values(unittest.TestCase):
     def test_say_what_is_taken(self):
         for value, text in (
             (7.0, "MicInput/2/Integer/1 takes a whole number, not float"),
-            (1 << 31, 'address: "2147483648" is no value of type Integer: it takes a whole number'),
+            (1 << 31, 'value: "2147483648" is no value of type Integer: it takes a whole number'),
         ):
             with self.assertRaises((TypeError, ValueError)) as raised:
                 lc.Image().set("MicInput/2/Integer/1", value)
@@ -335,6 +335,10 @@ class Files(unittest.TestCase):
         with self.assertRaises(OSError) as raised:
             lc.Image.load(self.file)
         self.assertEqual(str(raised.exception), f"{self.file}: not a whole image")
+        with self.assertRaises(OSError) as raised:
+            lc.Image().save(self.file)
+        self.assertEqual(str(raised.exception), f"{self.file}: it is no image, and stays as it is")
+        os.remove(self.file)
         lc.Image().save(self.file)
         os.truncate(self.file, 408619)
         for wrong in (self.file, self.folder.name, "/nowhere/image", "x" * 5000):

@@ -143,7 +143,7 @@ sed 's/:70[56]0 /:9000 /' "$golden/changes.hex" | capture "$work/ports.pcap"
 [ "$(frames "$work/changes.pcap" logicalcontrols)" = 14 ] || fail "a port that is ours"
 [ "$(frames "$work/changes.pcap" logicalcontrols -o logicalcontrols.ports:9000)" = 0 ] || fail "a port that is ours no more"
 
-# A recording: all of it ours but for its last packet, nothing to complain of, every item with a name to filter by.
+# A recording: all of it ours, its end in words as well, nothing to complain of, every item with a name to filter by.
 "$@" record "$work/live.pcap" --timeout 30 >"$work/record.log" 2>&1 &
 record=$!
 until_log "$work/record.log" "updates on"
@@ -158,7 +158,11 @@ wait $record || fail "record: $(cat "$work/record.log")"
 datagrams=$(sed -n 's/.*: \([0-9,]*\) datagrams in .*/\1/p' "$work/record.log" | tr -d ,)
 dissect -r "$work/live.pcap" -T pdml >"$work/live.pdml"
 [ "$(grep -c '<proto name="logicalcontrols"' "$work/live.pdml")" = "${datagrams:-none}" ] || fail "not all of $datagrams are ours"
-[ "$(frames "$work/live.pcap" '!logicalcontrols')" = 1 ] || fail "more than the last packet is not ours"
+[ "$(frames "$work/live.pcap" '!logicalcontrols && !logicalcontrols_recording')" = 0 ] || fail "not all of it is ours"
+[ "$(frames "$work/live.pcap" 'data || udp.payload && !logicalcontrols && !logicalcontrols_recording')" = 0 ] || fail "bytes without a name"
+check=$("$@" replay "$work/live.pcap" --silent --format json 2>/dev/null | jq -r .datagrams)
+[ "$(dissect -r "$work/live.pcap" -Y logicalcontrols_recording -T fields -e logicalcontrols_recording.datagrams)" = "$check" ] || fail "the end: $check"
+[ "$(frames "$work/live.pcap" 'logicalcontrols_recording.check_meter && logicalcontrols_recording.check_string')" = 1 ] || fail "no check words"
 sed -n '/<proto name="logicalcontrols"/,/<\/proto>/p' "$work/live.pdml" |
     grep '<field ' | grep -m 3 -v '<field name="logicalcontrols\.' >"$work/unnamed" && fail "items without a name: $(cat "$work/unnamed")"
 dissect -r "$work/live.pcap" -Y 'logicalcontrols && (_ws.expert || _ws.lua.error || _ws.malformed)' >"$work/rows"

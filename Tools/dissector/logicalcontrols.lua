@@ -104,7 +104,6 @@ local problems = {
     header = problem("bad_header", library.texts.header, ERROR),
     payload = problem("payload_too_long", library.texts.payload, ERROR),
     too_large = problem("fragment_too_large", library.texts.too_large, ERROR),
-    buffer = problem("message_too_large", library.texts.buffer, ERROR),
     behind = problem("bytes_behind", "bytes behind the payload, which are ignored", NOTE),
     cut = problem("capture_cut", "the capture has not all of this datagram", NOTE),
     repeated = problem("fragment_repeated", "fragment of a message that is joined already", WARN),
@@ -441,10 +440,6 @@ end
 
 local function add_joined(tree, pinfo, header, message, tvb)
     add_links(tree, message, pinfo, header.total)
-    if #message.bytes > library.max_message then
-        tree:add_proto_expert_info(problems.buffer)
-        return library.texts.buffer
-    end
     if #message.bytes == 0 then return add_message(tree, header, tvb, 0, 0) end
     return add_message(tree, header, ByteArray.new(message.bytes, true):tvb("Joined message"), 0, #message.bytes)
 end
@@ -468,7 +463,6 @@ local function why_refused(header, size)
         local text = ("type %d, number %d of %d"):format(header.type, header.number, header.total)
         return problems.header, library.texts.header .. ": " .. text
     end
-    if header.total == 1 and header.payload_length > library.max_message then return problems.buffer, library.texts.buffer end
     if header.payload_length > size - library.datagram_header then
         local text = ("%d bytes, of which %d came"):format(header.payload_length, size - library.datagram_header)
         return problems.payload, library.texts.payload .. ": " .. text
@@ -568,6 +562,43 @@ function report.dissector(tvb, pinfo, root)
     pinfo.cols.info = info
 end
 
+-- ---- The end of a recording, in words ------------------------------------------------------------------------------------------
+
+local recording = Proto("logicalcontrols_recording", "Logical Controls End of a Recording")
+recording.prefs.ports = Pref.range("UDP ports", "9", "Where consolectl says what a recording leads to", 65535)
+
+local recording_fields = {
+    datagrams = ProtoField.uint32("logicalcontrols_recording.datagrams", "Datagrams"),
+    dropped = ProtoField.uint32("logicalcontrols_recording.dropped", "Dropped by the kernel"),
+}
+for number, name in pairs(type_names) do
+    local filter = "logicalcontrols_recording.check_" .. name:lower()
+    recording_fields[number] = ProtoField.uint32(filter, "Check word of type " .. name, base.HEX)
+end
+recording.fields = recording_fields
+
+function recording.dissector(tvb, pinfo, root)
+    local text = tvb:len() > 0 and tvb:raw() or ""
+    local datagrams, dropped, words = text:match("^consolectl: end of recording, datagrams ()%d+, dropped ()%d+, check words ()[%x ]+$")
+    if not datagrams then return 0 end
+    local tree = root:add(recording, tvb())
+    local function add(field, at, base)
+        local digits = text:match("^%x+", at)
+        tree:add(field, tvb(at - 1, #digits), tonumber(digits, base))
+    end
+    add(recording_fields.datagrams, datagrams, 10)
+    add(recording_fields.dropped, dropped, 10)
+    local number = 0
+    for at in text:gmatch("()%x+", 1) do
+        if at >= words and recording_fields[number] then
+            add(recording_fields[number], at, 16)
+            number = number + 1
+        end
+    end
+    pinfo.cols.protocol = "LogicalControls"
+    pinfo.cols.info = "end of the recording, " .. several(tonumber(text:match("^%d+", datagrams)), "datagram")
+end
+
 -- ---- Ports --------------------------------------------------------------------------------------------------------------------
 
 local function listen(proto)
@@ -582,3 +613,4 @@ end
 
 listen(lc)
 listen(report)
+listen(recording)

@@ -54,7 +54,7 @@ constexpr struct
     enReceiveCounter enCounter;
 } caTexts[] = {
     {"too_short", enRejectedTooShort},      {"header", enRejectedHeader}, {"payload", enRejectedPayload},
-    {"too_large", enRejectedTooLarge},      {"buffer", enRejectedBuffer}, {"invalid_update", enDecodeErrorInvalid},
+    {"too_large", enRejectedTooLarge},      {"invalid_update", enDecodeErrorInvalid},
     {"body_length", enCountLengthMismatch},
 };
 
