@@ -53,9 +53,9 @@ constexpr struct
     const char* szName;
     enReceiveCounter enCounter;
 } caTexts[] = {
-    {"too_short", enRejectedTooShort},      {"header", enRejectedHeader}, {"payload", enRejectedPayload},
-    {"too_large", enRejectedTooLarge},      {"invalid_update", enDecodeErrorInvalid},
-    {"body_length", enCountLengthMismatch},
+    {"too_short", enRejectedTooShort},        {"header", enRejectedHeader},
+    {"payload", enRejectedPayload},           {"too_large", enRejectedTooLarge},
+    {"invalid_update", enDecodeErrorInvalid}, {"body_length", enCountLengthMismatch},
 };
 
 std::string Quoted(const char* szText)
