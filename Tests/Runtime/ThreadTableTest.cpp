@@ -324,6 +324,19 @@ TEST(ThreadTable, AnyThreadReadsStatistics)
     AtOnce(2000, {read, read, [&](int n) { QueueNumber(*pHandler, n); }, [&](int) { pHandler->UpdateBMA(); }});
 }
 
+TEST(ThreadTable, AnyThreadAsksTheSocket)
+{
+    const auto pHandler = OpenHandler();
+    ASSERT_TRUE(pHandler->StartPPCSender(0));
+    const unsigned int unPort = pHandler->GetLocalPort();
+    const auto ask = [&](int)
+    {
+        EXPECT_EQ(unPort, pHandler->GetLocalPort());
+        EXPECT_LT(0, pHandler->GetReceiveBufferSize());
+    };
+    AtOnce(1000, {ask, ask, [&](int n) { QueueNumber(*pHandler, n); }, [&](int) { pHandler->UpdateBMA(); }});
+}
+
 TEST(ThreadTable, AnyThreadSendsByTheSocket)
 {
     const auto pHandler = OpenHandler();
