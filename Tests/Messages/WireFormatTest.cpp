@@ -715,6 +715,44 @@ TEST(WireFormat, EachByteMapIsTheStructures)
     EXPECT_EQ(std::size(aHeaders), maps.size());
 }
 
+TEST(WireFormat, TheNumbersInItsSentencesAreTheLibrarys)
+{
+    const auto number = [](std::size_t unNumber)
+    {
+        std::string strText = std::to_string(unNumber);
+        return strText.size() > 3 ? strText.insert(strText.size() - 3, ",") : strText;
+    };
+    stMCUpdateHeader header = {};
+    header.unMarker = c_unMCUpdateMarker;
+    const CMCUpdateMsg message;
+    while (message.ValidateUpdate(reinterpret_cast<const unsigned char*>(&header)))
+    {
+        header.nUpdateType = header.nUpdateType + 1;
+    }
+    const std::size_t unChange = sizeof(stPPCRecordHeader) + 4;
+    const std::size_t unString = sizeof(stPPCRecordHeader) + RyGConsoleString::enSize;
+    const std::size_t unShowBlocks = MakeShowBlocks(*std::make_unique<CBMAContainer>()).size();
+    const std::string strPage = Text(Page());
+    for (const std::string& strSentence :
+         {"starts with " + number(sizeof(UDP_PACKET_HEADER)) + " bytes, and is at most " + number(c_nMaxDatagram) + " bytes long",
+          "type, signed, 0 to " + number(c_nDatagramTypeLimit - 1), "fragments of the message, 1 to " + number(c_nMaxFragments),
+          "| " + number(enDatagramMCUpdate) + " | an update message, in fragments of " + number(c_nMaxPayload) + " payload bytes",
+          "| " + number(enDatagramPPC) + " | serialised parameter changes",
+          "| " + number(enDatagramPPCFlagged) + " | one serialised", "outside 0 to " + number(c_nDatagramTypeLimit - 1),
+          "its total is above " + number(c_nMaxFragments),
+          "A " + number(sizeof(stPPCRecordHeader)) + "-byte header, then the value",
+          "datagrams are " + number(sizeof(UDP_PACKET_HEADER) + unChange) + " bytes long, or " +
+              number(sizeof(UDP_PACKET_HEADER) + unString) + " with a string",
+          "up to " + number(c_nMaxPayload / unChange) + " records of\nnumbers, or " + number(c_nMaxPayload / unString) +
+              " of strings",
+          "A " + number(sizeof(stMCUpdateHeader)) + "-byte header, then for each",
+          "update type, signed, at most " + number(static_cast<std::size_t>(int(header.nUpdateType) - 1)),
+          "A show has " + number(unShowBlocks) + " blocks"})
+    {
+        EXPECT_NE(std::string::npos, strPage.find(strSentence)) << strSentence;
+    }
+}
+
 TEST(WireFormat, NoChangeOfAnExampleGoesUnnoticed)
 {
     auto examples = Support::MarkedLines(Page(), "example");

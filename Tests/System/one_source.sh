@@ -300,6 +300,9 @@ for document in "$source"/README.md "$source"/Documentation/*.md; do
     [ -z "$update" ] || cmp -s "$document" "$work/document" || cat "$work/document" >"$document"
     diff "$document" "$work/document" >"$work/diff" || fail "$document says (<) and ought to say (>): $(cat "$work/diff")"
 done
+# In sentences, too.
+[ "$(cat "$source"/*.md "$source"/Documentation/*.md | grep -oE '24[0-9],[0-9]{3}|[0-9]+ groups' | sort -u | tr '\n' ' ')" = "241,339 51 groups " ] ||
+    fail "how many parameters and groups: $(grep -noE '24[0-9],[0-9]{3}|[0-9]+ groups' "$source"/*.md "$source"/Documentation/*.md)"
 [ "$(sort "$work/used" | tr '\n' ' ')" = "arrays changes common groups image types updates values " ] ||
     fail "the generated tables: $(sort "$work/used" | tr '\n' ' ')"
 finish
