@@ -17,6 +17,7 @@ namespace
 {
 
 constexpr std::size_t c_unImageSize = 408620; // an update with all seven arrays
+constexpr int c_nMostLinks = 40;              // that lead on to one another, as the system has it
 
 std::string LastError(const std::string& strFile)
 {
@@ -44,7 +45,8 @@ std::string ReplaceFile(const std::string& strFile, const std::vector<unsigned c
     std::error_code error;
     const std::filesystem::file_status status = std::filesystem::status(strFile, error);
     std::filesystem::path target = strFile;
-    while (std::filesystem::is_symlink(std::filesystem::symlink_status(target, error))) // not for ever: the status is known
+    for (int nLink = 0; nLink < c_nMostLinks && std::filesystem::is_symlink(std::filesystem::symlink_status(target, error));
+         ++nLink)
     {
         target = target.parent_path() / std::filesystem::read_symlink(target, error);
     }

@@ -56,11 +56,11 @@ std::string UTCText()
 }
 
 // Whether SQLite found what somebody had broken off.
-bool s_bRolledBack = false;
+bool g_bRolledBack = false;
 
 void NoteRollback(void*, int nCode, const char*)
 {
-    s_bRolledBack = s_bRolledBack || nCode == SQLITE_NOTICE_RECOVER_ROLLBACK;
+    g_bRolledBack = g_bRolledBack || nCode == SQLITE_NOTICE_RECOVER_ROLLBACK;
 }
 
 } // namespace
@@ -178,9 +178,9 @@ std::string CShowFile::OpenDatabase(bool bCreate)
     sqlite3_db_config(pDatabase, SQLITE_DBCONFIG_ENABLE_VIEW, 0, nullptr);
     sqlite3_limit(pDatabase, SQLITE_LIMIT_LENGTH, c_nLongestValue);
     sqlite3_busy_timeout(pDatabase, c_nBusyMilliseconds);
-    s_bRolledBack = false;
+    g_bRolledBack = false;
     const std::string strError = Check(bCreate);
-    if (s_bRolledBack)
+    if (g_bRolledBack)
     {
         Line("%s: a change of it was broken off, and is undone", Printable(m_strFile).c_str());
     }
