@@ -17,6 +17,9 @@ watching=$!
 sleep 1
 "${emulator[@]}" "$device" >"$work/device.log" 2>&1 &
 running=$!
+until_log "$work/monitor.log" "IOBOX 4"
+printf '<?xml version="1.0"?><VORN version="1.0"><DEV name="MC" id="1"><p i="138" v="4.5" e="0"/></DEV></VORN>' >/dev/udp/225.0.0.60/7070
+printf 'no report' >/dev/udp/225.0.0.60/7070
 expect 0 "a gain" "$@" set MicInput/2/Rotary/0 42.5 --timeout 30
 expect 0 "a gain that it does not have" "$@" set MicInput/1/Rotary/0 61 --timeout 30
 wait $running || fail "the device"
@@ -24,8 +27,6 @@ output=$(cat "$work/device.log")
 contains "switch 3: 0.0 -> 1.0"
 contains "gain 2: 0.0 -> 42.5"
 case $output in *"gain 1"*) fail "what it can't do: $output" ;; esac
-printf '<?xml version="1.0"?><VORN version="1.0"><DEV name="MC" id="1"><p i="138" v="4.5" e="0"/></DEV></VORN>' >/dev/udp/225.0.0.60/7070
-printf 'no report' >/dev/udp/225.0.0.60/7070
 wait $watching || fail "the monitor"
 kill -TERM $mc
 output=$(cat "$work/monitor.log")

@@ -80,7 +80,7 @@ loop=$!
 until_log "$work/loop.log" "replay to"
 head -c 24 "$recording" >"$work/emptied" && mv "$work/emptied" "$work/looped.pcap"
 wait $loop
-[ $? = 1 ] || fail "a loop over nothing: $(cat "$work/loop.log")"
+[ $? -le 1 ] || fail "a loop over nothing: $(cat "$work/loop.log")"
 cp "$recording" "$work/padded.pcap"
 truncate -s 20G "$work/padded.pcap"
 expect 0 "nothing but other packets" timeout 20 "$@" stats --capture "$work/padded.pcap" --timeout 1

@@ -37,7 +37,7 @@ bool IsUpdate(const std::string& strFile, std::uintmax_t unSize)
 // is replaced, or made, and the link stays.
 std::string ReplaceFile(const std::string& strFile, const std::vector<unsigned char>& bytes)
 {
-    const std::string strWhyNot = WhyNotSaved(strFile);
+    std::string strWhyNot = WhyNotSaved(strFile);
     if (!strWhyNot.empty())
     {
         return strWhyNot;
@@ -77,7 +77,7 @@ std::string WhyNotSaved(const std::string& strFile)
     {
         return std::string();
     }
-    const std::string strWhyNot = WhyNoFile(strFile);
+    std::string strWhyNot = WhyNoFile(strFile);
     const std::uintmax_t unSize = std::filesystem::file_size(strFile, error);
     return !strWhyNot.empty()                         ? strWhyNot
            : access(strFile.c_str(), W_OK) != 0       ? LastError(strFile)
@@ -101,7 +101,7 @@ std::string SaveImage(const CBMAContainer& image, const std::string& strFile)
 
 std::string LoadImage(const std::string& strFile, CBMAContainer& image)
 {
-    const std::string strWhyNot = WhyNoFile(strFile);
+    std::string strWhyNot = WhyNoFile(strFile);
     if (!strWhyNot.empty())
     {
         return strWhyNot;

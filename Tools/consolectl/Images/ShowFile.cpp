@@ -20,7 +20,7 @@ namespace
 
 constexpr int c_nApplicationId = 0x4c435348; // "LCSH"
 constexpr int c_nLayout = 1;
-constexpr int c_nBusyMilliseconds = 2000;
+constexpr int c_nBusyMilliseconds = 10000;
 constexpr int c_nLongestValue = 1 << 20;
 
 // The whole layout, to the letter: a file with another one is refused.
@@ -144,7 +144,7 @@ std::string CShowFile::Open(const std::string& strFile, bool bCreate)
     {
         return "a show file needs a name";
     }
-    const std::string strWhyNot = WhyNoFile(strFile);
+    std::string strWhyNot = WhyNoFile(strFile);
     if (strWhyNot.empty())
     {
         return OpenDatabase(bCreate);

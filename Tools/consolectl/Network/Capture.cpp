@@ -214,7 +214,7 @@ CCaptureFile::~CCaptureFile()
 
 std::string CCaptureFile::Open(const std::string& strFile)
 {
-    const std::string strWhyNot = WhyNoFile(strFile);
+    std::string strWhyNot = WhyNoFile(strFile);
     if (!strWhyNot.empty())
     {
         return strWhyNot;
