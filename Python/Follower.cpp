@@ -235,12 +235,12 @@ void CFollower::Close()
 void AddFollower(py::module_& module)
 {
     const stMulticastLink link;
-    py::class_<CFollower, std::shared_ptr<CFollower>>(module, "Follower", "An image that follows an MC: open until it is closed.")
-        .def(py::init<const std::string&, long, const std::string&>(), py::kw_only(), py::arg("group") = link.strGroup,
+    py::class_<CFollower, std::shared_ptr<CFollower>> type(module, "Follower",
+                                                           "An image that follows an MC: open until it is closed.");
+    type.def(py::init<const std::string&, long, const std::string&>(), py::kw_only(), py::arg("group") = link.strGroup,
              py::arg("port") = link.unPort, py::arg("interface") = link.strInterface)
         .def_property_readonly("image", &CFollower::Image, "Changed by update and by what waits; it outlives the follower.")
         .def_property_readonly("sender", &CFollower::Sender, "Of the last update; empty before the first.")
-        .def_property_readonly("closed", &CFollower::IsClosed)
         .def_property_readonly("types_received", &CFollower::TypesReceived)
         .def("update", &CFollower::Update, "Applies what has come; says whether anything has.")
         .def("wait_whole", &CFollower::WaitWhole, py::arg("timeout") = 5.0)
@@ -250,8 +250,6 @@ void AddFollower(py::module_& module)
         .def("set_all", &CFollower::SetAll, py::arg("values"), py::arg("timeout") = 5.0, "Many of them, in few datagrams.")
         .def("states", &CFollower::States)
         .def("statistics", &CFollower::Statistics)
-        .def("senders", &CFollower::Senders, "How many datagrams came, by address.")
-        .def("close", &CFollower::Close)
-        .def("__enter__", [](const py::object& self) { return self; })
-        .def("__exit__", [](CFollower& follower, const py::args&) { follower.Close(); });
+        .def("senders", &CFollower::Senders, "How many datagrams came, by address.");
+    AddClosing(type);
 }

@@ -33,3 +33,13 @@ void RaiseIfFailed(const std::string& strError);
 
 // To be thrown: ValueError, as of a closed file.
 py::value_error Closed(const char* szWhat);
+
+// As a file is: open until it is closed, or until the end of with.
+template <class Closing>
+void AddClosing(py::class_<Closing, std::shared_ptr<Closing>>& type)
+{
+    type.def_property_readonly("closed", &Closing::IsClosed)
+        .def("close", &Closing::Close)
+        .def("__enter__", [](const py::object& self) { return self; })
+        .def("__exit__", [](Closing& self, const py::args&) { self.Close(); });
+}

@@ -169,21 +169,19 @@ std::shared_ptr<CMC> Start(const std::string& strGroup, long lPort, const std::s
 void AddSimulatedMC(py::module_& module)
 {
     const stMCOptions mc;
-    py::class_<CMC, std::shared_ptr<CMC>>(module, "SimulatedMC",
-                                          "An MC that multicasts an image and takes clients' changes, until it is closed. Loss to "
-                                          "truncate are percent of its datagrams, delay is milliseconds.")
-        .def(py::init(&Start), py::kw_only(), py::arg("group") = mc.link.strGroup, py::arg("port") = mc.link.unPort,
+    py::class_<CMC, std::shared_ptr<CMC>> type(
+        module, "SimulatedMC",
+        "An MC that multicasts an image and takes clients' changes, until it is closed. Loss to "
+        "truncate are percent of its datagrams, delay is milliseconds.");
+    type.def(py::init(&Start), py::kw_only(), py::arg("group") = mc.link.strGroup, py::arg("port") = mc.link.unPort,
              py::arg("interface") = mc.link.strInterface, py::arg("surface_rate") = mc.dSurfaceRate,
              py::arg("rotary_rate") = mc.dRotaryRate, py::arg("report_period") = mc.dReportPeriod,
              py::arg("moving_faders") = mc.nMovingFaders, py::arg("seed") = mc.faults.unSeed, py::arg("loss") = 0.0,
              py::arg("duplicate") = 0.0, py::arg("corrupt") = 0.0, py::arg("truncate") = 0.0, py::arg("reorder") = 0,
              py::arg("delay") = 0.0)
-        .def_property_readonly("closed", &CMC::IsClosed)
         .def("get", &CMC::Get, py::arg("address"))
         .def("set", &CMC::Set, py::arg("address"), py::arg("value"), "A moving fader stays where it is set.")
         .def("image", &CMC::Image, "A copy of the MC's image, as it is now.")
-        .def("statistics", &CMC::Statistics)
-        .def("close", &CMC::Close)
-        .def("__enter__", [](const py::object& self) { return self; })
-        .def("__exit__", [](CMC& self, const py::args&) { self.Close(); });
+        .def("statistics", &CMC::Statistics);
+    AddClosing(type);
 }

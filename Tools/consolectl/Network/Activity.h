@@ -10,7 +10,7 @@
 #include <utility>
 #include <vector>
 
-// What happened within about a second, as rates.
+// What happened within about a second, counted.
 struct stSecond
 {
     struct stSender

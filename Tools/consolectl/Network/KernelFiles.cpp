@@ -56,8 +56,7 @@ std::string PrefixText(unsigned int unAddress, int nBits)
     return Format("%s/%d", acText, nBits);
 }
 
-// "socket:[12345]", as a process's descriptors are shown.
-// Each with what it dropped.
+// "socket:[12345]", as a process's descriptors are shown; each with what it dropped.
 std::map<std::string, unsigned long> SocketsOnPort(unsigned int unPort)
 {
     std::map<std::string, unsigned long> sockets;
