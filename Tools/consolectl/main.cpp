@@ -90,6 +90,7 @@ int Run(int nArguments, char** ppArguments)
     AddShow(console);
 #endif
     AddWhy(console);
+    AddWeb(console);
     AddDiagnostics(console);
     AddManual(console);
     try

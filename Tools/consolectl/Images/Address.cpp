@@ -154,18 +154,6 @@ stRange ParseName(const std::string& strName, const char* const* ppNames, int nN
     return {nName, nName};
 }
 
-std::string CommonTypeName(int nCommonType)
-{
-    for (const auto& named : caCommonNames)
-    {
-        if (named.nCommonType == nCommonType)
-        {
-            return named.szName;
-        }
-    }
-    return Format("Common%d", nCommonType);
-}
-
 int ParseCommonType(const std::string& strName)
 {
     std::vector<std::string> names;
@@ -317,6 +305,18 @@ std::string AddressText(const stAddress& address)
 {
     return Format("%s/%d/%s/%d", caParameterGroupNames[address.enPathType], address.nPath, caMessageTypeNames[address.enType],
                   address.nParam);
+}
+
+std::string CommonTypeName(int nCommonType)
+{
+    for (const auto& named : caCommonNames)
+    {
+        if (named.nCommonType == nCommonType)
+        {
+            return named.szName;
+        }
+    }
+    return Format("Common%d", nCommonType);
 }
 
 std::string CommonNameText(const stAddress& address)

@@ -88,6 +88,7 @@ std::string AddressText(const stAddress& address);
 
 // What it is on its path, "Fader", "Name" or "Common7", and empty for most; behind the name that its path has in an image: "Mic13
 // Fader".
+std::string CommonTypeName(int nCommonType);
 std::string CommonNameText(const stAddress& address);
 std::string NameText(const CBMAContainer& image, const stAddress& address);
 bool IsFloat(tagenPPCMessageType enType);

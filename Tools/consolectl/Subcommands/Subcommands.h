@@ -14,6 +14,7 @@ void AddParams(CCommand& console);
 void AddStats(CCommand& console);
 void AddTop(CCommand& console);
 void AddVerify(CCommand& console);
+void AddWeb(CCommand& console);
 void AddRecord(CCommand& console);
 void AddReplay(CCommand& console);
 void AddShow(CCommand& console);

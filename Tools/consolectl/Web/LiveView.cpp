@@ -1,0 +1,200 @@
+#include "Web/LiveView.h"
+
+#include <nlohmann/json.hpp>
+
+#include <algorithm>
+
+namespace
+{
+
+typedef nlohmann::json tJson;
+
+constexpr std::chrono::milliseconds c_HealthPeriod(500);
+constexpr std::size_t c_unMostChanges = 64; // of one text
+
+// Equal texts take as long as others.
+bool IsSame(const std::string& strA, const std::string& strB)
+{
+    unsigned char ucDifferent = strA.size() == strB.size() ? 0 : 1;
+    for (std::size_t un = 0; un < std::min(strA.size(), strB.size()); ++un)
+    {
+        ucDifferent = static_cast<unsigned char>(ucDifferent | (strA[un] ^ strB[un]));
+    }
+    return ucDifferent == 0;
+}
+
+// What a page asks for: a parameter's address as text, and its value as text. Throws stWrongUse.
+stChange ReadChange(const tJson& change)
+{
+    const stPattern pattern = ParsePattern(change.at(0).get<std::string>());
+    std::vector<stAddress> addresses;
+    ForEachParameter(pattern, [&](const stAddress& address) { addresses.push_back(address); });
+    if (addresses.size() != 1)
+    {
+        throw stWrongUse("set", "it names more than one parameter");
+    }
+    if (addresses[0].enType == enMeter)
+    {
+        throw stWrongUse("set", "meters are set by the MC alone");
+    }
+    return {addresses[0], ParseValue(addresses[0].enType, change.at(1).get<std::string>())};
+}
+
+} // namespace
+
+class CLiveView::CPage : public IBrowser
+{
+public:
+    explicit CPage(CLiveView& view) : m_View(view), m_bMayChange(view.m_strToken.empty()) {}
+
+    bool OnText(const std::string& strText) override
+    {
+        const tJson text = tJson::parse(strText, nullptr, false);
+        if (!text.is_object())
+        {
+            return false;
+        }
+        try
+        {
+            Take(text);
+            return true;
+        }
+        catch (const stWrongUse& wrong)
+        {
+            Answer({{"refused", wrong.what()}});
+            return true;
+        }
+        catch (const tJson::exception&)
+        {
+            return false;
+        }
+    }
+
+    tFrame NextFrame() override
+    {
+        if (m_pAnswer != nullptr)
+        {
+            return std::move(m_pAnswer);
+        }
+        if (m_unHealth != m_View.m_unHealth)
+        {
+            m_unHealth = m_View.m_unHealth;
+            return m_View.m_pHealth;
+        }
+        if (!m_bVisible || m_unSeen == m_View.m_Frames.GetNumber())
+        {
+            return nullptr;
+        }
+        const tFrame pFrame = m_View.m_Frames.Since(m_unSeen);
+        m_unSeen = m_View.m_Frames.GetNumber();
+        return pFrame;
+    }
+
+private:
+    void Take(const tJson& text)
+    {
+        m_bVisible = text.value("visible", m_bVisible);
+        if (text.contains("token"))
+        {
+            m_bMayChange = m_bMayChange || IsSame(text.at("token").get<std::string>(), m_View.m_strToken);
+            Answer({{"mayChange", m_bMayChange}});
+        }
+        const tJson changes = text.value("set", tJson::array());
+        if (!changes.empty() && !m_bMayChange)
+        {
+            throw stWrongUse("set", "this page may only look: the address with the token is what consolectl printed");
+        }
+        if (changes.size() > c_unMostChanges)
+        {
+            throw stWrongUse("set", "these are too many changes at once");
+        }
+        std::vector<stChange> read;
+        for (const tJson& change : changes)
+        {
+            read.push_back(ReadChange(change));
+        }
+        std::for_each(read.begin(), read.end(), m_View.m_Send);
+    }
+
+    void Answer(const tJson& answer)
+    {
+        m_pAnswer = std::make_shared<const std::string>(answer.dump(-1, ' ', true, tJson::error_handler_t::replace));
+    }
+
+    CLiveView& m_View;
+    bool m_bMayChange;
+    bool m_bVisible = true;
+    std::uint32_t m_unSeen = 0;
+    std::uint32_t m_unHealth = 0;
+    tFrame m_pAnswer;
+};
+
+CLiveView::CLiveView(const stMulticastLink& link, std::string strToken, std::function<void(const stChange&)> send)
+    : m_Link(link), m_strToken(std::move(strToken)), m_Send(std::move(send)), m_Activity(link), m_Frames(m_Activity.Shadow())
+{
+}
+
+void CLiveView::Take(stDatagram& datagram)
+{
+    m_Activity.Take(datagram);
+    m_Frames.Take();
+}
+
+void CLiveView::Next(const stTrafficLoss& loss, int nBrowsers)
+{
+    m_Frames.Next();
+    m_Activity.EndSecond();
+    if (tSteadyClock::now() >= m_NextHealth)
+    {
+        m_pHealth = MakeHealth(loss, nBrowsers);
+        ++m_unHealth;
+        m_NextHealth = tSteadyClock::now() + c_HealthPeriod;
+    }
+}
+
+std::unique_ptr<IBrowser> CLiveView::MakeBrowser()
+{
+    return std::make_unique<CPage>(*this);
+}
+
+tFrame CLiveView::MakeHealth(const stTrafficLoss& loss, int nBrowsers)
+{
+    const stSecond& second = m_Activity.GetSecond();
+    CShadow& shadow = m_Activity.Shadow();
+    tJson types = tJson::array();
+    for (int nType = 0; nType < c_nMessageTypes; ++nType)
+    {
+        const auto enType = static_cast<tagenPPCMessageType>(nType);
+        types.push_back({{"state", TypeStateText(shadow.Follower().GetState(enType))},
+                         {"age", shadow.Follower().GetAge(enType)},
+                         {"changes", second.PerSecond(second.adChanges[nType])}});
+    }
+    tJson senders = tJson::array();
+    for (const auto& sender : second.senders)
+    {
+        senders.push_back({{"name", sender.first},
+                           {"datagrams", second.PerSecond(sender.second.dDatagrams)},
+                           {"bytes", second.PerSecond(sender.second.dBytes)}});
+    }
+    const stReceiveStatistics statistics = shadow.Follower().GetStatistics();
+    const auto count = [&](enReceiveCounter enCounter) { return statistics.aunCount[enCounter]; };
+    const tJson lost = {
+        {"kernel", loss.unKernel},
+        {"frame size", loss.unSize + count(enRejectedTooShort) + count(enRejectedPayload) + count(enRejectedTooLarge)},
+        {"header", count(enRejectedHeader)},
+        {"ring", count(enCountEvicted) + count(enCountMixed)},
+        {"fragments", m_Activity.GetLost()},
+        {"decode", count(enDecodeErrorNull) + count(enDecodeErrorInvalid) + count(enCountLengthMismatch)}};
+    const tJson health = {{"health",
+                           {{"link", LinkText(m_Link)},
+                            {"mc", m_Activity.SecondsSilent() < 0 ? "" : shadow.GetMC().AddressText()},
+                            {"silent", m_Activity.SecondsSilent()},
+                            {"whole", shadow.IsWhole()},
+                            {"updates", second.PerSecond(second.dUpdates)},
+                            {"requests", second.PerSecond(second.dRequests)},
+                            {"browsers", nBrowsers},
+                            {"types", types},
+                            {"senders", senders},
+                            {"lost", lost}}}};
+    return std::make_shared<const std::string>(health.dump(-1, ' ', true, tJson::error_handler_t::replace));
+}
