@@ -1,0 +1,139 @@
+// Channels as people know them: a strip for each mic input, with name, meter, fader and mute.
+
+const GROUP = "MicInput";
+const FADER = 4, METER = 6, SWITCH = 2, STRING = 0;
+const TOP = 10, BOTTOM = -60; // dB
+const STEP = 0.5;
+
+const shareOf = (level) => Math.min(1, Math.max(0, (level - BOTTOM) / (TOP - BOTTOM)));
+const levelText = (level) => (level <= BOTTOM ? "-∞" : level.toFixed(1));
+
+export class Channels {
+  // set(number, text) asks for a change.
+  constructor(model, image, element, set) {
+    Object.assign(this, {model, image, element, set});
+    this.group = model.groups.findIndex((group) => group.name === GROUP);
+    const mute = model.common.find((common) => common.type === SWITCH && common.params[this.group] >= 0);
+    const params = {name: [STRING, model.names[this.group]], fader: [FADER, model.commonParameter("Fader", this.group)],
+                    meter: [METER, 0], mute: [SWITCH, mute.params[this.group]]};
+    this.strips = [];
+    this.stripOf = new Map(); // by a parameter's number: its strip and which part of it
+    this.due = new Set(); // strips and parts to draw
+    for (let path = 0; path < model.groups[this.group].paths; ++path) {
+      const strip = this.make(path);
+      for (const [part, [type, param]] of Object.entries(params)) {
+        strip[part] = model.numberOf(type, this.group, path, param);
+        this.stripOf.set(strip[part], {strip, part});
+      }
+      this.strips.push(strip);
+    }
+    element.replaceChildren(...this.strips.map((strip) => strip.root));
+    this.visible = new Set();
+    const observer = new IntersectionObserver((entries) => {
+      for (const entry of entries) this.see(this.strips[entry.target.dataset.path], entry.isIntersecting);
+    }, {root: element, rootMargin: "0px 200px"});
+    for (const strip of this.strips) observer.observe(strip.root);
+  }
+
+  make(path) {
+    const root = document.createElement("div");
+    root.className = "strip";
+    root.dataset.path = path;
+    root.innerHTML = `<span class="number"></span><span class="name"></span>
+      <div class="track" tabindex="0" role="slider" aria-orientation="vertical" aria-valuemin="${BOTTOM}" aria-valuemax="${TOP}">
+        <i class="meter"></i><i class="knob"></i></div>
+      <output class="level"></output><button class="mute" type="button" aria-pressed="false">mute</button>`;
+    const part = (name) => root.querySelector(`.${name}`);
+    const strip = {path, root, track: part("track"), knob: part("knob"), bar: part("meter"), label: part("name"), level: part("level"),
+                   button: part("mute"), dragged: null};
+    part("number").textContent = path + 1;
+    strip.track.addEventListener("pointerdown", (event) => this.grab(strip, event));
+    strip.track.addEventListener("pointermove", (event) => strip.dragged !== null && this.drag(strip, event));
+    for (const end of ["pointerup", "pointercancel"]) strip.track.addEventListener(end, () => this.letGo(strip));
+    strip.track.addEventListener("keydown", (event) => this.key(strip, event));
+    strip.button.addEventListener("click", () => this.set(strip.mute, this.image.value(strip.mute) ? "0" : "1"));
+    return strip;
+  }
+
+  see(strip, visible) {
+    if (!visible) return void this.visible.delete(strip);
+    this.visible.add(strip);
+    for (const part of ["name", "fader", "meter", "mute"]) this.drawPart(strip, part);
+  }
+
+  // A parameter has another value.
+  changed(number) {
+    const found = this.stripOf.get(number);
+    if (found && this.visible.has(found.strip)) this.due.add(found);
+  }
+
+  draw() {
+    for (const {strip, part} of this.due) this.drawPart(strip, part);
+    this.due.clear();
+  }
+
+  drawPart(strip, part) {
+    const value = this.image.value(strip[part]);
+    if (part === "name") {
+      strip.label.textContent = strip.label.title = value;
+      strip.track.setAttribute("aria-label", value || `mic input ${strip.path + 1}`);
+    } else if (part === "meter") {
+      strip.bar.style.transform = `scaleY(${value / 255})`;
+    } else if (part === "mute") {
+      strip.button.setAttribute("aria-pressed", String(value !== 0));
+    } else if (strip.dragged === null) {
+      this.drawFader(strip, value);
+    }
+  }
+
+  drawFader(strip, level) {
+    strip.knob.style.bottom = `${100 * shareOf(level)}%`;
+    strip.level.textContent = levelText(level);
+    strip.track.setAttribute("aria-valuenow", level.toFixed(1));
+    strip.track.setAttribute("aria-valuetext", `${levelText(level)} dB`);
+  }
+
+  grab(strip, event) {
+    strip.track.setPointerCapture(event.pointerId);
+    strip.dragged = this.image.value(strip.fader);
+    strip.root.classList.add("dragged");
+    this.drag(strip, event);
+  }
+
+  drag(strip, event) {
+    const box = strip.track.getBoundingClientRect();
+    const share = 1 - (event.clientY - box.top) / box.height;
+    this.ask(strip, BOTTOM + Math.min(1, Math.max(0, share)) * (TOP - BOTTOM));
+  }
+
+  ask(strip, level) {
+    const rounded = Math.round(Math.min(TOP, Math.max(BOTTOM, level)) * 10) / 10;
+    strip.dragged = strip.dragged === null ? null : rounded;
+    this.drawFader(strip, rounded);
+    this.set(strip.fader, rounded.toFixed(1));
+  }
+
+  // From now on the MC's value counts again.
+  letGo(strip) {
+    strip.dragged = null;
+    strip.root.classList.remove("dragged");
+  }
+
+  key(strip, event) {
+    const level = this.image.value(strip.fader);
+    const levels = {ArrowUp: level + STEP, ArrowDown: level - STEP, PageUp: level + 6, PageDown: level - 6, Home: TOP, End: BOTTOM};
+    const beside = {ArrowLeft: -1, ArrowRight: 1}[event.key];
+    if (beside !== undefined) this.focus(strip.path + beside);
+    else if (event.key in levels) this.ask(strip, levels[event.key]);
+    else if (event.key === "m") strip.button.click();
+    else return;
+    event.preventDefault();
+  }
+
+  focus(path) {
+    const strip = this.strips[path];
+    if (!strip) return;
+    strip.root.scrollIntoView({block: "nearest", inline: "nearest"});
+    strip.track.focus({preventScroll: true});
+  }
+}

@@ -1,0 +1,216 @@
+// All parameters as a bitmap, a pixel each, arranged by group and path; lit where a value changed within the last seconds.
+
+const LIT_SECONDS = 2.4;
+const SHADES = 16; // of lit, from the next to the last to the first
+const LEVELS = 4; // of values
+const GAP = 8;
+const LABEL = 13;
+const LEAST_ROWS = 8; // of a group that can be folded
+const OVERLAY_COLOURS = 3;
+
+const STRING = 0, ROTARY = 1, SWITCH = 2, INTEGER = 3, FADER = 4, METER = 6;
+
+// How much of its range a value has, from 0 to LEVELS - 1: what a pixel shows while nothing happens.
+function levelOf(type, value) {
+  if (type === STRING) return value === "" ? 0 : 2;
+  if (type === SWITCH) return value ? 3 : 0;
+  if (type === METER) return value >> 6;
+  if (type === FADER) return value <= -59 ? 0 : value < -20 ? 1 : value < -3 ? 2 : 3;
+  if (value === 0) return 0;
+  const size = Math.abs(value);
+  return type === ROTARY || type === INTEGER ? (size < 1 ? 1 : size < 1000 ? 2 : 3) : 2;
+}
+
+// A block of pixels for each group: a path a row, or several rows where that is too long, or there are too few.
+function arrange(groups, width) {
+  const blocks = groups.map((group, index) => {
+    const perPath = group.params.reduce((sum, count) => sum + count, 0);
+    let fold = Math.ceil(perPath / width);
+    while (group.paths * fold < LEAST_ROWS && perPath / fold > 2 * LEAST_ROWS) ++fold;
+    return {group: index, name: group.name, perPath, fold, w: Math.ceil(perPath / fold), h: group.paths * fold, x: 0, y: 0};
+  });
+  const order = [...blocks].sort((a, b) => b.h - a.h || b.w - a.w);
+  let y = 0;
+  while (order.length) {
+    let x = 0;
+    const shelf = order[0].h;
+    for (let n = 0; n < order.length;) {
+      const block = order[n];
+      if (x + block.w > width && x > 0) {
+        ++n;
+        continue;
+      }
+      Object.assign(block, {x, y: y + LABEL});
+      x += block.w + GAP;
+      order.splice(n, 1);
+    }
+    y += shelf + LABEL + GAP;
+  }
+  return {blocks, height: y - GAP};
+}
+
+function colour(style, name) {
+  const [r, g, b] = style.getPropertyValue(name).trim().match(/[0-9a-f]{2}/gi).map((hex) => parseInt(hex, 16));
+  return [r, g, b];
+}
+
+const mixed = (a, b, share) => a.map((part, n) => Math.round(part + (b[n] - part) * share));
+
+export class Picture {
+  constructor(model, image, elements, open) {
+    Object.assign(this, {model, image, elements, open});
+    this.heat = new Uint8Array(model.count);
+    this.hot = []; // the numbers with heat
+    this.overlay = null;
+    this.cursor = -1;
+    this.context = elements.bitmap.getContext("2d", {alpha: false});
+    new ResizeObserver(() => this.layOut()).observe(elements.map.parentElement);
+    matchMedia("(prefers-color-scheme: dark)").addEventListener("change", () => this.recolour());
+    elements.map.addEventListener("pointermove", (event) => this.hover(event));
+    elements.map.addEventListener("pointerleave", () => this.showTip(-1));
+    elements.map.addEventListener("click", (event) => this.openAt(this.numberAt(event)));
+    elements.map.addEventListener("keydown", (event) => this.key(event));
+    elements.map.addEventListener("blur", () => this.moveTo(-1));
+    this.layOut();
+  }
+
+  layOut() {
+    const width = Math.floor(this.elements.map.parentElement.clientWidth);
+    if (width === this.width || width < 50) return;
+    this.width = width;
+    const {blocks, height} = arrange(this.model.groups, width);
+    this.height = height;
+    this.numberOfPixel = new Int32Array(width * height).fill(-1);
+    this.pixelOf = new Int32Array(this.model.count);
+    for (const block of blocks) this.place(block);
+    for (const canvas of [this.elements.bitmap]) Object.assign(canvas, {width, height});
+    this.pixels = this.context.createImageData(width, height);
+    this.words = new Uint32Array(this.pixels.data.buffer);
+    this.elements.labels.replaceChildren(...blocks.filter((block) => block.w > 8 * block.name.length * 0.7).map((block) => {
+      const label = document.createElement("span");
+      label.textContent = block.name;
+      label.style.left = `${block.x}px`;
+      label.style.top = `${block.y - LABEL}px`;
+      return label;
+    }));
+    this.recolour();
+  }
+
+  place(block) {
+    const {params, paths} = this.model.groups[block.group];
+    for (let path = 0; path < paths; ++path) {
+      let column = 0;
+      for (let type = 0; type < params.length; ++type) {
+        const first = this.model.numberOf(type, block.group, path, 0);
+        for (let param = 0; param < params[type]; ++param, ++column) {
+          const x = block.x + (column % block.w);
+          const y = block.y + path * block.fold + Math.floor(column / block.w);
+          this.numberOfPixel[y * this.width + x] = first + param;
+          this.pixelOf[first + param] = y * this.width + x;
+        }
+      }
+    }
+  }
+
+  recolour() {
+    const style = getComputedStyle(document.documentElement);
+    const ground = colour(style, "--ground");
+    const accent = colour(style, "--accent");
+    const ink = colour(style, "--ink");
+    const word = ([r, g, b]) => (255 << 24) | (b << 16) | (g << 8) | r;
+    const bases = [0.07, 0.14, 0.23, 0.36].map((share) => mixed(ground, ink, share));
+    const overlays = [mixed(ground, ink, 0.05), mixed(ground, ink, 0.6), accent];
+    // By level, then by colour of an overlay; each from plain to lit.
+    this.palette = [...bases, ...overlays].map((base) =>
+      Uint32Array.from({length: SHADES + 1}, (_, n) => word(mixed(base, accent, n === 0 ? 0 : 0.25 + 0.75 * n / SHADES))));
+    this.words.fill(word(ground));
+    for (let number = 0; number < this.model.count; ++number) this.paint(number);
+    this.context.putImageData(this.pixels, 0, 0);
+  }
+
+  paint(number) {
+    const row = this.overlay ? LEVELS + this.overlay[number] : levelOf(this.model.typeOfNumber[number], this.image.value(number));
+    this.words[this.pixelOf[number]] = this.palette[row][Math.ceil(this.heat[number] * SHADES / 255)];
+  }
+
+  // What a parameter is marked as, from 0 to 2; none: its value.
+  setOverlay(marks) {
+    this.overlay = marks;
+    this.recolour();
+  }
+
+  light(number) {
+    if (this.heat[number] === 0) this.hot.push(number);
+    this.heat[number] = 255;
+  }
+
+  // Brings the picture to now; seconds have passed since it was.
+  draw(seconds) {
+    const cooler = Math.max(1, Math.round(255 * seconds / LIT_SECONDS));
+    let kept = 0;
+    for (const number of this.hot) {
+      this.paint(number);
+      this.heat[number] = Math.max(0, this.heat[number] - cooler);
+      if (this.heat[number] > 0) this.hot[kept++] = number;
+      else this.paint(number);
+    }
+    if (this.hot.length > 0) this.context.putImageData(this.pixels, 0, 0);
+    this.hot.length = kept;
+    if (this.cursor >= 0) this.showTip(this.cursor);
+  }
+
+  numberAt(event) {
+    const box = this.elements.bitmap.getBoundingClientRect();
+    const x = Math.floor((event.clientX - box.left) * this.width / box.width);
+    const y = Math.floor((event.clientY - box.top) * this.height / box.height);
+    return x < 0 || y < 0 || x >= this.width || y >= this.height ? -1 : this.numberOfPixel[y * this.width + x];
+  }
+
+  hover(event) {
+    this.cursor = -1;
+    this.showTip(this.numberAt(event), event.clientX, event.clientY);
+  }
+
+  openAt(number) {
+    if (number >= 0) this.open(number);
+  }
+
+  key(event) {
+    const steps = {ArrowLeft: -1, ArrowRight: 1, ArrowUp: -this.width, ArrowDown: this.width};
+    if (event.key === "Enter") return this.openAt(this.cursor);
+    if (!(event.key in steps)) return;
+    event.preventDefault();
+    let pixel = this.cursor < 0 ? this.pixelOf[0] - steps[event.key] : this.pixelOf[this.cursor];
+    do pixel += steps[event.key];
+    while (pixel >= 0 && pixel < this.numberOfPixel.length && this.numberOfPixel[pixel] < 0);
+    if (pixel >= 0 && pixel < this.numberOfPixel.length) this.moveTo(this.numberOfPixel[pixel]);
+  }
+
+  // Where the keys are, or what a search found.
+  moveTo(number) {
+    this.cursor = number;
+    this.showTip(number);
+  }
+
+  showTip(number, clientX, clientY) {
+    const {tip, cursor, bitmap} = this.elements;
+    tip.hidden = number < 0;
+    cursor.hidden = number < 0;
+    if (number < 0) return;
+    const box = bitmap.getBoundingClientRect();
+    const x = this.pixelOf[number] % this.width;
+    const y = Math.floor(this.pixelOf[number] / this.width);
+    cursor.style.transform = `translate(${x - 3}px, ${y - 3}px)`;
+    tip.replaceChildren(...[this.image.name(number) || "no name", this.model.text(number), this.image.valueText(number)].map((text) => {
+      const line = document.createElement("span");
+      line.textContent = text;
+      return line;
+    }));
+    const left = (clientX ?? box.left + x) + 14;
+    const top = (clientY ?? box.top + y) + 14;
+    tip.style.left = `${Math.min(left, innerWidth - tip.offsetWidth - 8)}px`;
+    tip.style.top = `${top + tip.offsetHeight > innerHeight ? top - tip.offsetHeight - 28 : top}px`;
+  }
+}
+
+export {LEVELS, OVERLAY_COLOURS};
