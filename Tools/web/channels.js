@@ -1,17 +1,20 @@
 // Channels as people know them: a strip for each mic input, with name, meter, fader and mute.
 
+import {Bridge} from "./bridge.js";
+
 const GROUP = "MicInput";
 const FADER = 4, METER = 6, SWITCH = 2, STRING = 0;
 const TOP = 10, BOTTOM = -60; // dB
 const STEP = 0.5;
+const TRACK = 144; // px, as high as the style has it
 
 const shareOf = (level) => Math.min(1, Math.max(0, (level - BOTTOM) / (TOP - BOTTOM)));
 const levelText = (level) => (level <= BOTTOM ? "-∞" : level.toFixed(1));
 
 export class Channels {
   // set(number, text) asks for a change.
-  constructor(model, image, element, set) {
-    Object.assign(this, {model, image, element, set});
+  constructor(model, image, {element, bridge}, set) {
+    Object.assign(this, {model, image, element, set, locked: true});
     this.group = model.groups.findIndex((group) => group.name === GROUP);
     const mute = model.common.find((common) => common.type === SWITCH && common.params[this.group] >= 0);
     const params = {name: [STRING, model.names[this.group]], fader: [FADER, model.commonParameter("Fader", this.group)],
@@ -28,6 +31,8 @@ export class Channels {
       this.strips.push(strip);
     }
     element.replaceChildren(...this.strips.map((strip) => strip.root));
+    this.bridge = new Bridge(bridge, this.strips.length, (path) => this.strips[path] && this.show(this.strips[path], "center"));
+    this.makeCurrent(this.strips[0]);
     this.visible = new Set();
     const observer = new IntersectionObserver((entries) => {
       for (const entry of entries) this.see(this.strips[entry.target.dataset.path], entry.isIntersecting);
@@ -40,19 +45,29 @@ export class Channels {
     root.className = "strip";
     root.dataset.path = path;
     root.innerHTML = `<span class="number"></span><span class="name"></span>
-      <div class="track" tabindex="0" role="slider" aria-orientation="vertical" aria-valuemin="${BOTTOM}" aria-valuemax="${TOP}">
-        <i class="meter"></i><i class="knob"></i></div>
-      <output class="level"></output><button class="mute" type="button" aria-pressed="false">mute</button>`;
+      <div class="fader"><i class="meter"><i class="level-now"></i></i>
+        <div class="track" tabindex="-1" role="slider" aria-orientation="vertical" aria-valuemin="${BOTTOM}" aria-valuemax="${TOP}">
+          <i class="knob"></i></div></div>
+      <output class="level"></output><button class="mute" type="button" tabindex="-1" aria-pressed="false">mute</button>`;
     const part = (name) => root.querySelector(`.${name}`);
-    const strip = {path, root, track: part("track"), knob: part("knob"), bar: part("meter"), label: part("name"), level: part("level"),
+    const strip = {path, root, track: part("track"), knob: part("knob"), bar: part("level-now"), label: part("name"), level: part("level"),
                    button: part("mute"), dragged: null};
     part("number").textContent = path + 1;
+    root.addEventListener("focusin", () => this.makeCurrent(strip));
     strip.track.addEventListener("pointerdown", (event) => this.grab(strip, event));
     strip.track.addEventListener("pointermove", (event) => strip.dragged !== null && this.drag(strip, event));
     for (const end of ["pointerup", "pointercancel"]) strip.track.addEventListener(end, () => this.letGo(strip));
     strip.track.addEventListener("keydown", (event) => this.key(strip, event));
-    strip.button.addEventListener("click", () => this.set(strip.mute, this.image.value(strip.mute) ? "0" : "1"));
+    strip.button.addEventListener("click", () => this.locked || this.set(strip.mute, this.image.value(strip.mute) ? "0" : "1"));
     return strip;
+  }
+
+  // Of all strips Tab reaches one: the last that was used.
+  makeCurrent(strip) {
+    for (const [one, index] of [[this.current, -1], [strip, 0]]) {
+      for (const element of one ? [one.track, one.button] : []) element.tabIndex = index;
+    }
+    this.current = strip;
   }
 
   see(strip, visible) {
@@ -64,12 +79,27 @@ export class Channels {
   // A parameter has another value.
   changed(number) {
     const found = this.stripOf.get(number);
-    if (found && this.visible.has(found.strip)) this.due.add(found);
+    if (!found) return;
+    if (this.visible.has(found.strip)) this.due.add(found);
+    this.drawOnBridge(found.strip, found.part);
   }
 
   draw() {
     for (const {strip, part} of this.due) this.drawPart(strip, part);
     this.due.clear();
+    this.bridge.draw();
+  }
+
+  drawAll() {
+    for (const strip of this.strips) for (const part of ["fader", "meter", "mute"]) this.drawOnBridge(strip, part);
+    for (const strip of this.visible) this.see(strip, true);
+  }
+
+  drawOnBridge(strip, part) {
+    const value = this.image.value(strip[part]);
+    if (part === "fader") this.bridge.set("levels", strip.path, shareOf(value));
+    if (part === "meter") this.bridge.set("meters", strip.path, value / 255);
+    if (part === "mute") this.bridge.set("muted", strip.path, value);
   }
 
   drawPart(strip, part) {
@@ -87,13 +117,14 @@ export class Channels {
   }
 
   drawFader(strip, level) {
-    strip.knob.style.bottom = `${100 * shareOf(level)}%`;
+    strip.knob.style.transform = `translateY(${TRACK * (1 - shareOf(level))}px)`;
     strip.level.textContent = levelText(level);
     strip.track.setAttribute("aria-valuenow", level.toFixed(1));
     strip.track.setAttribute("aria-valuetext", `${levelText(level)} dB`);
   }
 
   grab(strip, event) {
+    if (this.locked) return;
     strip.track.setPointerCapture(event.pointerId);
     strip.dragged = this.image.value(strip.fader);
     strip.root.classList.add("dragged");
@@ -107,6 +138,7 @@ export class Channels {
   }
 
   ask(strip, level) {
+    if (this.locked) return;
     const rounded = Math.round(Math.min(TOP, Math.max(BOTTOM, level)) * 10) / 10;
     strip.dragged = strip.dragged === null ? null : rounded;
     this.drawFader(strip, rounded);
@@ -133,7 +165,15 @@ export class Channels {
   focus(path) {
     const strip = this.strips[path];
     if (!strip) return;
-    strip.root.scrollIntoView({block: "nearest", inline: "nearest"});
+    this.show(strip, "nearest");
     strip.track.focus({preventScroll: true});
+  }
+
+  // The strips alone scroll, not the page.
+  show(strip, where) {
+    const {offsetLeft, offsetWidth} = strip.root;
+    const {scrollLeft, clientWidth} = this.element;
+    const [from, to] = [offsetLeft + offsetWidth - clientWidth, offsetLeft];
+    this.element.scrollLeft = where === "center" ? (from + to) / 2 : Math.min(Math.max(scrollLeft, from), to);
   }
 }

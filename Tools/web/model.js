@@ -76,6 +76,12 @@ const STRING_BYTES = 13;
 const FRAME_IMAGE = 1, FRAME_CHANGES = 2;
 const UPDATE_HEADER = 17;
 
+function readString(bytes, at) {
+  let text = "";
+  for (let n = 0; n < STRING_BYTES && bytes.getUint8(at + n) !== 0; ++n) text += String.fromCharCode(bytes.getUint8(at + n));
+  return text;
+}
+
 // The values, as the server told them last. All numbers that come are big-endian.
 export class Image {
   constructor(model) {
@@ -93,7 +99,10 @@ export class Image {
   }
 
   valueText(number) {
-    const value = this.value(number);
+    return this.textOf(this.value(number));
+  }
+
+  textOf(value) {
     return typeof value === "string" ? `"${value}"` : Number.isInteger(value) ? String(value) : String(Number(value.toPrecision(6)));
   }
 
@@ -134,17 +143,27 @@ export class Image {
   }
 
   takeChanges(bytes, changed) {
-    let at = 5;
-    for (let left = bytes.getUint32(1); left > 0; --left) {
-      const number = bytes.getUint32(at);
-      at += 4;
-      if (this.model.typeOfNumber[number] === STRING) {
-        this.putString(number, bytes, at, changed);
-        at += STRING_BYTES;
-      } else {
-        this.putInt(number, bytes.getInt32(at), changed);
-        at += 4;
-      }
+    this.eachValue(bytes, 1, (number, at) => {
+      if (this.model.typeOfNumber[number] === STRING) this.putString(number, bytes, at, changed);
+      else this.putInt(number, bytes.getInt32(at), changed);
+    });
+  }
+
+  // Values that are another image's.
+  readValues(bytes, at, take) {
+    this.eachValue(bytes, at, (number, place) => {
+      const type = this.model.typeOfNumber[number];
+      take(number, type === STRING ? readString(bytes, place) : type === ROTARY || type === FADER ? bytes.getFloat32(place) : bytes.getInt32(place));
+    });
+  }
+
+  // A count, and so often a number and a value: visit gets each number, and where its value is.
+  eachValue(bytes, at, visit) {
+    let place = at + 4;
+    for (let left = bytes.getUint32(at); left > 0; --left) {
+      const number = bytes.getUint32(place);
+      visit(number, place + 4);
+      place += 4 + (this.model.typeOfNumber[number] === STRING ? STRING_BYTES : 4);
     }
   }
 
@@ -156,8 +175,7 @@ export class Image {
   }
 
   putString(number, bytes, at, changed) {
-    let text = "";
-    for (let n = 0; n < STRING_BYTES && bytes.getUint8(at + n) !== 0; ++n) text += String.fromCharCode(bytes.getUint8(at + n));
+    const text = readString(bytes, at);
     if (this.strings[number] !== text) {
       this.strings[number] = text;
       changed(number);

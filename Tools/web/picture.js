@@ -1,12 +1,17 @@
 // All parameters as a bitmap, a pixel each, arranged by group and path; lit where a value changed within the last seconds.
 
+import {Glow} from "./glow.js";
+
 const LIT_SECONDS = 2.4;
 const SHADES = 16; // of lit, from the next to the last to the first
 const LEVELS = 4; // of values
-const GAP = 8;
-const LABEL = 13;
+const GAP = 14;
+const SHELF = 8; // between rows of groups
+const BELOW = 4;
+const WIDEST = 180; // that a column may grow to for what stands below
+const LABEL = 14;
+const LETTER = 7; // of a label, about as wide
 const LEAST_ROWS = 8; // of a group that can be folded
-const OVERLAY_COLOURS = 3;
 
 const STRING = 0, ROTARY = 1, SWITCH = 2, INTEGER = 3, FADER = 4, METER = 6;
 
@@ -30,23 +35,29 @@ function arrange(groups, width) {
     return {group: index, name: group.name, perPath, fold, w: Math.ceil(perPath / fold), h: group.paths * fold, x: 0, y: 0};
   });
   const order = [...blocks].sort((a, b) => b.h - a.h || b.w - a.w);
+  const room = (block) => Math.max(block.w, Math.ceil(LETTER * block.name.length));
+  // The highest that is left and fits, placed.
+  const put = (x, y, mostWidth, mostHeight) => {
+    const found = order.findIndex((block) => room(block) <= mostWidth && LABEL + block.h <= mostHeight);
+    const [block] = found < 0 ? [] : order.splice(found, 1);
+    return block && Object.assign(block, {x, y: y + LABEL});
+  };
   let y = 0;
   while (order.length) {
+    const shelf = LABEL + order[0].h;
     let x = 0;
-    const shelf = order[0].h;
-    for (let n = 0; n < order.length;) {
-      const block = order[n];
-      if (x + block.w > width && x > 0) {
-        ++n;
-        continue;
+    // A column begins with the highest; below it stand others, as long as there is room.
+    for (let top = put(x, y, Infinity, Infinity); top; top = put(x, y, width - x, shelf)) {
+      let wide = room(top);
+      let at = y + LABEL + top.h + BELOW;
+      for (let next; (next = put(x, at, Math.max(wide, Math.min(width - x, WIDEST)), y + shelf - at)); at += LABEL + next.h + BELOW) {
+        wide = Math.max(wide, room(next));
       }
-      Object.assign(block, {x, y: y + LABEL});
-      x += block.w + GAP;
-      order.splice(n, 1);
+      x += wide + GAP;
     }
-    y += shelf + LABEL + GAP;
+    y += shelf + SHELF;
   }
-  return {blocks, height: y - GAP};
+  return {blocks, height: y - SHELF};
 }
 
 function colour(style, name) {
@@ -62,13 +73,17 @@ export class Picture {
     this.heat = new Uint8Array(model.count);
     this.hot = []; // the numbers with heat
     this.overlay = null;
-    this.cursor = -1;
+    this.cursor = -1; // where the keys are
+    this.under = -1; // the pointer
+    this.note = () => ""; // what else is to be said of a parameter
+    this.glow = new Glow(elements.glow);
     this.context = elements.bitmap.getContext("2d", {alpha: false});
     new ResizeObserver(() => this.layOut()).observe(elements.map.parentElement);
     matchMedia("(prefers-color-scheme: dark)").addEventListener("change", () => this.recolour());
     elements.map.addEventListener("pointermove", (event) => this.hover(event));
     elements.map.addEventListener("pointerleave", () => this.showTip(-1));
-    elements.map.addEventListener("click", (event) => this.openAt(this.numberAt(event)));
+    elements.map.addEventListener("pointerdown", (event) => this.hover(event));
+    elements.map.addEventListener("click", () => this.openAt(this.under));
     elements.map.addEventListener("keydown", (event) => this.key(event));
     elements.map.addEventListener("blur", () => this.moveTo(-1));
     this.layOut();
@@ -83,16 +98,17 @@ export class Picture {
     this.numberOfPixel = new Int32Array(width * height).fill(-1);
     this.pixelOf = new Int32Array(this.model.count);
     for (const block of blocks) this.place(block);
-    for (const canvas of [this.elements.bitmap]) Object.assign(canvas, {width, height});
+    Object.assign(this.elements.bitmap, {width, height});
     this.pixels = this.context.createImageData(width, height);
     this.words = new Uint32Array(this.pixels.data.buffer);
-    this.elements.labels.replaceChildren(...blocks.filter((block) => block.w > 8 * block.name.length * 0.7).map((block) => {
+    this.elements.labels.replaceChildren(...blocks.map((block) => {
       const label = document.createElement("span");
       label.textContent = block.name;
       label.style.left = `${block.x}px`;
       label.style.top = `${block.y - LABEL}px`;
       return label;
     }));
+    this.glow.layOut(width, height);
     this.recolour();
   }
 
@@ -119,10 +135,12 @@ export class Picture {
     const ink = colour(style, "--ink");
     const word = ([r, g, b]) => (255 << 24) | (b << 16) | (g << 8) | r;
     const bases = [0.07, 0.14, 0.23, 0.36].map((share) => mixed(ground, ink, share));
-    const overlays = [mixed(ground, ink, 0.05), mixed(ground, ink, 0.6), accent];
-    // By level, then by colour of an overlay; each from plain to lit.
-    this.palette = [...bases, ...overlays].map((base) =>
-      Uint32Array.from({length: SHADES + 1}, (_, n) => word(mixed(base, accent, n === 0 ? 0 : 0.25 + 0.75 * n / SHADES))));
+    const overlays = [mixed(ground, ink, 0.08), mixed(ground, ink, 0.55), accent];
+    this.glow.colour(accent);
+    // By level, each from plain to lit; then the colours of an overlay, whatever moves.
+    const lit = (n) => (n === 0 ? 0 : 0.25 + 0.75 * n / SHADES);
+    const shades = (base, share) => Uint32Array.from({length: SHADES + 1}, (_, n) => word(mixed(base, accent, share(n))));
+    this.palette = [...bases.map((base) => shades(base, lit)), ...overlays.map((base) => shades(base, () => 0))];
     this.words.fill(word(ground));
     for (let number = 0; number < this.model.count; ++number) this.paint(number);
     this.context.putImageData(this.pixels, 0, 0);
@@ -156,6 +174,7 @@ export class Picture {
     }
     if (this.hot.length > 0) this.context.putImageData(this.pixels, 0, 0);
     this.hot.length = kept;
+    this.glow.draw(this.overlay ? [] : this.hot, this.heat, this.pixelOf);
     if (this.cursor >= 0) this.showTip(this.cursor);
   }
 
@@ -168,7 +187,8 @@ export class Picture {
 
   hover(event) {
     this.cursor = -1;
-    this.showTip(this.numberAt(event), event.clientX, event.clientY);
+    this.under = this.numberAt(event);
+    this.showTip(this.under, event.clientX, event.clientY);
   }
 
   openAt(number) {
@@ -180,7 +200,8 @@ export class Picture {
     if (event.key === "Enter") return this.openAt(this.cursor);
     if (!(event.key in steps)) return;
     event.preventDefault();
-    let pixel = this.cursor < 0 ? this.pixelOf[0] - steps[event.key] : this.pixelOf[this.cursor];
+    const first = this.numberOfPixel.findIndex((number) => number >= 0);
+    let pixel = this.cursor < 0 ? first - steps[event.key] : this.pixelOf[this.cursor];
     do pixel += steps[event.key];
     while (pixel >= 0 && pixel < this.numberOfPixel.length && this.numberOfPixel[pixel] < 0);
     if (pixel >= 0 && pixel < this.numberOfPixel.length) this.moveTo(this.numberOfPixel[pixel]);
@@ -201,7 +222,8 @@ export class Picture {
     const x = this.pixelOf[number] % this.width;
     const y = Math.floor(this.pixelOf[number] / this.width);
     cursor.style.transform = `translate(${x - 3}px, ${y - 3}px)`;
-    tip.replaceChildren(...[this.image.name(number) || "no name", this.model.text(number), this.image.valueText(number)].map((text) => {
+    const texts = [this.image.name(number) || "no name", this.model.text(number), this.image.valueText(number), this.note(number)];
+    tip.replaceChildren(...texts.filter(Boolean).map((text) => {
       const line = document.createElement("span");
       line.textContent = text;
       return line;
@@ -212,5 +234,3 @@ export class Picture {
     tip.style.top = `${top + tip.offsetHeight > innerHeight ? top - tip.offsetHeight - 28 : top}px`;
   }
 }
-
-export {LEVELS, OVERLAY_COLOURS};

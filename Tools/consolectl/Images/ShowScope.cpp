@@ -46,6 +46,15 @@ bool IsSafe(const CBMAContainer& image, const stAddress& address)
     return !HasFlag(image, &CBMAContainer::GetPPCSafeScope, address);
 }
 
+std::unique_ptr<CBMAContainer> MakeRecalled(const CBMAContainer& live, CBMAContainer& show, const std::vector<stPattern>& safe)
+{
+    auto pRecalled = std::make_unique<CBMAContainer>(live);
+    pRecalled->SetUseSimplePPCSender(false);
+    SetSafeFlags(*pRecalled, safe);
+    pRecalled->ImportScopedParameters(show, true, true);
+    return pRecalled;
+}
+
 stShowCount stShowCounts::Sum() const
 {
     stShowCount sum;

@@ -3,6 +3,7 @@
 
 #include "Images/Address.h"
 
+#include <memory>
 #include <vector>
 
 typedef void (CBMAContainer::*tSetFlag)(tagenPPCMessageType, tagenVirtualPathType, int, int, int);
@@ -16,6 +17,9 @@ void SetSafeFlags(CBMAContainer& image, const std::vector<stPattern>& safe);
 bool IsStored(const CBMAContainer& image, const stAddress& address);
 bool IsRecalled(const CBMAContainer& image, const stAddress& address);
 bool IsSafe(const CBMAContainer& image, const stAddress& address);
+
+// The MC's image as it would be after a recall, with the flags that decide.
+std::unique_ptr<CBMAContainer> MakeRecalled(const CBMAContainer& live, CBMAContainer& show, const std::vector<stPattern>& safe);
 
 // What is done with the parameters of a type, or of all.
 struct stShowCount

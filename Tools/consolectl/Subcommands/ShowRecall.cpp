@@ -23,16 +23,6 @@ int OpenBoth(const stShowOptions& options, std::unique_ptr<CBMAContainer>& pShow
     return pClient->Open();
 }
 
-// The MC's image as it would be after a recall, with the flags that decide.
-std::unique_ptr<CBMAContainer> MakeTarget(const CBMAContainer& live, CBMAContainer& show, const std::vector<stPattern>& safe)
-{
-    auto pTarget = std::make_unique<CBMAContainer>(live);
-    pTarget->SetUseSimplePPCSender(false);
-    SetSafeFlags(*pTarget, safe);
-    pTarget->ImportScopedParameters(show, true, true);
-    return pTarget;
-}
-
 stShowCounts Count(const CBMAContainer& show, const CBMAContainer& target, const std::vector<stAddress>& moved)
 {
     stShowCounts counts;
@@ -62,7 +52,7 @@ int RecallShow(const stShowOptions& options)
     {
         return nStatus;
     }
-    const std::unique_ptr<CBMAContainer> pTarget = MakeTarget(pClient->Image(), *pShow, safe);
+    const std::unique_ptr<CBMAContainer> pTarget = MakeRecalled(pClient->Image(), *pShow, safe);
     const std::vector<stAddress> moved = FindDifferences(pClient->Image(), *pTarget);
     std::vector<stChange> changes(moved.size());
     std::transform(moved.begin(), moved.end(), changes.begin(),
@@ -101,7 +91,7 @@ int PreviewShow(const stShowOptions& options)
         return nStatus;
     }
     const CBMAContainer& live = pClient->Image();
-    const std::unique_ptr<CBMAContainer> pTarget = MakeTarget(live, *pShow, safe);
+    const std::unique_ptr<CBMAContainer> pTarget = MakeRecalled(live, *pShow, safe);
     {
         CShortTable table(options.nCount,
                           {{"time", 0}, {"sender", 0}, {"address", 26}, {"name", 18}, {"now", -12}, {"show", -12}, {"reason", 1}});

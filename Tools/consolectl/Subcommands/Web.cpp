@@ -7,10 +7,13 @@
 #include "Web/LiveView.h"
 #include "Web/Model.h"
 #include "Web/Page.h"
+#ifdef CONSOLECTL_HAVE_SHOWS
+#include "Web/Shows.h"
+#endif
 
 #include <algorithm>
+#include <fstream>
 #include <memory>
-#include <random>
 
 namespace
 {
@@ -25,13 +28,46 @@ struct stOptions
     std::string strListen = "127.0.0.1";
     int nPort = 8060;
     double dTimeout = 0;
+    std::string strShows;
+    std::vector<std::string> safe;
 };
 
-// 128 bits of the system's, in hexadecimal digits.
+#ifdef CONSOLECTL_HAVE_SHOWS
+void AddShowOptions(CCommand& command, stOptions& options)
+{
+    command.Option("--shows", options.strShows, "A file of shows that can be laid over the picture").File();
+    command.Option("--safe", options.safe, "What a recall would leave as it is, such as \"MicInput/0-7/*/*\"")
+        .Type("ADDRESS")
+        .Repeated();
+}
+
+// Null and no error where none are wanted.
+std::unique_ptr<IShows> OpenShows(const stOptions& options, std::string& strError)
+{
+    const std::vector<stPattern> safe = ParsePatterns(options.safe);
+    auto pShows = std::make_unique<CShows>(options.strShows, safe);
+    strError = options.strShows.empty() ? std::string() : pShows->Read();
+    return options.strShows.empty() ? nullptr : std::move(pShows);
+}
+#else
+void AddShowOptions(CCommand&, stOptions&) {}
+
+std::unique_ptr<IShows> OpenShows(const stOptions&, std::string&)
+{
+    return nullptr;
+}
+#endif
+
+// 128 bits of the system's, in hexadecimal digits; empty when it has none.
 std::string MakeToken()
 {
-    std::random_device random;
-    return Format("%08x%08x%08x%08x", random(), random(), random(), random());
+    std::ifstream random("/dev/urandom", std::ios::binary);
+    std::string strToken;
+    for (int nByte = 0; nByte < 16; ++nByte)
+    {
+        strToken += Format("%02x", static_cast<unsigned int>(random.get()) & 0xffU);
+    }
+    return random.good() ? strToken : std::string();
 }
 
 std::vector<stWebFile> MakeFiles()
@@ -44,9 +80,9 @@ std::vector<stWebFile> MakeFiles()
 class CWeb
 {
 public:
-    explicit CWeb(const stOptions& options)
+    CWeb(const stOptions& options, IShows* pShows)
         : m_Options(options), m_strToken(IsLoopback(options.strListen) ? "" : MakeToken()),
-          m_View(options.traffic.link, m_strToken, [this](const stChange& change) { Queue(change); }),
+          m_View(options.traffic.link, m_strToken, pShows, [this](const stChange& change) { Queue(change); }),
           m_Server(MakeFiles(), [this] { return m_View.MakeBrowser(); }), m_Handler(false)
     {
     }
@@ -76,6 +112,10 @@ private:
 
 int CWeb::Run()
 {
+    if (m_strToken.empty() && !IsLoopback(m_Options.strListen))
+    {
+        return Fail("/dev/urandom gives no token, without which no page beyond this machine may be let in");
+    }
     const std::unique_ptr<CTraffic> pTraffic = OpenTraffic(m_Options.traffic);
     if (pTraffic == nullptr)
     {
@@ -130,11 +170,19 @@ void AddWeb(CCommand& console)
                 "Address of this machine that browsers come to; other machines reach the page only when it is one of theirs")
         .Type("ADDRESS");
     command.Option("--web-port", pOptions->nPort, "Port that browsers come to; 0: any that is free").Within(0, 65535);
+    AddShowOptions(command, *pOptions);
     command.Option("--timeout", pOptions->dTimeout, "Stop after so many seconds; 0: at Ctrl-C").Within(0, 86400);
     command.Footer(
         "consolectl web\n"
         "consolectl web --listen 192.168.1.20\n"
+        "consolectl web --shows SHOWS\n"
         "\n"
         "Beyond this machine a page may look, and change only what the address with the token, which is printed, lets it.");
-    command.RunsUntilStopped([pOptions] { return std::make_unique<CWeb>(*pOptions)->Run(); });
+    command.RunsUntilStopped(
+        [pOptions]
+        {
+            std::string strError;
+            const std::unique_ptr<IShows> pShows = OpenShows(*pOptions, strError);
+            return strError.empty() ? std::make_unique<CWeb>(*pOptions, pShows.get())->Run() : Fail(strError);
+        });
 }

@@ -52,7 +52,42 @@ void AppendValue(std::string& strBytes, const stAddress& address, const stValue&
     Append(strBytes, unBits);
 }
 
+// A count, and each parameter with its value.
+void AppendValues(std::string& strBytes, const std::vector<std::uint32_t>& parameters, const CBMAContainer& image)
+{
+    Append(strBytes, static_cast<std::uint32_t>(parameters.size()));
+    for (const std::uint32_t unParameter : parameters)
+    {
+        const int nType = TypeOf(unParameter);
+        const stAddress address =
+            AddressAt(static_cast<tagenPPCMessageType>(nType), static_cast<int>(unParameter - FirstOf(nType)));
+        Append(strBytes, unParameter);
+        AppendValue(strBytes, address, ReadValue(image, address));
+    }
+}
+
 } // namespace
+
+std::uint32_t ParameterNumber(const stAddress& address)
+{
+    return FirstOf(address.enType) + static_cast<std::uint32_t>(NumberOf(address));
+}
+
+tFrame MakeShowFrame(const std::vector<unsigned char>& marks, const CBMAContainer& show)
+{
+    std::string strBytes(1, static_cast<char>(enFrameShow));
+    strBytes.append(marks.begin(), marks.end());
+    std::vector<std::uint32_t> different;
+    for (std::uint32_t unParameter = 0; unParameter < marks.size(); ++unParameter)
+    {
+        if ((marks[unParameter] & enMarkDiffers) != 0)
+        {
+            different.push_back(unParameter);
+        }
+    }
+    AppendValues(strBytes, different, show);
+    return std::make_shared<const std::string>(std::move(strBytes));
+}
 
 CFrames::CFrames(CShadow& shadow) : m_Shadow(shadow), m_ChangedIn(static_cast<std::size_t>(c_nParameters)) {}
 
@@ -61,7 +96,7 @@ void CFrames::Take()
     const std::uint32_t unFrame = m_unNumber + 1;
     for (const stImageChange& change : m_Shadow.GetChanges())
     {
-        const std::uint32_t unParameter = FirstOf(change.address.enType) + static_cast<std::uint32_t>(NumberOf(change.address));
+        const std::uint32_t unParameter = ParameterNumber(change.address);
         if (m_ChangedIn[unParameter] != unFrame)
         {
             m_ChangedIn[unParameter] = unFrame;
@@ -131,14 +166,6 @@ tFrame CFrames::MakeChanges(const std::vector<std::uint32_t>& parameters)
         return MakeImage();
     }
     std::string strBytes(1, static_cast<char>(enFrameChanges));
-    Append(strBytes, static_cast<std::uint32_t>(parameters.size()));
-    for (const std::uint32_t unParameter : parameters)
-    {
-        const int nType = TypeOf(unParameter);
-        const stAddress address =
-            AddressAt(static_cast<tagenPPCMessageType>(nType), static_cast<int>(unParameter - FirstOf(nType)));
-        Append(strBytes, unParameter);
-        AppendValue(strBytes, address, ReadValue(m_Shadow.Image(), address));
-    }
+    AppendValues(strBytes, parameters, m_Shadow.Image());
     return std::make_shared<const std::string>(std::move(strBytes));
 }

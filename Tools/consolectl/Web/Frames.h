@@ -19,8 +19,25 @@ enum enFrame : unsigned char
 
     // A count, and so often: a parameter's number as uint32, and its value as 4 bytes (float or int32), or 13 of a string. Numbers
     // go through all strings, then all rotaries, and so on, each in flat order.
-    enFrameChanges = 2
+    enFrameChanges = 2,
+
+    // A show beside the console: for each parameter a byte of enMark, in the order of their numbers; and then, as above, the show's
+    // values of those that differ.
+    enFrameShow = 3
 };
+
+enum enMark : unsigned char
+{
+    enMarkStored = 1, // the show holds a value
+    enMarkRecalled = 2,
+    enMarkDiffers = 4, // which is another than the MC's
+    enMarkMoves = 8    // a recall would change it
+};
+
+// A parameter's number in these.
+std::uint32_t ParameterNumber(const stAddress& address);
+
+tFrame MakeShowFrame(const std::vector<unsigned char>& marks, const CBMAContainer& show);
 
 // Remembers which parameters changed in which frame. The values that are told are those that the image has when a frame is made:
 // however often one changed, the newest alone. Belongs to one thread.

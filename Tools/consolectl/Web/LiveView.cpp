@@ -45,7 +45,11 @@ stChange ReadChange(const tJson& change)
 class CLiveView::CPage : public IBrowser
 {
 public:
-    explicit CPage(CLiveView& view) : m_View(view), m_bMayChange(view.m_strToken.empty()) {}
+    explicit CPage(CLiveView& view) : m_View(view), m_bMayChange(view.m_strToken.empty())
+    {
+        static const std::vector<std::string> c_None;
+        Answer({{"mayChange", m_bMayChange}, {"shows", view.m_pShows == nullptr ? c_None : view.m_pShows->GetNames()}});
+    }
 
     bool OnText(const std::string& strText) override
     {
@@ -81,6 +85,10 @@ public:
             m_unHealth = m_View.m_unHealth;
             return m_View.m_pHealth;
         }
+        if (const tFrame pShow = m_bShowWanted && m_View.m_Activity.Shadow().IsWhole() ? NextShow() : nullptr)
+        {
+            return pShow;
+        }
         if (!m_bVisible || m_unSeen == m_View.m_Frames.GetNumber())
         {
             return nullptr;
@@ -99,6 +107,8 @@ private:
             m_bMayChange = m_bMayChange || IsSame(text.at("token").get<std::string>(), m_View.m_strToken);
             Answer({{"mayChange", m_bMayChange}});
         }
+        m_strShow = text.value("show", m_strShow);
+        m_bShowWanted = m_View.m_pShows != nullptr && (text.contains("show") ? !m_strShow.empty() : m_bShowWanted);
         const tJson changes = text.value("set", tJson::array());
         if (!changes.empty() && !m_bMayChange)
         {
@@ -121,7 +131,22 @@ private:
         m_pAnswer = std::make_shared<const std::string>(answer.dump(-1, ' ', true, tJson::error_handler_t::replace));
     }
 
+    // The show that was asked for, unless it is too soon.
+    tFrame NextShow()
+    {
+        tFrame pFrame;
+        std::string strError;
+        m_bShowWanted = !m_View.m_pShows->Compare(m_strShow, m_View.m_Activity.Shadow().Image(), pFrame, strError);
+        if (!strError.empty())
+        {
+            Answer({{"refused", strError}});
+        }
+        return pFrame;
+    }
+
     CLiveView& m_View;
+    bool m_bShowWanted = false;
+    std::string m_strShow;
     bool m_bMayChange;
     bool m_bVisible = true;
     std::uint32_t m_unSeen = 0;
@@ -129,8 +154,9 @@ private:
     tFrame m_pAnswer;
 };
 
-CLiveView::CLiveView(const stMulticastLink& link, std::string strToken, std::function<void(const stChange&)> send)
-    : m_Link(link), m_strToken(std::move(strToken)), m_Send(std::move(send)), m_Activity(link), m_Frames(m_Activity.Shadow())
+CLiveView::CLiveView(const stMulticastLink& link, std::string strToken, IShows* pShows, std::function<void(const stChange&)> send)
+    : m_Link(link), m_strToken(std::move(strToken)), m_pShows(pShows), m_Send(std::move(send)), m_Activity(link),
+      m_Frames(m_Activity.Shadow())
 {
 }
 
@@ -138,6 +164,12 @@ void CLiveView::Take(stDatagram& datagram)
 {
     m_Activity.Take(datagram);
     m_Frames.Take();
+    if (m_Activity.Shadow().Follower().GetUpdatesApplied() != m_unApplied)
+    {
+        m_dLongestGap = m_unApplied == 0 ? 0 : std::max(m_dLongestGap, SecondsSince(m_LastUpdate));
+        m_LastUpdate = tSteadyClock::now();
+        m_unApplied = m_Activity.Shadow().Follower().GetUpdatesApplied();
+    }
 }
 
 void CLiveView::Next(const stTrafficLoss& loss, int nBrowsers)
@@ -147,6 +179,7 @@ void CLiveView::Next(const stTrafficLoss& loss, int nBrowsers)
     if (tSteadyClock::now() >= m_NextHealth)
     {
         m_pHealth = MakeHealth(loss, nBrowsers);
+        m_dLongestGap = 0;
         ++m_unHealth;
         m_NextHealth = tSteadyClock::now() + c_HealthPeriod;
     }
@@ -178,12 +211,12 @@ tFrame CLiveView::MakeHealth(const stTrafficLoss& loss, int nBrowsers)
     }
     const stReceiveStatistics statistics = shadow.Follower().GetStatistics();
     const auto count = [&](enReceiveCounter enCounter) { return statistics.aunCount[enCounter]; };
-    const tJson lost = {
+    const std::vector<std::pair<const char*, std::uint64_t>> lost = { // in the order in which a datagram meets them
         {"kernel", loss.unKernel},
         {"frame size", loss.unSize + count(enRejectedTooShort) + count(enRejectedPayload) + count(enRejectedTooLarge)},
         {"header", count(enRejectedHeader)},
         {"ring", count(enCountEvicted) + count(enCountMixed)},
-        {"fragments", m_Activity.GetLost()},
+        {"fragments", static_cast<std::uint64_t>(m_Activity.GetLost())},
         {"decode", count(enDecodeErrorNull) + count(enDecodeErrorInvalid) + count(enCountLengthMismatch)}};
     const tJson health = {{"health",
                            {{"link", LinkText(m_Link)},
@@ -191,6 +224,7 @@ tFrame CLiveView::MakeHealth(const stTrafficLoss& loss, int nBrowsers)
                             {"silent", m_Activity.SecondsSilent()},
                             {"whole", shadow.IsWhole()},
                             {"updates", second.PerSecond(second.dUpdates)},
+                            {"gap", m_dLongestGap},
                             {"requests", second.PerSecond(second.dRequests)},
                             {"browsers", nBrowsers},
                             {"types", types},

@@ -11,13 +11,26 @@
 #include <string>
 #include <vector>
 
+// Shows that a page can lay over the picture.
+class IShows
+{
+public:
+    virtual ~IShows() = default;
+
+    virtual const std::vector<std::string>& GetNames() = 0;
+
+    // One of them beside the MC, or why there is none; false: not yet, it was asked for too often.
+    virtual bool Compare(const std::string& strName, const CBMAContainer& live, tFrame& pFrame, std::string& strError) = 0;
+};
+
 // What every page is shown, made once for all of them. Pages get values frame by frame, and twice a second how the link is. Belongs
 // to one thread.
 class CLiveView
 {
 public:
-    // Changes of pages go to send. With a token only those pages may change anything that know it.
-    CLiveView(const stMulticastLink& link, std::string strToken, std::function<void(const stChange&)> send);
+    // Changes of pages go to send. With a token only those pages may change anything that know it. Shows: none, or those that there
+    // are, which have to stay.
+    CLiveView(const stMulticastLink& link, std::string strToken, IShows* pShows, std::function<void(const stChange&)> send);
 
     void Take(stDatagram& datagram);
 
@@ -35,10 +48,14 @@ private:
 
     const stMulticastLink m_Link;
     const std::string m_strToken;
+    IShows* const m_pShows;
     const std::function<void(const stChange&)> m_Send;
     CActivity m_Activity;
     CFrames m_Frames;
     tFrame m_pHealth;
     std::uint32_t m_unHealth = 0; // how many there were
     tSteadyClock::time_point m_NextHealth = {};
+    tSteadyClock::time_point m_LastUpdate = {};
+    std::uint32_t m_unApplied = 0;
+    double m_dLongestGap = 0; // seconds between updates, since health was told
 };

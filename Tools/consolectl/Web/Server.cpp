@@ -29,6 +29,7 @@ constexpr std::size_t c_unMostHeader = 8192;
 constexpr std::size_t c_unMostText = 4096; // of a page
 constexpr std::chrono::seconds c_RequestTime(10);
 constexpr std::chrono::seconds c_SilentTime(20);
+constexpr std::chrono::milliseconds c_LongestPoll(5); // whoever asks, the console's datagrams wait no longer
 
 typedef http::request<http::empty_body> tRequest;
 typedef http::response<http::string_body> tResponse;
@@ -317,8 +318,11 @@ unsigned int CWebServer::GetPort() const
 
 void CWebServer::Poll()
 {
+    const auto end = tSteadyClock::now() + c_LongestPoll;
     m_pState->context.restart();
-    m_pState->context.poll();
+    while (m_pState->context.poll_one() > 0 && tSteadyClock::now() < end)
+    {
+    }
 }
 
 void CWebServer::Send()
