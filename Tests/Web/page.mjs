@@ -138,6 +138,7 @@ async function search() {
   await page.keyboard.press("Escape");
   await page.keyboard.press("/");
   await page.fill("#search input", "nobody is called so");
+  expect(!(await page.isVisible("#tip")), "what is looked at no more is still marked on the picture");
   expect((await text(page, "#found")).includes("nothing is called so"), "nothing is found");
 }
 

@@ -99,6 +99,8 @@ def nonsense(port):
             live.until(lambda kind, content: kind == 8)
         except ConnectionError:
             pass
+        except AssertionError:
+            raise AssertionError(f'{text[:50]} does not end the connection') from None
     frames = [b'\xff' * 100, b'\x81\x05hello', b'\x8f\x80\0\0\0\0', b'\x89\xfe\x10\0' + b'x' * 5000, b'\x81\xff' + b'\xff' * 8 + b'x' * 100,
               b'\x80\x80\0\0\0\0', b'\x82\x83\0\0\0\0abc', b'\x81\x82\0\0\0\0\xff\xfe', b'\x88\x81\0\0\0\0x']
     seeded = random.Random(1)

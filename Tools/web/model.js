@@ -106,10 +106,11 @@ export class Image {
     return typeof value === "string" ? `"${value}"` : Number.isInteger(value) ? String(value) : String(Number(value.toPrecision(6)));
   }
 
-  // Its path's name, and what it is there: "Lead Vocal Fader".
+  // Its path's name, or its group's, and what it is there: "Lead Vocal Fader", "SubMix Rotary".
   name(number) {
     const at = this.model.addressOf(number);
-    return [this.pathName(at.group, at.path), this.model.commonName(at)].filter(Boolean).join(" ");
+    const path = this.pathName(at.group, at.path) || this.model.groups[at.group].name;
+    return `${path} ${this.model.commonName(at) || this.model.types[at.type]}`;
   }
 
   pathName(group, path) {

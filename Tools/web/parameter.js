@@ -7,7 +7,11 @@ export class Parameter {
   constructor(model, image, set) {
     Object.assign(this, {model, image, number: -1, history: []});
     this.dialog = find("parameter");
-    const ask = () => set(this.number, find("parameter-value").value.replace(/^"|"$/g, ""));
+    const ask = () => {
+      this.edited = false;
+      set(this.number, find("parameter-value").value.replace(/^"|"$/g, ""));
+    };
+    find("parameter-value").addEventListener("input", () => (this.edited = true));
     find("parameter-set").addEventListener("click", ask);
     find("parameter-value").addEventListener("keydown", (event) => {
       if (event.key !== "Enter") return;
@@ -17,13 +21,14 @@ export class Parameter {
   }
 
   open(number) {
-    Object.assign(this, {number, history: []});
-    find("parameter-name").textContent = this.image.name(number) || "no name";
+    Object.assign(this, {number, history: [], edited: false});
+    find("parameter-name").textContent = this.image.name(number);
     find("parameter-address").textContent = this.model.text(number);
     find("parameter-value").value = this.image.valueText(number);
     this.say("");
     this.draw();
     this.dialog.showModal();
+    find("parameter-value").select();
   }
 
   // Its last values, one beside the other.
@@ -46,7 +51,7 @@ export class Parameter {
 
   changed(number) {
     if (number !== this.number || !this.dialog.open) return;
-    if (document.activeElement !== find("parameter-value")) find("parameter-value").value = this.image.valueText(number);
+    if (!this.edited) find("parameter-value").value = this.image.valueText(number);
     this.say(`now ${this.image.valueText(number)}`);
     this.history.push(Number(this.image.value(number)) || 0);
     if (this.history.length > POINTS) this.history.shift();

@@ -10,7 +10,7 @@ const SHELF = 8; // between rows of groups
 const BELOW = 4;
 const WIDEST = 180; // that a column may grow to for what stands below
 const LABEL = 14;
-const LETTER = 7; // of a label, about as wide
+const LETTER = 7.2; // of a label, about as wide
 const LEAST_ROWS = 8; // of a group that can be folded
 
 const STRING = 0, ROTARY = 1, SWITCH = 2, INTEGER = 3, FADER = 4, METER = 6;
@@ -222,7 +222,7 @@ export class Picture {
     const x = this.pixelOf[number] % this.width;
     const y = Math.floor(this.pixelOf[number] / this.width);
     cursor.style.transform = `translate(${x - 3}px, ${y - 3}px)`;
-    const texts = [this.image.name(number) || "no name", this.model.text(number), this.image.valueText(number), this.note(number)];
+    const texts = [this.image.name(number), this.model.text(number), this.image.valueText(number), this.note(number)];
     tip.replaceChildren(...texts.filter(Boolean).map((text) => {
       const line = document.createElement("span");
       line.textContent = text;

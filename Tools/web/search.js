@@ -1,6 +1,6 @@
 // Finds parameters by address or by name: as one types, the nearest first.
 
-const MOST = 12;
+const MOST = 8;
 
 export class Search {
   // found(number) when one was chosen; looked(number) when one is looked at.
@@ -10,7 +10,10 @@ export class Search {
     this.list = form.querySelector("ul");
     this.input.addEventListener("input", () => this.look());
     this.input.addEventListener("keydown", (event) => this.key(event));
-    this.input.addEventListener("blur", () => setTimeout(() => this.show([]), 150));
+    this.input.addEventListener("blur", () => {
+      this.show([]);
+      this.looked(-1);
+    });
     form.addEventListener("submit", (event) => {
       event.preventDefault();
       this.choose(Math.max(0, this.at));
@@ -39,10 +42,9 @@ export class Search {
         const wanted = low.split("/")[1];
         const byPath = byGroup && (wanted === undefined ? path === 0 : String(path).startsWith(wanted));
         if (!byPath && !own.toLowerCase().includes(low)) continue;
-        for (const common of this.model.common.filter((one) => one.params[group] >= 0 && !/^Common/.test(one.name))) {
-          hits.push(this.model.numberOf(common.type, group, path, common.params[group]));
-        }
-        if (byPath && !own) hits.push(this.firstOf(group, path));
+        const roles = this.model.common.filter((one) => one.params[group] >= 0 && !/^Common/.test(one.name));
+        hits.push(...roles.map((role) => this.model.numberOf(role.type, group, path, role.params[group])));
+        if (roles.length === 0) hits.push(this.firstOf(group, path));
       }
     }
     return [...new Set(hits)].slice(0, MOST);
@@ -60,10 +62,13 @@ export class Search {
     this.list.replaceChildren(...hits.map((number, n) => {
       const item = document.createElement("li");
       item.setAttribute("role", "option");
-      for (const text of [this.image.name(number) || "no name", this.model.text(number), this.image.valueText(number)]) {
+      for (const text of [this.image.name(number), this.model.text(number), this.image.valueText(number)]) {
         item.append(Object.assign(document.createElement("span"), {textContent: text}));
       }
-      item.addEventListener("pointerdown", () => this.choose(n));
+      item.addEventListener("pointerdown", (event) => {
+        event.preventDefault(); // the list stays until it has been chosen from
+        this.choose(n);
+      });
       return item;
     }));
     if (!this.list.hidden && hits.length === 0) {
@@ -86,7 +91,6 @@ export class Search {
     if (this.hits[n] === undefined) return;
     const number = this.hits[n];
     this.input.blur();
-    this.list.hidden = true;
     this.found(number);
   }
 }

@@ -85,7 +85,11 @@ public:
             m_unHealth = m_View.m_unHealth;
             return m_View.m_pHealth;
         }
-        if (const tFrame pShow = m_bShowWanted && m_View.m_Activity.Shadow().IsWhole() ? NextShow() : nullptr)
+        if (!m_View.m_Activity.Shadow().IsWhole()) // values that nobody has sent are none
+        {
+            return nullptr;
+        }
+        if (const tFrame pShow = m_bShowWanted ? NextShow() : nullptr)
         {
             return pShow;
         }
@@ -104,7 +108,8 @@ private:
         m_bVisible = text.value("visible", m_bVisible);
         if (text.contains("token"))
         {
-            m_bMayChange = m_bMayChange || IsSame(text.at("token").get<std::string>(), m_View.m_strToken);
+            const bool bSame = IsSame(text.at("token").get<std::string>(), m_View.m_strToken);
+            m_bMayChange = m_bMayChange || bSame;
             Answer({{"mayChange", m_bMayChange}});
         }
         m_strShow = text.value("show", m_strShow);
