@@ -74,6 +74,8 @@ if "$@" --help | grep -q "^  show "; then # where there is SQLite
     refuse "a show's name has 1 to 64 characters" show save "$work/shows" "$(printf 'two\nlines')"
     refuse "NAME is required" show recall "$work/shows"
     refuse "subcommand is required" show
+    refuse '"Mic" is no parameter group' web --shows "$work/shows" --safe 'Mic/*/*/*'
+    refuse "--safe: it goes with --shows" web --safe 'MicInput/*/*/*'
     refuse '"Mic" is no parameter group' show save "$work/shows" Monday --scope 'Mic/*/*/*'
 fi
 refuse "names more than one parameter" follow --set 'MicInput/*/Fader/0=1'
@@ -120,6 +122,11 @@ refuse '"loud" is no value of type Fader' send --script <(echo '0 MicInput/0/Fad
 refuse "FILE is required" record
 refuse "--speed: Value -1 not in range" replay x --speed -1
 refuse "excludes" replay x --loop --at 3
+refuse "--web-port: Value 65536 not in range 0 to 65535" web --web-port 65536
+refuse "--timeout: Value -1 not in range" web --timeout -1
+refuse '"here" is no address' web --listen here
+refuse '"" is no address' web --listen ""
+refuse '"extra" is too much' web extra
 refuse '"up" is none of on, off' show scope x y --recall up
 
 refuse '"-x" is too much' verify a b -- -x
@@ -191,6 +198,12 @@ head -c 500000 /dev/zero >"$work/long"
 for file in /dev/zero "$work/fifo" "$work/long"; do
     expect 1 "no image: $file" timeout 10 "$@" verify "$file" "$work/long"
 done
+expect 1 "an address that isn't here" "$@" web --listen 203.0.113.9 --web-port 0 --timeout 1
+contains "203.0.113.9 port 0 can't be listened to: Cannot assign requested address"
+if "$@" --help | grep -q "^  show "; then
+    expect 1 "no file of shows" "$@" web --shows /nonexistent/shows --timeout 1
+    contains "/nonexistent/shows"
+fi
 expect 1 "no multicast route" unshare -n "$@" follow --timeout 1
 contains "can't be joined"
 expect 1 "no multicast route" unshare -n "$@" mc --seconds 0.2

@@ -8,6 +8,7 @@ import signal
 import socket
 import struct
 import subprocess
+import tempfile
 import time
 
 HOST = '127.0.0.1'
@@ -18,22 +19,26 @@ class Program:
     """A subcommand that goes on until it is stopped."""
 
     def __init__(self, command, *arguments):
-        self.process = subprocess.Popen([*command, *arguments], stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True)
-        self.head = ''
+        self.output = tempfile.TemporaryFile('w+')
+        self.process = subprocess.Popen([*command, *arguments], stdout=self.output, stderr=subprocess.STDOUT)
+
+    def said(self):
+        self.output.seek(0)
+        return self.output.read()
 
     def until(self, pattern):
-        while not (found := re.search(pattern, self.head)):
-            line = self.process.stdout.readline()
-            assert line, f'no "{pattern}" in: {self.head}'
-            self.head += line
+        end = time.monotonic() + LONGEST
+        while not (found := re.search(pattern, self.said())):
+            assert time.monotonic() < end and self.process.poll() is None, f'no "{pattern}" in: {self.said()}'
+            time.sleep(0.02)
         return found
 
     def stop(self):
         """What it printed, when it ends well."""
         self.process.send_signal(signal.SIGTERM)
-        rest, _ = self.process.communicate(timeout=LONGEST)
-        assert self.process.returncode == 0, f'status {self.process.returncode}: {self.head}{rest}'
-        return self.head + rest
+        self.process.wait(LONGEST)
+        assert self.process.returncode == 0, f'status {self.process.returncode}: {self.said()}'
+        return self.said()
 
     def cpu_seconds(self):
         fields = open(f'/proc/{self.process.pid}/stat').read().rsplit(')', 1)[1].split()

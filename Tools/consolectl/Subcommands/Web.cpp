@@ -45,6 +45,10 @@ void AddShowOptions(CCommand& command, stOptions& options)
 std::unique_ptr<IShows> OpenShows(const stOptions& options, std::string& strError)
 {
     const std::vector<stPattern> safe = ParsePatterns(options.safe);
+    if (!safe.empty() && options.strShows.empty())
+    {
+        throw stWrongUse("--safe", "it goes with --shows");
+    }
     auto pShows = std::make_unique<CShows>(options.strShows, safe);
     strError = options.strShows.empty() ? std::string() : pShows->Read();
     return options.strShows.empty() ? nullptr : std::move(pShows);
@@ -82,7 +86,8 @@ class CWeb
 public:
     CWeb(const stOptions& options, IShows* pShows)
         : m_Options(options), m_strToken(IsLoopback(options.strListen) ? "" : MakeToken()),
-          m_View(options.traffic.link, m_strToken, pShows, [this](const stChange& change) { Queue(change); }),
+          m_View({options.traffic.link, LinkText(options.traffic.link), m_strToken, pShows},
+                 [this](const stChange& change) { Queue(change); }),
           m_Server(MakeFiles(), [this] { return m_View.MakeBrowser(); }), m_Handler(false)
     {
     }
@@ -95,6 +100,14 @@ private:
     {
         QueueChange(m_Handler, change);
         ++m_lChanges;
+    }
+    // As a browser has it; of an address that stands for all of this machine's, the one that it has towards the console.
+    std::string PageAddress() const
+    {
+        const std::string strOwn = IsAnyAddress(m_Options.strListen) ? OwnAddress(m_Options.traffic.link) : m_Options.strListen;
+        const bool bSix = strOwn.find(':') != std::string::npos;
+        return Format("http://%s%s%s:%u/%s%s", bSix ? "[" : "", strOwn.c_str(), bSix ? "]" : "", m_Server.GetPort(),
+                      m_strToken.empty() ? "" : "#", m_strToken.c_str());
     }
     bool IsOver() const
     {
@@ -131,8 +144,8 @@ int CWeb::Run()
     {
         return Fail("nothing can be sent: " + LinkText(m_Options.traffic.link));
     }
-    Line("the page: http://%s:%u/%s", m_Options.strListen.c_str(), m_Server.GetPort(),
-         m_strToken.empty() ? "" : ("#" + m_strToken).c_str());
+    const std::string strPage = PageAddress();
+    PrintResult("the page: " + strPage, {{"page", strPage}});
     double dNextFrame = 0;
     stDatagram datagram;
     while (!IsOver())
@@ -145,7 +158,8 @@ int CWeb::Run()
         m_Server.Poll();
         if (SecondsSince(m_Start) >= dNextFrame)
         {
-            dNextFrame = std::max(dNextFrame + c_dFramePeriod, SecondsSince(m_Start));
+            dNextFrame += c_dFramePeriod;
+            dNextFrame = dNextFrame < SecondsSince(m_Start) ? SecondsSince(m_Start) : dNextFrame; // frames that are missed are left out
             m_View.Next(pTraffic->GetLoss(), m_Server.CountBrowsers());
             m_Handler.SendAll();
             m_Server.Send();
@@ -168,9 +182,11 @@ void AddWeb(CCommand& console)
     command
         .Option("--listen", pOptions->strListen,
                 "Address of this machine that browsers come to; other machines reach the page only when it is one of theirs")
-        .Type("ADDRESS");
+        .Type("ADDRESS")
+        .Check(CheckAddress);
     command.Option("--web-port", pOptions->nPort, "Port that browsers come to; 0: any that is free").Within(0, 65535);
     AddShowOptions(command, *pOptions);
+    AddFormatOption(command);
     command.Option("--timeout", pOptions->dTimeout, "Stop after so many seconds; 0: at Ctrl-C").Within(0, 86400);
     command.Footer(
         "consolectl web\n"

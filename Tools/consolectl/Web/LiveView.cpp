@@ -45,10 +45,10 @@ stChange ReadChange(const tJson& change)
 class CLiveView::CPage : public IBrowser
 {
 public:
-    explicit CPage(CLiveView& view) : m_View(view), m_bMayChange(view.m_strToken.empty())
+    explicit CPage(CLiveView& view) : m_View(view), m_bMayChange(view.m_Seen.strToken.empty())
     {
         static const std::vector<std::string> c_None;
-        Answer({{"mayChange", m_bMayChange}, {"shows", view.m_pShows == nullptr ? c_None : view.m_pShows->GetNames()}});
+        Answer({{"mayChange", m_bMayChange}, {"shows", view.m_Seen.pShows == nullptr ? c_None : view.m_Seen.pShows->GetNames()}});
     }
 
     bool OnText(const std::string& strText) override
@@ -108,12 +108,12 @@ private:
         m_bVisible = text.value("visible", m_bVisible);
         if (text.contains("token"))
         {
-            const bool bSame = IsSame(text.at("token").get<std::string>(), m_View.m_strToken);
+            const bool bSame = IsSame(text.at("token").get<std::string>(), m_View.m_Seen.strToken);
             m_bMayChange = m_bMayChange || bSame;
             Answer({{"mayChange", m_bMayChange}});
         }
         m_strShow = text.value("show", m_strShow);
-        m_bShowWanted = m_View.m_pShows != nullptr && (text.contains("show") ? !m_strShow.empty() : m_bShowWanted);
+        m_bShowWanted = m_View.m_Seen.pShows != nullptr && (text.contains("show") ? !m_strShow.empty() : m_bShowWanted);
         const tJson changes = text.value("set", tJson::array());
         if (!changes.empty() && !m_bMayChange)
         {
@@ -141,10 +141,11 @@ private:
     {
         tFrame pFrame;
         std::string strError;
-        m_bShowWanted = !m_View.m_pShows->Compare(m_strShow, m_View.m_Activity.Shadow().Image(), pFrame, strError);
+        m_bShowWanted = !m_View.m_Seen.pShows->Compare(m_strShow, m_View.m_Activity.Shadow().Image(), pFrame, strError);
         if (!strError.empty())
         {
             Answer({{"refused", strError}});
+            return std::move(m_pAnswer);
         }
         return pFrame;
     }
@@ -159,9 +160,8 @@ private:
     tFrame m_pAnswer;
 };
 
-CLiveView::CLiveView(const stMulticastLink& link, std::string strToken, IShows* pShows, std::function<void(const stChange&)> send)
-    : m_Link(link), m_strToken(std::move(strToken)), m_pShows(pShows), m_Send(std::move(send)), m_Activity(link),
-      m_Frames(m_Activity.Shadow())
+CLiveView::CLiveView(stSeen seen, std::function<void(const stChange&)> send)
+    : m_Seen(std::move(seen)), m_Send(std::move(send)), m_Activity(m_Seen.link), m_Frames(m_Activity.Shadow())
 {
 }
 
@@ -216,7 +216,8 @@ tFrame CLiveView::MakeHealth(const stTrafficLoss& loss, int nBrowsers)
     }
     const stReceiveStatistics statistics = shadow.Follower().GetStatistics();
     const auto count = [&](enReceiveCounter enCounter) { return statistics.aunCount[enCounter]; };
-    const std::vector<std::pair<const char*, std::uint64_t>> lost = { // in the order in which a datagram meets them
+    const std::vector<std::pair<const char*, std::uint64_t>> lost = {
+        // in the order in which a datagram meets them
         {"kernel", loss.unKernel},
         {"frame size", loss.unSize + count(enRejectedTooShort) + count(enRejectedPayload) + count(enRejectedTooLarge)},
         {"header", count(enRejectedHeader)},
@@ -224,7 +225,7 @@ tFrame CLiveView::MakeHealth(const stTrafficLoss& loss, int nBrowsers)
         {"fragments", static_cast<std::uint64_t>(m_Activity.GetLost())},
         {"decode", count(enDecodeErrorNull) + count(enDecodeErrorInvalid) + count(enCountLengthMismatch)}};
     const tJson health = {{"health",
-                           {{"link", LinkText(m_Link)},
+                           {{"link", m_Seen.strLink},
                             {"mc", m_Activity.SecondsSilent() < 0 ? "" : shadow.GetMC().AddressText()},
                             {"silent", m_Activity.SecondsSilent()},
                             {"whole", shadow.IsWhole()},

@@ -23,14 +23,22 @@ public:
     virtual bool Compare(const std::string& strName, const CBMAContainer& live, tFrame& pFrame, std::string& strError) = 0;
 };
 
+// What there is to see.
+struct stSeen
+{
+    stMulticastLink link;
+    std::string strLink;      // in words
+    std::string strToken;     // when there is one, only those pages may change anything that know it
+    IShows* pShows = nullptr; // which have to stay; null: none
+};
+
 // What every page is shown, made once for all of them. Pages get values frame by frame, and twice a second how the link is. Belongs
 // to one thread.
 class CLiveView
 {
 public:
-    // Changes of pages go to send. With a token only those pages may change anything that know it. Shows: none, or those that there
-    // are, which have to stay.
-    CLiveView(const stMulticastLink& link, std::string strToken, IShows* pShows, std::function<void(const stChange&)> send);
+    // Changes of pages go to send.
+    CLiveView(stSeen seen, std::function<void(const stChange&)> send);
 
     void Take(stDatagram& datagram);
 
@@ -46,9 +54,7 @@ private:
 
     tFrame MakeHealth(const stTrafficLoss& loss, int nBrowsers);
 
-    const stMulticastLink m_Link;
-    const std::string m_strToken;
-    IShows* const m_pShows;
+    const stSeen m_Seen;
     const std::function<void(const stChange&)> m_Send;
     CActivity m_Activity;
     CFrames m_Frames;

@@ -50,11 +50,25 @@ std::string NameOfHost(const std::string& strHost, unsigned int unPort)
 
 } // namespace
 
+std::string CheckAddress(const std::string& strText)
+{
+    tError error;
+    asio::ip::make_address(strText, error);
+    return error ? "\"" + Printable(strText) + "\" is no address" : std::string();
+}
+
 bool IsLoopback(const std::string& strAddress)
 {
     tError error;
     const asio::ip::address address = asio::ip::make_address(strAddress, error);
     return !error && address.is_loopback();
+}
+
+bool IsAnyAddress(const std::string& strAddress)
+{
+    tError error;
+    const asio::ip::address address = asio::ip::make_address(strAddress, error);
+    return !error && address.is_unspecified();
 }
 
 struct CWebServer::stState
@@ -286,7 +300,7 @@ std::string CWebServer::Open(const std::string& strAddress, unsigned int unPort)
     const asio::ip::address address = asio::ip::make_address(strAddress, error);
     if (error)
     {
-        return strAddress + " is no address";
+        return CheckAddress(strAddress);
     }
     const tTcp::endpoint endpoint(address, static_cast<unsigned short>(unPort));
     state.acceptor.open(endpoint.protocol(), error);

@@ -61,5 +61,11 @@ private:
     const std::unique_ptr<stState> m_pState;
 };
 
+// Empty, or why the text is none that can be listened to.
+std::string CheckAddress(const std::string& strText);
+
 // Whether only this machine reaches an address that is listened to.
 bool IsLoopback(const std::string& strAddress);
+
+// Whether it stands for all addresses of this machine.
+bool IsAnyAddress(const std::string& strAddress);
