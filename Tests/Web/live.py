@@ -18,9 +18,9 @@ LONGEST = 10.0  # seconds that anything is waited for
 class Program:
     """A subcommand that goes on until it is stopped."""
 
-    def __init__(self, command, *arguments):
+    def __init__(self, command, *arguments, **how):
         self.output = tempfile.TemporaryFile('w+')
-        self.process = subprocess.Popen([*command, *arguments], stdout=self.output, stderr=subprocess.STDOUT)
+        self.process = subprocess.Popen([*command, *arguments], stdout=self.output, stderr=subprocess.STDOUT, **how)
 
     def said(self):
         self.output.seek(0)

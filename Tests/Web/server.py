@@ -14,7 +14,9 @@ from live import HOST, Live, Program, allow_many_files, ask, connect, request, s
 ALL = 241339
 CHANGED, IMAGE = 2, 1
 FADER_1 = 'MicInput/1/Fader/0'
+HANDED_OVER = 3
 consolectl = sys.argv[1:]
+os.dup2(os.open(os.devnull, os.O_RDONLY), HANDED_OVER)  # so that nothing else is
 
 
 def read(address):
@@ -194,8 +196,24 @@ def stalled(web, seconds):
         live.connection.close()
 
 
+def handed_over():
+    """A socket that listens already, as the system hands it to a service; one whose address isn't this machine's alone needs a token."""
+    for address, token in ((HOST, False), ('0.0.0.0', True)):
+        with socket.socket() as listening:
+            listening.bind((address, 0))
+            listening.listen()
+            port = listening.getsockname()[1]
+            web = Program(['sh', '-c', 'LISTEN_FDS=1 LISTEN_PID=$$ exec "$@"', 'sh'], *consolectl, 'web', pass_fds=[HANDED_OVER],
+                          preexec_fn=lambda: os.dup2(listening.fileno(), HANDED_OVER))
+        page = web.until(r'the page: (\S+)').group(1)
+        assert page.startswith(f'http://{HOST}:{port}/') and ('#' in page) == token, page
+        assert ask(port, request(port))[0] == 200
+        web.stop()
+
+
 def main():
     allow_many_files()
+    handed_over()
     mc = Program(consolectl, 'mc', '--seconds', '200')
     web = start_web(consolectl)
     live = Live(web.port)

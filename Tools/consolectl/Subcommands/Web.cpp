@@ -27,6 +27,7 @@ struct stOptions
     stTrafficOptions traffic;
     std::string strListen = "127.0.0.1";
     int nPort = 8060;
+    int nSocket = -1; // that listens already
     double dTimeout = 0;
     std::string strShows;
     std::vector<std::string> safe;
@@ -134,7 +135,7 @@ int CWeb::Run()
     {
         return enExitFailed;
     }
-    const std::string strError = m_Server.Open(m_Options.strListen, static_cast<unsigned int>(m_Options.nPort));
+    const std::string strError = m_Server.Open(m_Options.strListen, static_cast<unsigned int>(m_Options.nPort), m_Options.nSocket);
     if (!strError.empty())
     {
         return Fail(strError);
@@ -159,7 +160,8 @@ int CWeb::Run()
         if (SecondsSince(m_Start) >= dNextFrame)
         {
             dNextFrame += c_dFramePeriod;
-            dNextFrame = dNextFrame < SecondsSince(m_Start) ? SecondsSince(m_Start) : dNextFrame; // frames that are missed are left out
+            dNextFrame =
+                dNextFrame < SecondsSince(m_Start) ? SecondsSince(m_Start) : dNextFrame; // frames that are missed are left out
             m_View.Next(pTraffic->GetLoss(), m_Server.CountBrowsers());
             m_Handler.SendAll();
             m_Server.Send();
@@ -197,6 +199,9 @@ void AddWeb(CCommand& console)
     command.RunsUntilStopped(
         [pOptions]
         {
+            const stHandedOver handedOver = TakeHandedOver();
+            pOptions->nSocket = handedOver.nSocket;
+            pOptions->strListen = handedOver.nSocket >= 0 ? handedOver.strAddress : pOptions->strListen;
             std::string strError;
             const std::unique_ptr<IShows> pShows = OpenShows(*pOptions, strError);
             return strError.empty() ? std::make_unique<CWeb>(*pOptions, pShows.get())->Run() : Fail(strError);

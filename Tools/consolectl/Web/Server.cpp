@@ -10,8 +10,13 @@
 
 #include <algorithm>
 #include <chrono>
+#include <cstdlib>
 #include <optional>
 #include <set>
+
+#include <fcntl.h>
+#include <sys/socket.h>
+#include <unistd.h>
 
 namespace asio = boost::asio;
 namespace beast = boost::beast;
@@ -223,6 +228,19 @@ struct CWebServer::stState
         return strName == "localhost" || std::find(names.begin(), names.end(), strName) != names.end();
     }
 
+    void Listen(const tTcp::endpoint& endpoint, int nSocket, tError& error)
+    {
+        if (nSocket >= 0)
+        {
+            acceptor.assign(endpoint.protocol(), nSocket, error);
+            return;
+        }
+        acceptor.open(endpoint.protocol(), error);
+        error ? error : acceptor.set_option(asio::socket_base::reuse_address(true), error);
+        error ? error : acceptor.bind(endpoint, error);
+        error ? error : acceptor.listen(asio::socket_base::max_listen_connections, error);
+    }
+
     void Accept()
     {
         acceptor.async_accept(
@@ -293,7 +311,29 @@ CWebServer::CWebServer(std::vector<stWebFile> files, tMakeBrowser makeBrowser) :
 
 CWebServer::~CWebServer() = default;
 
-std::string CWebServer::Open(const std::string& strAddress, unsigned int unPort)
+stHandedOver TakeHandedOver()
+{
+    const auto is = [](const char* szName, const std::string& strText)
+    {
+        const char* const szValue = std::getenv(szName);
+        return szValue != nullptr && szValue == strText;
+    };
+    constexpr int c_nFirst = 3;
+    if (!is("LISTEN_FDS", "1") || !is("LISTEN_PID", std::to_string(::getpid())))
+    {
+        return {};
+    }
+    tTcp::endpoint endpoint;
+    socklen_t nSize = static_cast<socklen_t>(endpoint.capacity());
+    if (::getsockname(c_nFirst, endpoint.data(), &nSize) != 0)
+    {
+        return {};
+    }
+    ::fcntl(c_nFirst, F_SETFD, FD_CLOEXEC);
+    return {c_nFirst, endpoint.address().to_string()};
+}
+
+std::string CWebServer::Open(const std::string& strAddress, unsigned int unPort, int nSocket)
 {
     stState& state = *m_pState;
     tError error;
@@ -303,10 +343,7 @@ std::string CWebServer::Open(const std::string& strAddress, unsigned int unPort)
         return CheckAddress(strAddress);
     }
     const tTcp::endpoint endpoint(address, static_cast<unsigned short>(unPort));
-    state.acceptor.open(endpoint.protocol(), error);
-    error ? error : state.acceptor.set_option(asio::socket_base::reuse_address(true), error);
-    error ? error : state.acceptor.bind(endpoint, error);
-    error ? error : state.acceptor.listen(asio::socket_base::max_listen_connections, error);
+    state.Listen(endpoint, nSocket, error);
     if (error)
     {
         return Format("%s port %u can't be listened to: %s", strAddress.c_str(), unPort, error.message().c_str());

@@ -44,8 +44,8 @@ public:
     CWebServer(const CWebServer&) = delete;
     CWebServer& operator=(const CWebServer&) = delete;
 
-    // Empty, or why it can't listen there. Port 0: the system's choice.
-    std::string Open(const std::string& strAddress, unsigned int unPort);
+    // Empty, or why it can't listen there. Port 0: the system's choice. With a socket that listens already, that one is taken.
+    std::string Open(const std::string& strAddress, unsigned int unPort, int nSocket = -1);
     unsigned int GetPort() const;
 
     // What has come since, and what can go out.
@@ -60,6 +60,15 @@ private:
     struct stState;
     const std::unique_ptr<stState> m_pState;
 };
+
+// A socket that listens already, as the system hands it to a service: whoever starts this program opens it where browsers come
+// from, and this program may be elsewhere. -1: there is none.
+struct stHandedOver
+{
+    int nSocket = -1;
+    std::string strAddress;
+};
+stHandedOver TakeHandedOver();
 
 // Empty, or why the text is none that can be listened to.
 std::string CheckAddress(const std::string& strText);
