@@ -7,6 +7,7 @@ import {access} from "./access.mjs";
 import {design} from "./design.mjs";
 
 const ALL = 241339;
+const LONGEST = 1000; // ms that the page may stand still, on a busy machine
 const text = (page, selector) => page.textContent(selector);
 
 // A page in step with an MC.
@@ -185,7 +186,7 @@ async function all() {
     await sleep(1);
   });
   console.log(`   ${await page.evaluate(() => window.most)} values in one message; ${frames.count} frames, the longest ${Math.round(frames.longest)} ms`);
-  expect(frames.longest < 700, `the page stood still for ${frames.longest} ms`);
+  expect(frames.longest < LONGEST, `the page stood still for ${frames.longest} ms`);
   await compareImages(page, other, file);
 }
 
@@ -214,7 +215,7 @@ async function each() {
     }
   });
   console.log(`   ${frames.count} frames, the longest ${Math.round(frames.longest)} ms`);
-  expect(frames.longest < 700, `the page stood still for ${frames.longest} ms`);
+  expect(frames.longest < LONGEST, `the page stood still for ${frames.longest} ms`);
 }
 
 async function lost() {
@@ -223,7 +224,7 @@ async function lost() {
   const silent = await untilState(page, "silent", 5);
   console.log(`   silent after ${silent.toFixed(2)} s`);
   expect(silent < 1, `a lost MC is shown after ${silent} s`);
-  expect((await text(page, "#state")).includes("MC silent for"), `it says: ${await text(page, "#state")}`);
+  await until("for how long", async () => /MC silent for [1-3] s/.test(await text(page, "#state")));
   start("mc", "--seconds", "60");
   await untilState(page, "step");
   page.mayFail = true; // the browser says itself that a connection is refused
@@ -239,9 +240,10 @@ await runAll({
     const web = await startWeb();
     const page = await openPage(web.url);
     await untilState(page, "waiting");
+    expect(!(await page.isVisible(".strip:first-child .knob")), "a fader is shown whose level nobody has sent");
     start("mc", "--seconds", "60");
     await untilState(page, "step");
     expect(/^in step with [0-9.:]+$/.test(await text(page, "#state")), `it says: ${await text(page, "#state")}`);
   },
-  values, drag, keyboard, search, hover, all, each, lost, ...access(inStep), ...design(inStep, longestGap),
+  values, drag, keyboard, search, hover, all, each, lost, ...access(inStep), ...design(inStep, longestGap, LONGEST),
 });

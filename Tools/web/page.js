@@ -55,7 +55,8 @@ class Page {
       this.overlay.changed(number);
     });
     this.overlay.take(buffer);
-    if (!first) return;
+    if (!first || !this.image.whole) return;
+    document.documentElement.dataset.whole = "true";
     this.picture.recolour();
     this.channels.drawAll();
   }
@@ -84,7 +85,7 @@ class Page {
     const losing = this.health.losses.values.slice(-6).some((count) => count > 0);
     const [state, text] = !open ? ["gone", "consolectl is gone"]
       : !health || health.silent < 0 ? ["waiting", "waiting for an MC"]
-      : silent > SILENT ? ["silent", `MC silent for ${Math.floor(silent)} s`]
+      : silent > SILENT ? ["silent", silent < 1 ? "MC silent" : `MC silent for ${Math.floor(silent)} s`]
       : !health.whole ? ["waiting", "waiting for the whole image"]
       : losing ? ["losing", "losing updates"]
       : ["step", `in step with ${health.mc}`];

@@ -147,7 +147,7 @@ export class Picture {
   }
 
   paint(number) {
-    const row = this.overlay ? LEVELS + this.overlay[number] : levelOf(this.model.typeOfNumber[number], this.image.value(number));
+    const row = this.overlay ? LEVELS + this.overlay[number] : !this.image.whole ? 0 : levelOf(this.model.typeOfNumber[number], this.image.value(number));
     this.words[this.pixelOf[number]] = this.palette[row][Math.ceil(this.heat[number] * SHADES / 255)];
   }
 
