@@ -209,6 +209,8 @@ def handed_over():
         assert page.startswith(f'http://{HOST}:{port}/') and ('#' in page) == token, page
         assert ask(port, request(port))[0] == 200
         web.stop()
+    web = Program(['sh', '-c', 'LISTEN_FDS=1 LISTEN_PID=$$ exec "$@" 3>&-', 'sh'], *consolectl, 'web')
+    assert web.process.wait(10) == 1 and 'Bad file descriptor' in web.said(), web.said()
 
 
 def main():

@@ -325,10 +325,7 @@ stHandedOver TakeHandedOver()
     }
     tTcp::endpoint endpoint;
     socklen_t nSize = static_cast<socklen_t>(endpoint.capacity());
-    if (::getsockname(c_nFirst, endpoint.data(), &nSize) != 0)
-    {
-        return {};
-    }
+    ::getsockname(c_nFirst, endpoint.data(), &nSize); // when it is none, listening will tell
     ::fcntl(c_nFirst, F_SETFD, FD_CLOEXEC);
     return {c_nFirst, endpoint.address().to_string()};
 }
