@@ -202,8 +202,8 @@ void AddWeb(CCommand& console)
             const stHandedOver handedOver = TakeHandedOver();
             pOptions->nSocket = handedOver.nSocket;
             pOptions->strListen = handedOver.nSocket >= 0 ? handedOver.strAddress : pOptions->strListen;
-            std::string strError;
-            const std::unique_ptr<IShows> pShows = OpenShows(*pOptions, strError);
+            std::string strError = handedOver.strError;
+            const std::unique_ptr<IShows> pShows = strError.empty() ? OpenShows(*pOptions, strError) : nullptr;
             return strError.empty() ? std::make_unique<CWeb>(*pOptions, pShows.get())->Run() : Fail(strError);
         });
 }

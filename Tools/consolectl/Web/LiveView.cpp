@@ -89,7 +89,7 @@ public:
         {
             return nullptr;
         }
-        if (const tFrame pShow = m_bShowWanted ? NextShow() : nullptr)
+        if (tFrame pShow = m_bShowWanted ? NextShow() : nullptr)
         {
             return pShow;
         }
@@ -97,7 +97,7 @@ public:
         {
             return nullptr;
         }
-        const tFrame pFrame = m_View.m_Frames.Since(m_unSeen);
+        tFrame pFrame = m_View.m_Frames.Since(m_unSeen);
         m_unSeen = m_View.m_Frames.GetNumber();
         return pFrame;
     }

@@ -9,8 +9,10 @@
 #include <boost/beast/websocket.hpp>
 
 #include <algorithm>
+#include <cerrno>
 #include <chrono>
 #include <cstdlib>
+#include <cstring>
 #include <optional>
 #include <set>
 
@@ -325,9 +327,12 @@ stHandedOver TakeHandedOver()
     }
     tTcp::endpoint endpoint;
     socklen_t nSize = static_cast<socklen_t>(endpoint.capacity());
-    ::getsockname(c_nFirst, endpoint.data(), &nSize); // when it is none, listening will tell
+    if (::getsockname(c_nFirst, endpoint.data(), &nSize) != 0)
+    {
+        return {-1, "", Format("LISTEN_FDS: no socket was handed over: %s", std::strerror(errno))};
+    }
     ::fcntl(c_nFirst, F_SETFD, FD_CLOEXEC);
-    return {c_nFirst, endpoint.address().to_string()};
+    return {c_nFirst, endpoint.address().to_string(), ""};
 }
 
 std::string CWebServer::Open(const std::string& strAddress, unsigned int unPort, int nSocket)

@@ -62,11 +62,12 @@ private:
 };
 
 // A socket that listens already, as the system hands it to a service: whoever starts this program opens it where browsers come
-// from, and this program may be elsewhere. -1: there is none.
+// from, and this program may be elsewhere.
 struct stHandedOver
 {
-    int nSocket = -1;
+    int nSocket = -1; // none
     std::string strAddress;
+    std::string strError; // what was handed over is no such socket
 };
 stHandedOver TakeHandedOver();
 
