@@ -56,6 +56,7 @@ def main():
             time.sleep(2)
         alone, _, _ = measure(webs['alone'], [])
         served, frames, kilobytes = measure(webs['browsers'], readers)
+        assert mc.process.poll() is None, f'the MC has ended: {mc.said()[-300:]}'
         cost = served - alone
         print(f'{what}: {100 * served:.1f} % of a core with {BROWSERS} browsers, {100 * alone:.1f} % without: they cost {100 * cost:.1f} %;'
               f' each gets {frames:.0f} frames and {kilobytes:.0f} kB a second', flush=True)
