@@ -122,7 +122,9 @@ struct CWebServer::stState
                                      if (error)
                                      {
                                          pSelf->m_State.live.erase(pSelf);
+                                         return;
                                      }
+                                     pSelf->Send(); // beside a text there may be values
                                  });
         }
 
