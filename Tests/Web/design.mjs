@@ -104,7 +104,7 @@ export const design = (inStep, longestGap, longest) => ({
     });
     start("send", "*/*/Rotary/*", "--from", "-1", "--to", "1", "--rate", "8000", "--count", "80000");
     const frames = await longestGap(page, async () => {
-      await until("8,000 changes a second", () => page.evaluate(() => window.page.health.changes.values.at(-1) > 6000));
+      await until("8,000 changes a second", () => page.evaluate(() => window.page.health.valuesOf("changes").at(-1) > 6000));
       await sleep(2);
     });
     await look(page, "busy");

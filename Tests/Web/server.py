@@ -34,13 +34,16 @@ def page_and_refusals(port):
     model = json.loads(body)
     assert sum(group['paths'] * sum(group['params']) for group in model['groups']) == ALL
     assert ask(port, request(port, method='HEAD'))[0] == 200
-    assert ask(port, request(port, Host=f'localhost:{port}'))[0] == 200
+    for host in (f'localhost:{port}', 'localhost', HOST, f'{HOST}:{port + 1}'):  # another port is one that somebody forwards
+        assert ask(port, request(port, Host=host))[0] == 200, host
+        assert ask(port, upgrade(port, Host=host, Origin=f'http://{host}'))[0] == 101, host
     wanted = [
         (404, request(port, '/../main.cpp')), (404, request(port, '/page.css/..')), (404, request(port, '//etc/passwd')),
         (404, request(port, '/%2e%2e/%2e%2e/etc/passwd')), (404, request(port, '/index.html?x')), (404, request(port, '/live')),
         (405, request(port, method='POST')), (405, request(port, method='DELETE')), (405, request(port, '/model.json', method='PUT')),
         (421, request(port, Host='evil.example')), (421, request(port, Host=f'evil.example:{port}')), (421, request(port, Host=None)),
-        (421, request(port, Host=f'{HOST}:{port + 1}')), (421, request(port, Host=HOST)), (421, request(port, Host=f'{HOST}.evil.example:{port}')),
+        (421, request(port, Host=f'{HOST}.evil.example:{port}')), (421, request(port, Host='127.0.0.2')), (421, request(port, Host='[::1]')),
+        (421, request(port, Host='')), (421, request(port, Host=f'localhost.:{port}')), (421, request(port, Host=f'{HOST}@evil.example')),
         (403, upgrade(port, Origin='http://evil.example')), (403, upgrade(port, Origin=None)), (403, upgrade(port, Origin='null')),
         (403, upgrade(port, Origin=f'https://{HOST}:{port}')), (403, upgrade(port, Origin=f'http://{HOST}:{port + 1}')),
         (421, upgrade(port, Host=f'evil.example:{port}', Origin=f'http://evil.example:{port}')),

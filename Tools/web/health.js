@@ -1,7 +1,6 @@
-// How the link is: rates as small plots of the last minute, the age of each message type, what was lost in which layer, and senders.
+// How the link is, over the last minute: rates, and for each message type, layer and sender a row with a small plot of its own.
 
 const POINTS = 120; // two a second
-const HEIGHT = 40;
 
 const grouped = (number) => Math.round(number).toLocaleString("en");
 
@@ -11,41 +10,32 @@ function roundedUp(value) {
   return [1, 2, 5, 10].map((one) => one * ten).find((one) => one >= value);
 }
 
-class Plot {
-  constructor(list, title, unit) {
-    Object.assign(this, {values: [], unit});
-    const part = (name, className) => Object.assign(document.createElement(name), {className});
-    const pair = document.createElement("div");
-    const term = part("dt", "");
-    const value = part("dd", "");
-    this.now = part("output", "now");
-    this.scale = part("span", "scale");
-    this.canvas = part("canvas", "");
-    term.append(title, this.scale);
-    value.append(this.now, this.canvas);
-    pair.append(term, value);
-    list.append(pair);
+// How a value went; as large as its style has it.
+class Curve {
+  constructor() {
+    Object.assign(this, {values: [], canvas: document.createElement("canvas")});
+    this.canvas.setAttribute("aria-hidden", "true");
   }
 
-  add(value, text) {
+  get most() {
+    return roundedUp(Math.max(...this.values));
+  }
+
+  add(value) {
     this.values.push(value);
     if (this.values.length > POINTS) this.values.shift();
-    this.now.textContent = text ?? `${grouped(value)} ${this.unit}`;
     this.draw();
   }
 
   draw() {
     const scale = Math.max(1, Math.round(devicePixelRatio));
-    const width = this.canvas.clientWidth * scale;
-    const height = HEIGHT * scale;
+    const [width, height] = [this.canvas.clientWidth * scale, this.canvas.clientHeight * scale];
     if (this.canvas.width !== width || this.canvas.height !== height) Object.assign(this.canvas, {width, height});
-    const most = roundedUp(Math.max(...this.values));
-    this.scale.textContent = `0–${grouped(most)}`;
     const context = this.canvas.getContext("2d");
     context.clearRect(0, 0, width, height);
     const x = (n) => width - (this.values.length - 1 - n) * width / (POINTS - 1);
     const line = new Path2D();
-    this.values.forEach((value, n) => line.lineTo(x(n), height - scale - (height - 3 * scale) * value / most));
+    this.values.forEach((value, n) => line.lineTo(x(n), height - scale - (height - 3 * scale) * value / this.most));
     const area = new Path2D(line);
     area.lineTo(width, height);
     area.lineTo(x(0), height);
@@ -58,48 +48,97 @@ class Plot {
   }
 }
 
-function fill(table, rows) {
-  const body = table.tBodies[0];
-  while (body.rows.length > rows.length) body.deleteRow(-1);
-  rows.forEach(({cells, state}, n) => {
-    const row = body.rows[n] ?? body.insertRow();
-    cells.forEach((cell, column) => {
-      const place = row.cells[column] ?? row.insertCell();
-      if (place.textContent !== cell) place.textContent = cell;
-      place.className = table.tHead.rows[0].cells[column].className;
-    });
-    row.dataset.state = state ?? "";
-  });
+// A curve with its title, its scale and what it is now.
+class Plot {
+  constructor(list, title) {
+    const part = (name, className) => Object.assign(document.createElement(name), {className});
+    const pair = document.createElement("div");
+    const term = part("dt", "");
+    const value = part("dd", "");
+    this.curve = new Curve();
+    this.now = part("output", "now");
+    this.scale = part("span", "scale");
+    term.append(title, this.scale);
+    value.append(this.now, this.curve.canvas);
+    pair.append(term, value);
+    list.append(pair);
+  }
+
+  add(value, text) {
+    this.curve.add(value);
+    this.now.textContent = text;
+    this.scale.textContent = `0–${grouped(this.curve.most)}`;
+  }
+}
+
+// A table whose last column is a curve for each row.
+class Table {
+  constructor(element) {
+    Object.assign(this, {element, rows: new Map()});
+  }
+
+  // Each with the texts of its cells, the first of which names it; its value; and what its state is, if that is to be seen.
+  take(rows) {
+    const body = this.element.tBodies[0];
+    const before = this.rows;
+    this.rows = new Map(rows.map(({cells, value, state}) => {
+      const kept = before.get(cells[0]) ?? this.make(cells.length);
+      cells.forEach((cell, n) => kept.row.cells[n].textContent !== cell && (kept.row.cells[n].textContent = cell));
+      kept.row.dataset.state = state ?? "";
+      return [cells[0], {...kept, value}];
+    }));
+    const wanted = [...this.rows.values()].map(({row}) => row);
+    if (wanted.length !== body.rows.length || wanted.some((row, n) => row !== body.rows[n])) body.replaceChildren(...wanted);
+    for (const {curve, value} of this.rows.values()) curve.add(value);
+  }
+
+  make(count) {
+    const row = document.createElement("tr");
+    const curve = new Curve();
+    for (let n = 0; n < count; ++n) row.insertCell().className = this.element.tHead.rows[0].cells[n].className;
+    row.insertCell().append(curve.canvas);
+    return {row, curve};
+  }
+
+  draw() {
+    for (const {curve} of this.rows.values()) curve.draw();
+  }
 }
 
 export class Health {
   constructor(model, elements) {
-    Object.assign(this, {model, elements, lost: -1});
-    this.updates = new Plot(elements.plots, "updates", "/s");
-    this.changes = new Plot(elements.plots, "changes", "/s");
-    this.period = new Plot(elements.plots, "longest gap", "ms");
-    this.losses = new Plot(elements.plots, "lost", "");
+    Object.assign(this, {model, link: elements.link, lostBefore: null});
+    this.plots = Object.fromEntries(["updates", "changes", "longest gap", "lost"].map((title) => [title, new Plot(elements.plots, title)]));
+    this.tables = Object.fromEntries(["types", "lost", "senders"].map((name) => [name, new Table(elements[name])]));
     matchMedia("(prefers-color-scheme: dark)").addEventListener("change", () => this.draw());
-    this.take({link: "", updates: 0, gap: 0, lost: [], senders: [], types: model.types.map(() => ({state: "waiting", age: -1, changes: 0}))});
   }
 
   draw() {
-    for (const plot of [this.updates, this.changes, this.period, this.losses]) plot.draw();
+    for (const {curve} of Object.values(this.plots)) curve.draw();
+    for (const table of Object.values(this.tables)) table.draw();
   }
 
-  take(health) {
-    const {types, senders, lost} = this.elements;
-    this.elements.link.textContent = health.link;
-    const all = health.lost.reduce((sum, [, count]) => sum + count, 0);
-    const mean = health.updates > 0 ? 1000 / health.updates : 0;
-    this.updates.add(health.updates);
-    this.changes.add(health.types.reduce((sum, type) => sum + type.changes, 0));
-    this.period.add(1000 * health.gap, `${grouped(1000 * health.gap)} ms, mean ${grouped(mean)}`);
-    this.losses.add(this.lost < 0 ? 0 : Math.max(0, all - this.lost), `${grouped(all)} in all`);
-    this.lost = health.link === "" ? -1 : all;
-    fill(types, health.types.map(({state, age, changes}, n) =>
-      ({cells: [this.model.types[n], state, age < 0 ? "–" : `${age.toFixed(2)} s`, grouped(changes)], state})));
-    fill(lost, health.lost.map(([layer, count]) => ({cells: [layer, grouped(count)], state: count > 0 ? "lost" : ""})));
-    fill(senders, health.senders.map((sender) => ({cells: [sender.name, grouped(sender.datagrams), grouped(sender.bytes / 1000)]})));
+  // What the plot of that title has had, the newest last.
+  valuesOf(title) {
+    return this.plots[title].curve.values;
+  }
+
+  take({link, updates, gap, types, lost, senders}) {
+    this.link.textContent = link;
+    const changes = types.reduce((sum, type) => sum + type.changes, 0);
+    const mean = updates > 0 ? 1000 / updates : 0;
+    const counts = Object.fromEntries(lost);
+    const before = this.lostBefore ?? counts;
+    const newly = (layer) => Math.max(0, counts[layer] - before[layer]);
+    this.plots["updates"].add(updates, `${grouped(updates)} /s`);
+    this.plots["changes"].add(changes, `${grouped(changes)} /s`);
+    this.plots["longest gap"].add(1000 * gap, `${grouped(1000 * gap)} ms, mean ${grouped(mean)}`);
+    this.plots["lost"].add(lost.reduce((sum, [layer]) => sum + newly(layer), 0), `${grouped(lost.reduce((sum, [, count]) => sum + count, 0))} in all`);
+    this.tables.types.take(types.map(({state, age, changes}, n) =>
+      ({cells: [this.model.types[n], state, grouped(changes), age < 0 ? "–" : `${age.toFixed(2)} s`], value: Math.max(0, age), state})));
+    this.tables.lost.take(lost.map(([layer, count]) => ({cells: [layer, grouped(count)], value: newly(layer), state: count > 0 ? "lost" : ""})));
+    this.tables.senders.take(senders.map(({name, datagrams, bytes}) =>
+      ({cells: [name, grouped(bytes / 1000), grouped(datagrams)], value: datagrams})));
+    this.lostBefore = counts;
   }
 }

@@ -2,11 +2,12 @@
 
 const AGAIN = 500; // ms
 const BUSY = 65536; // bytes that haven't left: what is asked for waits
+const MOST = 32; // changes in a message: the server takes no longer ones
 
 export class Link {
   // on: {image(buffer), health(health), refused(text), mayChange(bool), open(bool)}
   constructor(on, token) {
-    Object.assign(this, {on, token, asked: new Map(), stopped: false});
+    Object.assign(this, {on, token, asked: new Map()});
     document.addEventListener("visibilitychange", () => this.say({visible: !document.hidden}));
     this.connect();
   }
@@ -33,14 +34,15 @@ export class Link {
     if (this.socket.readyState === WebSocket.OPEN) this.socket.send(JSON.stringify(text));
   }
 
-  // Asks for a change; of several for one parameter the last goes, with the next frame.
+  // Asks for a change; of several for one parameter the last goes, with one of the next frames.
   set(address, text) {
     this.asked.set(address, text);
   }
 
   flush() {
     if (this.asked.size === 0 || this.socket.readyState !== WebSocket.OPEN || this.socket.bufferedAmount > BUSY) return;
-    this.say({set: [...this.asked].slice(0, 64)});
-    this.asked.clear();
+    const set = [...this.asked].slice(0, MOST);
+    this.say({set});
+    for (const [address] of set) this.asked.delete(address);
   }
 }

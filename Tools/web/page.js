@@ -82,7 +82,7 @@ class Page {
   tellState() {
     const {open, health, healthAt} = this.heard;
     const silent = health && health.silent >= 0 ? health.silent + (performance.now() - healthAt) / 1000 : -1;
-    const losing = this.health.losses.values.slice(-6).some((count) => count > 0);
+    const losing = this.health.valuesOf("lost").slice(-6).some((count) => count > 0);
     const [state, text] = !open ? ["gone", "consolectl is gone"]
       : !health || health.silent < 0 ? ["waiting", "waiting for an MC"]
       : silent > SILENT ? ["silent", silent < 1 ? "MC silent" : `MC silent for ${Math.floor(silent)} s`]
@@ -109,4 +109,4 @@ class Page {
 
 const answer = await fetch("model.json");
 window.page = new Page(new Model(await answer.json())); // for who looks at it from the console
-find("picture-note").textContent = `${window.page.model.count.toLocaleString("en")}, one pixel each`;
+find("picture-title").textContent = `${window.page.model.count.toLocaleString("en")} parameters`;

@@ -4,6 +4,7 @@
 #include "Subcommands/Subcommands.h"
 #include "Terminal/Arguments.h"
 #include "Terminal/Output.h"
+#include "Web/Listening.h"
 #include "Web/LiveView.h"
 #include "Web/Model.h"
 #include "Web/Page.h"
@@ -159,9 +160,7 @@ int CWeb::Run()
         m_Server.Poll();
         if (SecondsSince(m_Start) >= dNextFrame)
         {
-            dNextFrame += c_dFramePeriod;
-            dNextFrame =
-                dNextFrame < SecondsSince(m_Start) ? SecondsSince(m_Start) : dNextFrame; // frames that are missed are left out
+            dNextFrame = std::max(dNextFrame + c_dFramePeriod, SecondsSince(m_Start)); // frames that are missed are left out
             m_View.Next(pTraffic->GetLoss(), m_Server.CountBrowsers());
             m_Handler.SendAll();
             m_Server.Send();

@@ -26,18 +26,8 @@ bool IsSame(const std::string& strA, const std::string& strB)
 // What a page asks for: a parameter's address as text, and its value as text. Throws stWrongUse.
 stChange ReadChange(const tJson& change)
 {
-    const stPattern pattern = ParsePattern(change.at(0).get<std::string>());
-    std::vector<stAddress> addresses;
-    ForEachParameter(pattern, [&](const stAddress& address) { addresses.push_back(address); });
-    if (addresses.size() != 1)
-    {
-        throw stWrongUse("set", "it names more than one parameter");
-    }
-    if (addresses[0].enType == enMeter)
-    {
-        throw stWrongUse("set", "meters are set by the MC alone");
-    }
-    return {addresses[0], ParseValue(addresses[0].enType, change.at(1).get<std::string>())};
+    const stAddress address = ParseAddress(change.at(0).get<std::string>());
+    return {address, ParseValue(address.enType, change.at(1).get<std::string>())};
 }
 
 } // namespace
@@ -230,7 +220,7 @@ tFrame CLiveView::MakeHealth(const stTrafficLoss& loss, int nBrowsers)
                             {"silent", m_Activity.SecondsSilent()},
                             {"whole", shadow.IsWhole()},
                             {"updates", second.PerSecond(second.dUpdates)},
-                            {"gap", m_dLongestGap},
+                            {"gap", m_unApplied == 0 ? 0 : std::max(m_dLongestGap, SecondsSince(m_LastUpdate))},
                             {"requests", second.PerSecond(second.dRequests)},
                             {"browsers", nBrowsers},
                             {"types", types},

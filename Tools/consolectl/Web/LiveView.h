@@ -4,8 +4,7 @@
 #include "Images/Address.h"
 #include "Network/Activity.h"
 #include "Network/Traffic.h"
-#include "Web/Frames.h"
-#include "Web/Server.h"
+#include "Web/Browser.h"
 
 #include <functional>
 #include <string>

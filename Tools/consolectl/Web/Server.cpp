@@ -1,7 +1,7 @@
 #include "Web/Server.h"
 
-#include "Network/Interface.h"
 #include "Terminal/Common.h"
+#include "Web/Live.h"
 
 #include <boost/asio/ip/tcp.hpp>
 #include <boost/beast/core.hpp>
@@ -9,16 +9,8 @@
 #include <boost/beast/websocket.hpp>
 
 #include <algorithm>
-#include <cerrno>
 #include <chrono>
-#include <cstdlib>
-#include <cstring>
 #include <optional>
-#include <set>
-
-#include <fcntl.h>
-#include <sys/socket.h>
-#include <unistd.h>
 
 namespace asio = boost::asio;
 namespace beast = boost::beast;
@@ -33,12 +25,9 @@ namespace
 constexpr char c_szLivePath[] = "/live";
 constexpr std::size_t c_unMostConnections = 64;
 constexpr std::size_t c_unMostHeader = 8192;
-constexpr std::size_t c_unMostText = 4096; // of a page
 constexpr std::chrono::seconds c_RequestTime(10);
-constexpr std::chrono::seconds c_SilentTime(20);
 constexpr std::chrono::milliseconds c_LongestPoll(5); // whoever asks, the console's datagrams wait no longer
 
-typedef http::request<http::empty_body> tRequest;
 typedef http::response<http::string_body> tResponse;
 
 std::string TextOf(beast::string_view text)
@@ -46,131 +35,34 @@ std::string TextOf(beast::string_view text)
     return std::string(text.data(), text.size());
 }
 
-// "localhost:8060" as "localhost", and empty when the port is another one. A port that is the scheme's own is not written.
-std::string NameOfHost(const std::string& strHost, unsigned int unPort)
+// "127.0.0.1:8060" as "127.0.0.1", "[::1]:8060" as "[::1]".
+std::string WithoutPort(const std::string& strHost)
 {
     const std::size_t unColon = strHost.rfind(':');
     const bool bPort = unColon != std::string::npos && strHost.find(']', unColon) == std::string::npos;
-    const std::string strPort = bPort ? strHost.substr(unColon + 1) : "80";
-    return strPort == std::to_string(unPort) ? strHost.substr(0, bPort ? unColon : std::string::npos) : std::string();
+    return strHost.substr(0, bPort ? unColon : std::string::npos);
+}
+
+// As a browser writes it.
+std::string HostName(asio::ip::address address)
+{
+    if (address.is_v6() && address.to_v6().is_v4_mapped())
+    {
+        address = asio::ip::make_address_v4(asio::ip::v4_mapped, address.to_v6());
+    }
+    return address.is_v6() ? "[" + address.to_string() + "]" : address.to_string();
 }
 
 } // namespace
 
-std::string CheckAddress(const std::string& strText)
-{
-    tError error;
-    asio::ip::make_address(strText, error);
-    return error ? "\"" + Printable(strText) + "\" is no address" : std::string();
-}
-
-bool IsLoopback(const std::string& strAddress)
-{
-    tError error;
-    const asio::ip::address address = asio::ip::make_address(strAddress, error);
-    return !error && address.is_loopback();
-}
-
-bool IsAnyAddress(const std::string& strAddress)
-{
-    tError error;
-    const asio::ip::address address = asio::ip::make_address(strAddress, error);
-    return !error && address.is_unspecified();
-}
-
 struct CWebServer::stState
 {
-    // A page that is open. It lives as long as something is under way for it.
-    class CLive : public std::enable_shared_from_this<CLive>
-    {
-    public:
-        CLive(stState& state, beast::tcp_stream&& stream) : m_State(state), m_Socket(std::move(stream)) {}
-
-        void Accept(const tRequest& request)
-        {
-            websocket::stream_base::timeout timeout = {};
-            timeout.handshake_timeout = c_RequestTime;
-            timeout.idle_timeout = c_SilentTime;
-            timeout.keep_alive_pings = true;
-            m_Socket.set_option(timeout);
-            m_Socket.read_message_max(c_unMostText);
-            m_Socket.async_accept(request,
-                                  [pSelf = shared_from_this()](tError error)
-                                  {
-                                      if (!error)
-                                      {
-                                          pSelf->m_pBrowser = pSelf->m_State.makeBrowser();
-                                          pSelf->m_State.live.insert(pSelf);
-                                          pSelf->Read();
-                                      }
-                                  });
-        }
-
-        void Send()
-        {
-            m_pFrame = m_bSending || m_bClosing ? m_pFrame : m_pBrowser->NextFrame();
-            if (m_bSending || m_bClosing || m_pFrame == nullptr)
-            {
-                return;
-            }
-            m_bSending = true;
-            m_Socket.binary(m_pFrame->front() != '{');
-            m_Socket.async_write(asio::buffer(*m_pFrame),
-                                 [pSelf = shared_from_this()](tError error, std::size_t)
-                                 {
-                                     pSelf->m_bSending = false;
-                                     if (error)
-                                     {
-                                         pSelf->m_State.live.erase(pSelf);
-                                         return;
-                                     }
-                                     pSelf->Send(); // beside a text there may be values
-                                 });
-        }
-
-    private:
-        void Read()
-        {
-            m_Socket.async_read(m_Buffer,
-                                [pSelf = shared_from_this()](tError error, std::size_t)
-                                {
-                                    if (error)
-                                    {
-                                        pSelf->m_State.live.erase(pSelf);
-                                        return;
-                                    }
-                                    const std::string strText = beast::buffers_to_string(pSelf->m_Buffer.data());
-                                    pSelf->m_Buffer.clear();
-                                    if (pSelf->m_Socket.got_text() && pSelf->m_pBrowser->OnText(strText))
-                                    {
-                                        pSelf->Read();
-                                        return;
-                                    }
-                                    pSelf->Close();
-                                });
-        }
-
-        void Close()
-        {
-            m_bClosing = true;
-            m_Socket.async_close(websocket::close_code::policy_error,
-                                 [pSelf = shared_from_this()](tError) { pSelf->m_State.live.erase(pSelf); });
-        }
-
-        stState& m_State;
-        websocket::stream<beast::tcp_stream> m_Socket;
-        beast::flat_buffer m_Buffer;
-        std::unique_ptr<IBrowser> m_pBrowser;
-        tFrame m_pFrame; // which is being sent
-        bool m_bSending = false;
-        bool m_bClosing = false;
-    };
-
     // A connection that asks, one request after another.
     class CConnection : public std::enable_shared_from_this<CConnection>
     {
     public:
-        CConnection(stState& state, tTcp::socket&& socket) : m_State(state), m_Stream(std::move(socket))
+        CConnection(stState& state, tTcp::socket&& socket, const tTcp::endpoint& own)
+            : m_State(state), m_strHost(HostName(own.address())), m_Stream(std::move(socket))
         {
             ++m_State.unConnections;
         }
@@ -197,11 +89,11 @@ struct CWebServer::stState
     private:
         void Answer(const tRequest& request)
         {
-            m_Response = m_State.AnswerTo(request);
+            m_Response = m_State.AnswerTo(request, m_strHost);
             if (m_Response.result() == http::status::switching_protocols)
             {
                 m_Stream.expires_never();
-                std::make_shared<CLive>(m_State, std::move(m_Stream))->Accept(request);
+                std::make_shared<CLive>(m_State.live, m_State.makeBrowser, std::move(m_Stream))->Accept(request);
                 return;
             }
             m_Response.keep_alive(request.keep_alive());
@@ -221,28 +113,25 @@ struct CWebServer::stState
         }
 
         stState& m_State;
+        const std::string m_strHost; // that it has come to
         beast::tcp_stream m_Stream;
         beast::flat_buffer m_Buffer;
         std::optional<http::request_parser<http::empty_body>> m_Parser;
         tResponse m_Response;
     };
 
-    bool IsOurs(const std::string& strName) const
-    {
-        return strName == "localhost" || std::find(names.begin(), names.end(), strName) != names.end();
-    }
-
-    void Listen(const tTcp::endpoint& endpoint, int nSocket, tError& error)
+    // Throws what the system says.
+    void Listen(const tTcp::endpoint& endpoint, int nSocket)
     {
         if (nSocket >= 0)
         {
-            acceptor.assign(endpoint.protocol(), nSocket, error);
+            acceptor.assign(endpoint.protocol(), nSocket);
             return;
         }
-        acceptor.open(endpoint.protocol(), error);
-        error ? error : acceptor.set_option(asio::socket_base::reuse_address(true), error);
-        error ? error : acceptor.bind(endpoint, error);
-        error ? error : acceptor.listen(asio::socket_base::max_listen_connections, error);
+        acceptor.open(endpoint.protocol());
+        acceptor.set_option(asio::socket_base::reuse_address(true));
+        acceptor.bind(endpoint);
+        acceptor.listen(asio::socket_base::max_listen_connections);
     }
 
     void Accept()
@@ -254,15 +143,16 @@ struct CWebServer::stState
                 {
                     return;
                 }
+                const tTcp::endpoint own = error ? tTcp::endpoint() : socket.local_endpoint(error);
                 if (!error && unConnections + live.size() < c_unMostConnections)
                 {
-                    std::make_shared<CConnection>(*this, std::move(socket))->Read();
+                    std::make_shared<CConnection>(*this, std::move(socket), own)->Read();
                 }
                 Accept();
             });
     }
 
-    tResponse AnswerTo(const tRequest& request) const
+    tResponse AnswerTo(const tRequest& request, const std::string& strOwn) const
     {
         const auto answer = [&](http::status status, const char* szType, const std::string& strBody)
         {
@@ -275,8 +165,9 @@ struct CWebServer::stState
             response.body() = strBody;
             return response;
         };
-        const std::string strHost = NameOfHost(TextOf(request[http::field::host]), unPort);
-        if (!IsOurs(strHost))
+        const std::string strHost = TextOf(request[http::field::host]);
+        const std::string strName = WithoutPort(strHost);
+        if (strName != "localhost" && strName != strOwn)
         {
             return answer(http::status::misdirected_request, "text/plain", "this is another host\n");
         }
@@ -288,7 +179,7 @@ struct CWebServer::stState
         if (strTarget == c_szLivePath && websocket::is_upgrade(request))
         {
             const std::string strOrigin = TextOf(request[http::field::origin]);
-            const bool bOwnPage = strOrigin == "http://" + TextOf(request[http::field::host]);
+            const bool bOwnPage = strOrigin == "http://" + strHost;
             return bOwnPage ? answer(http::status::switching_protocols, "", "")
                             : answer(http::status::forbidden, "text/plain", "not from this page\n");
         }
@@ -299,12 +190,11 @@ struct CWebServer::stState
 
     std::vector<stWebFile> files;
     tMakeBrowser makeBrowser;
-    std::vector<std::string> names; // by which a browser may call this machine
     unsigned int unPort = 0;
     std::size_t unConnections = 0;
     asio::io_context context{1};
     tTcp::acceptor acceptor{context};
-    std::set<std::shared_ptr<CLive>> live;
+    CLive::tAll live;
 };
 
 CWebServer::CWebServer(std::vector<stWebFile> files, tMakeBrowser makeBrowser) : m_pState(std::make_unique<stState>())
@@ -315,53 +205,18 @@ CWebServer::CWebServer(std::vector<stWebFile> files, tMakeBrowser makeBrowser) :
 
 CWebServer::~CWebServer() = default;
 
-stHandedOver TakeHandedOver()
-{
-    const auto is = [](const char* szName, const std::string& strText)
-    {
-        const char* const szValue = std::getenv(szName);
-        return szValue != nullptr && szValue == strText;
-    };
-    constexpr int c_nFirst = 3;
-    if (!is("LISTEN_FDS", "1") || !is("LISTEN_PID", std::to_string(::getpid())))
-    {
-        return {};
-    }
-    tTcp::endpoint endpoint;
-    socklen_t nSize = static_cast<socklen_t>(endpoint.capacity());
-    if (::getsockname(c_nFirst, endpoint.data(), &nSize) != 0)
-    {
-        return {-1, "", Format("LISTEN_FDS: no socket was handed over: %s", std::strerror(errno))};
-    }
-    ::fcntl(c_nFirst, F_SETFD, FD_CLOEXEC);
-    return {c_nFirst, endpoint.address().to_string(), ""};
-}
-
 std::string CWebServer::Open(const std::string& strAddress, unsigned int unPort, int nSocket)
 {
     stState& state = *m_pState;
-    tError error;
-    const asio::ip::address address = asio::ip::make_address(strAddress, error);
-    if (error)
+    try
     {
-        return CheckAddress(strAddress);
+        state.Listen({asio::ip::make_address(strAddress), static_cast<unsigned short>(unPort)}, nSocket);
     }
-    const tTcp::endpoint endpoint(address, static_cast<unsigned short>(unPort));
-    state.Listen(endpoint, nSocket, error);
-    if (error)
+    catch (const boost::system::system_error& failed)
     {
-        return Format("%s port %u can't be listened to: %s", strAddress.c_str(), unPort, error.message().c_str());
+        return Format("%s port %u can't be listened to: %s", strAddress.c_str(), unPort, failed.code().message().c_str());
     }
     state.unPort = state.acceptor.local_endpoint().port();
-    const auto name = [](const asio::ip::address& one) { return one.is_v6() ? "[" + one.to_string() + "]" : one.to_string(); };
-    state.names = {name(address)};
-    for (const stInterface& one : ListInterfaces())
-    {
-        if (address.is_unspecified() || IsLoopback(one.strAddress))
-        {
-            state.names.push_back(one.strAddress);
-        }
-    }
     state.Accept();
     return std::string();
 }
@@ -382,7 +237,7 @@ void CWebServer::Poll()
 
 void CWebServer::Send()
 {
-    const std::vector<std::shared_ptr<stState::CLive>> live(m_pState->live.begin(), m_pState->live.end());
+    const CLive::tAll live = m_pState->live;
     for (const auto& pLive : live)
     {
         pLive->Send();

@@ -1,25 +1,11 @@
 // HTTP and WebSocket for the live page. The page itself is part of the program: no file is served.
 #pragma once
 
-#include "Web/Frames.h"
+#include "Web/Browser.h"
 
-#include <functional>
 #include <memory>
 #include <string>
 #include <vector>
-
-// One browser, as the page's owner knows it.
-class IBrowser
-{
-public:
-    virtual ~IBrowser() = default;
-
-    // What the page says, a line of JSON. False: nonsense, and the end of this connection.
-    virtual bool OnText(const std::string& strText) = 0;
-
-    // What is to go to the page next; none: nothing for now. Asked for only when what went before has left.
-    virtual tFrame NextFrame() = 0;
-};
 
 // Something that is served as it is.
 struct stWebFile
@@ -32,13 +18,12 @@ struct stWebFile
 // Everything happens on the thread that calls, within Poll. A browser that doesn't take what it is sent is sent nothing more until
 // it does, and costs nothing meanwhile; one that is silent altogether is dropped.
 //
-// Who may speak to it: a request has to name this server as its host, by an address of this machine or as "localhost", and a
-// connection for values has to come from a page of that host. So no page of another site can, whatever name it gives this machine.
+// Who may speak to it: a request has to name its host by the address that it has come to, or as "localhost", and a connection for
+// values has to come from a page of that host and port. So no page of another site can, whatever name it gives this machine; and
+// a port that somebody forwards leads here all the same.
 class CWebServer
 {
 public:
-    typedef std::function<std::unique_ptr<IBrowser>()> tMakeBrowser;
-
     CWebServer(std::vector<stWebFile> files, tMakeBrowser makeBrowser);
     ~CWebServer();
     CWebServer(const CWebServer&) = delete;
@@ -60,22 +45,3 @@ private:
     struct stState;
     const std::unique_ptr<stState> m_pState;
 };
-
-// A socket that listens already, as the system hands it to a service: whoever starts this program opens it where browsers come
-// from, and this program may be elsewhere.
-struct stHandedOver
-{
-    int nSocket = -1; // none
-    std::string strAddress;
-    std::string strError; // what was handed over is no such socket
-};
-stHandedOver TakeHandedOver();
-
-// Empty, or why the text is none that can be listened to.
-std::string CheckAddress(const std::string& strText);
-
-// Whether only this machine reaches an address that is listened to.
-bool IsLoopback(const std::string& strAddress);
-
-// Whether it stands for all addresses of this machine.
-bool IsAnyAddress(const std::string& strAddress);
