@@ -1,9 +1,9 @@
 // How the page looks in each of its states: what can be read, what moves, what is laid over the picture.
 
 import {closeBrowser, expect, openPage, run, screenshots, sleep, start, startWeb, until, untilState, work} from "./harness.mjs";
-import {statSync, writeFileSync} from "node:fs";
+import {execFileSync} from "node:child_process";
+import {statSync} from "node:fs";
 import {join} from "node:path";
-import {smaller} from "./png.mjs";
 
 const LEAST_CONTRAST = 4.5;
 const LEAST_SIZE = 11; // px
@@ -164,7 +164,8 @@ export const design = (inStep, longestGap, longest) => ({
       const other = start("send", "MicInput/30-90/Rotary/90-200", "--from", "-1", "--to", "1", "--rate", "1500", "--count", "60000");
       await sleep(30);
       const path = join(screenshots, `live-${dark ? "dark" : "light"}.png`);
-      writeFileSync(path, smaller(await page.screenshot()));
+      await page.screenshot({path});
+      execFileSync("optipng", ["-quiet", "-o4", path]);
       expect(statSync(path).size < MOST_BYTES, `${path} has ${statSync(path).size} bytes`);
       for (const program of [one, other, mc, web]) await program.stop("SIGKILL");
       await closeBrowser();

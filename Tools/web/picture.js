@@ -10,7 +10,8 @@ const SHELF = 8; // between rows of groups
 const BELOW = 4;
 const WIDEST = 180; // that a column may grow to for what stands below
 const LABEL = 14;
-const LETTER = 7.2; // of a label, about as wide
+const BESIDE = 12; // the most that a group is high whose label stands beside it
+const BETWEEN = 6; // it and its label
 const LEAST_ROWS = 8; // of a group that can be folded
 
 const STRING = 0, ROTARY = 1, SWITCH = 2, INTEGER = 3, FADER = 4, METER = 6;
@@ -26,32 +27,35 @@ function levelOf(type, value) {
   return type === ROTARY || type === INTEGER ? (size < 1 ? 1 : size < 1000 ? 2 : 3) : 2;
 }
 
-// A block of pixels for each group: a path a row, or several rows where that is too long, or there are too few.
-function arrange(groups, width) {
+// A block of pixels for each group: a path a row, or several rows where that is too long, or there are too few. Its label, as wide
+// as measured, stands above it, or beside it where it is small.
+function arrange(groups, width, measured) {
   const blocks = groups.map((group, index) => {
     const perPath = group.params.reduce((sum, count) => sum + count, 0);
     let fold = Math.ceil(perPath / width);
     while (group.paths * fold < LEAST_ROWS && perPath / fold > 2 * LEAST_ROWS) ++fold;
-    return {group: index, name: group.name, perPath, fold, w: Math.ceil(perPath / fold), h: group.paths * fold, x: 0, y: 0};
+    const [w, h, text] = [Math.ceil(perPath / fold), group.paths * fold, Math.ceil(measured(group.name))];
+    const beside = h <= BESIDE && w < text;
+    return {group: index, name: group.name, perPath, fold, w, h, beside, x: 0, y: 0,
+            wide: beside ? w + BETWEEN + text : Math.max(w, text), high: beside ? LABEL : LABEL + h};
   });
-  const order = [...blocks].sort((a, b) => b.h - a.h || b.w - a.w);
-  const room = (block) => Math.max(block.w, Math.ceil(LETTER * block.name.length));
+  const order = [...blocks].sort((a, b) => b.high - a.high || b.w - a.w);
   // The highest that is left and fits, placed.
   const put = (x, y, mostWidth, mostHeight) => {
-    const found = order.findIndex((block) => room(block) <= mostWidth && LABEL + block.h <= mostHeight);
+    const found = order.findIndex((block) => block.wide <= mostWidth && block.high <= mostHeight);
     const [block] = found < 0 ? [] : order.splice(found, 1);
-    return block && Object.assign(block, {x, y: y + LABEL});
+    return block && Object.assign(block, {x, y: y + (block.beside ? Math.floor((LABEL - block.h) / 2) : LABEL), top: y});
   };
   let y = 0;
   while (order.length) {
-    const shelf = LABEL + order[0].h;
+    const shelf = order[0].high;
     let x = 0;
     // A column begins with the highest; below it stand others, as long as there is room.
     for (let top = put(x, y, Infinity, Infinity); top; top = put(x, y, width - x, shelf)) {
-      let wide = room(top);
-      let at = y + LABEL + top.h + BELOW;
-      for (let next; (next = put(x, at, Math.max(wide, Math.min(width - x, WIDEST)), y + shelf - at)); at += LABEL + next.h + BELOW) {
-        wide = Math.max(wide, room(next));
+      let wide = top.wide;
+      let at = y + top.high + BELOW;
+      for (let next; (next = put(x, at, Math.max(wide, Math.min(width - x, WIDEST)), y + shelf - at)); at += next.high + BELOW) {
+        wide = Math.max(wide, next.wide);
       }
       x += wide + GAP;
     }
@@ -93,7 +97,8 @@ export class Picture {
     const width = Math.floor(this.elements.map.parentElement.clientWidth);
     if (width === this.width || width < 50) return;
     this.width = width;
-    const {blocks, height} = arrange(this.model.groups, width);
+    this.context.font = getComputedStyle(this.elements.labels).font;
+    const {blocks, height} = arrange(this.model.groups, width, (text) => this.context.measureText(text).width);
     this.height = height;
     this.numberOfPixel = new Int32Array(width * height).fill(-1);
     this.pixelOf = new Int32Array(this.model.count);
@@ -104,8 +109,8 @@ export class Picture {
     this.elements.labels.replaceChildren(...blocks.map((block) => {
       const label = document.createElement("span");
       label.textContent = block.name;
-      label.style.left = `${block.x}px`;
-      label.style.top = `${block.y - LABEL}px`;
+      label.style.left = `${block.x + (block.beside ? block.w + BETWEEN : 0)}px`;
+      label.style.top = `${block.top}px`;
       return label;
     }));
     this.glow.layOut(width, height);

@@ -161,7 +161,7 @@ void CLiveView::Take(stDatagram& datagram)
     m_Frames.Take();
     if (m_Activity.Shadow().Follower().GetUpdatesApplied() != m_unApplied)
     {
-        m_dLongestGap = m_unApplied == 0 ? 0 : std::max(m_dLongestGap, SecondsSince(m_LastUpdate));
+        m_dLongestGap = LongestGap();
         m_LastUpdate = tSteadyClock::now();
         m_unApplied = m_Activity.Shadow().Follower().GetUpdatesApplied();
     }
@@ -183,6 +183,12 @@ void CLiveView::Next(const stTrafficLoss& loss, int nBrowsers)
 std::unique_ptr<IBrowser> CLiveView::MakeBrowser()
 {
     return std::make_unique<CPage>(*this);
+}
+
+// As long as none comes, it grows.
+double CLiveView::LongestGap() const
+{
+    return m_unApplied == 0 ? 0 : std::max(m_dLongestGap, SecondsSince(m_LastUpdate));
 }
 
 tFrame CLiveView::MakeHealth(const stTrafficLoss& loss, int nBrowsers)
@@ -220,7 +226,7 @@ tFrame CLiveView::MakeHealth(const stTrafficLoss& loss, int nBrowsers)
                             {"silent", m_Activity.SecondsSilent()},
                             {"whole", shadow.IsWhole()},
                             {"updates", second.PerSecond(second.dUpdates)},
-                            {"gap", m_unApplied == 0 ? 0 : std::max(m_dLongestGap, SecondsSince(m_LastUpdate))},
+                            {"gap", LongestGap()},
                             {"requests", second.PerSecond(second.dRequests)},
                             {"browsers", nBrowsers},
                             {"types", types},

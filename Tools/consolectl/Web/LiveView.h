@@ -51,6 +51,7 @@ public:
 private:
     class CPage;
 
+    double LongestGap() const; // seconds
     tFrame MakeHealth(const stTrafficLoss& loss, int nBrowsers);
 
     const stSeen m_Seen;
