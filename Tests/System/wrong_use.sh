@@ -126,6 +126,7 @@ refuse "--web-port: Value 65536 not in range 0 to 65535" web --web-port 65536
 refuse "--timeout: Value -1 not in range" web --timeout -1
 refuse '"here" is no address' web --listen here
 refuse '"" is no address' web --listen ""
+refuse '"224.0.0.1" is no address of one machine' web --listen 224.0.0.1
 refuse '"extra" is too much' web extra
 refuse '"up" is none of on, off' show scope x y --recall up
 

@@ -223,6 +223,10 @@ TEST_F(Frames, TheSameBytesAreMadeOnceForAll)
     NextFrame();
     EXPECT_EQ(m_Frames.Since(unSeen), m_Frames.Since(unSeen));
     EXPECT_EQ(m_Frames.Since(0), m_Frames.Since(0));
+    const tFrame pBefore = m_Frames.Since(0);
+    SetNumber(c_Integer, 6);
+    NextFrame();
+    EXPECT_NE(BytesOf(pBefore), BytesOf(m_Frames.Since(0)));
 }
 
 TEST_F(Frames, AShowIsAByteForEachParameterAndWhatDiffers)

@@ -5,6 +5,7 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <nlohmann/json.hpp>
 
 namespace
 {
@@ -43,18 +44,39 @@ protected:
         return *m_pView;
     }
 
-    void Update()
+    void Take(const stEndpoint& source, const Support::tBytes& bytes)
+    {
+        stDatagram datagram = {0, source, {0xe100002e, 7060}, bytes};
+        m_pView->Take(datagram);
+    }
+
+    void Update(const stEndpoint& source = {0x0a000001, 40000})
     {
         const auto pImage = std::make_unique<CBMAContainer>();
         for (const int nUpdateType : {enMCUpdateRotary, enMCUpdateSurface})
         {
             for (const auto& bytes : Support::Datagrams(++m_unId, Support::Update(*pImage, nUpdateType)))
             {
-                stDatagram datagram = {0, {0x0a000001, 40000}, {0xe100002e, 7060}, bytes};
-                m_pView->Take(datagram);
+                Take(source, bytes);
             }
         }
         m_pView->Next({}, 1);
+    }
+
+    // What pages are told of the link when so much time has passed.
+    nlohmann::json Health(std::chrono::milliseconds time, const stTrafficLoss& loss = {})
+    {
+        m_Time.Pass(time);
+        m_pView->Next(loss, 3);
+        for (const std::string& strText : Told(*m_pView->MakeBrowser()))
+        {
+            const auto text = nlohmann::json::parse(strText, nullptr, false);
+            if (text.is_object() && text.contains("health"))
+            {
+                return text["health"];
+            }
+        }
+        return {};
     }
 
     // All that a browser is told now: texts as they are, the rest by its first byte.
@@ -159,8 +181,89 @@ TEST_F(LiveView, WithATokenOnlyWhoKnowsItMayChange)
     EXPECT_EQ(tTexts({R"({"mayChange":true})"}), Told(*pBrowser));
     EXPECT_TRUE(pBrowser->OnText(c_szFader));
     EXPECT_EQ(tTexts({"MicInput/3/Fader/0 -6.5"}), m_Sent);
+    EXPECT_TRUE(pBrowser->OnText(R"({"token": "another"})"));
+    EXPECT_TRUE(pBrowser->OnText(c_szFader)); // the right stays
+    EXPECT_EQ(2u, m_Sent.size());
+    m_Sent.pop_back();
     EXPECT_TRUE(view.MakeBrowser()->OnText(c_szFader)); // another page doesn't know it by that
     EXPECT_EQ(1u, m_Sent.size());
+}
+
+TEST_F(LiveView, WhatWasNotYetToldIsToldTogether)
+{
+    CLiveView& view = View("0123456789abcdef");
+    const auto pBrowser = view.MakeBrowser();
+    EXPECT_TRUE(pBrowser->OnText(R"({"token": "0123456789abcdef"})"));
+    EXPECT_TRUE(pBrowser->OnText(R"({"set": [["MicInput/3/Meter/0", "1"]]})"));
+    EXPECT_THAT(Told(*pBrowser),
+                ::testing::ElementsAre(::testing::AllOf(HasSubstr(R"("mayChange":true)"), HasSubstr(R"("shows":["Monday"])"),
+                                                        HasSubstr("the MC alone"))));
+}
+
+TEST_F(LiveView, HealthTellsOfSilence)
+{
+    View();
+    nlohmann::json health = Health(std::chrono::milliseconds(600));
+    EXPECT_EQ(-1, health["silent"]);
+    EXPECT_EQ(0, health["gap"]);
+    EXPECT_EQ("", health["mc"]);
+    EXPECT_EQ(3, health["browsers"]);
+    EXPECT_EQ("waiting", health["types"][0]["state"]);
+    Update();
+    m_Time.Pass(std::chrono::milliseconds(250));
+    Update();
+    health = Health(std::chrono::milliseconds(500));
+    EXPECT_EQ("10.0.0.1", health["mc"]);
+    EXPECT_TRUE(health["whole"]);
+    EXPECT_EQ("complete", health["types"][4]["state"]);
+    EXPECT_NEAR(0.5, health["silent"], 1e-9);
+    EXPECT_NEAR(0.5, health["types"][4]["age"], 1e-9);
+    EXPECT_NEAR(0.5, health["gap"], 1e-9); // longer than the one before: it goes on
+    health = Health(std::chrono::milliseconds(1500));
+    EXPECT_NEAR(2, health["silent"], 1e-9);
+    EXPECT_NEAR(2, health["gap"], 1e-9);
+    Update();
+    EXPECT_NEAR(2, Health(std::chrono::milliseconds(100))["gap"], 1e-9); // nothing new has been told
+    EXPECT_NEAR(2, Health(std::chrono::milliseconds(500))["gap"], 1e-9);
+    Update();
+    EXPECT_NEAR(0.6, Health(std::chrono::milliseconds(500))["gap"], 1e-9); // each once
+}
+
+TEST_F(LiveView, HealthTellsWhereWhatIsLost)
+{
+    View();
+    Update();
+    Take({0x0a000001, 40000}, {1, 2, 3});
+    const stTrafficLoss loss = {7, 4};
+    const nlohmann::json health = Health(std::chrono::milliseconds(600), loss);
+    EXPECT_EQ(R"([["kernel",7],["frame size",5],["header",0],["ring",0],["fragments",0],["decode",0]])", health["lost"].dump());
+    Support::tBytes bytes = Support::Update(*std::make_unique<CBMAContainer>(), enMCUpdateSurface);
+    bytes[17] = 0x7f; // of the length of its first block
+    for (const Support::tBytes& datagram : Support::Datagrams(++m_unId, bytes))
+    {
+        Take({0x0a000001, 40000}, datagram);
+    }
+    EXPECT_EQ(1, Health(std::chrono::milliseconds(600), loss)["lost"][5][1]);
+}
+
+TEST_F(LiveView, HealthTellsWhoSends)
+{
+    View();
+    Update();
+    Update({0x0a000002, 40000});
+    Take({0x0a000003, 50000}, {1, 2, 3});
+    const nlohmann::json health = Health(std::chrono::milliseconds(1000));
+    EXPECT_EQ(2, health["mcs"]);
+    std::vector<std::string> names;
+    for (const nlohmann::json& sender : health["senders"])
+    {
+        names.push_back(sender["name"]);
+    }
+    EXPECT_EQ(tTexts({"10.0.0.1:40000", "10.0.0.2:40000", "10.0.0.3:50000"}), names);
+    EXPECT_EQ(3, health["senders"][2]["bytes"]);
+    EXPECT_EQ(1, health["senders"][2]["datagrams"]);
+    Update();
+    EXPECT_EQ(1, Health(std::chrono::milliseconds(1000))["mcs"]);
 }
 
 TEST_F(LiveView, ValuesComeWhenAllTypesHaveAndThePageIsSeen)

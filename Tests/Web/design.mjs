@@ -87,6 +87,17 @@ export const design = (inStep, longestGap, longest) => ({
   narrow: async () => {
     const {page} = await inStep(["--moving-faders", "24"], [], {width: 390, height: 844});
     await look(page, "narrow");
+    for (const [width, height] of [[901, 800], [1101, 800], [1440, 900], [1920, 1080]]) {
+      await page.setViewportSize({width, height});
+      await sleep(0.3);
+      await look(page, `wide-${width}`);
+      const over = await page.evaluate(() => [...document.querySelectorAll("#labels span, .title > *, td, th")].filter((one) => {
+        const section = one.closest("section, aside").getBoundingClientRect();
+        return one.getBoundingClientRect().right > section.right + 1 || one.scrollWidth > one.clientWidth + 1;
+      }).map((one) => one.textContent));
+      expect(over.length === 0, `${width} wide, over the edge: ${over}`);
+    }
+    await page.setViewportSize({width: 390, height: 844});
     const track = page.locator(".strip").nth(1).locator(".track");
     await track.scrollIntoViewIfNeeded();
     expect(await track.isVisible(), "no fader is to be seen in a narrow window");

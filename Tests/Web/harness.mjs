@@ -88,6 +88,17 @@ export async function closeBrowser() {
   browser = null;
 }
 
+// Takes a fader by its knob and leaves it at a level, unless it is to be held.
+export async function dragTo(page, path, level, {held = false} = {}) {
+  const strip = page.locator(".strip").nth(path);
+  const centre = ({x, y, width, height}) => [x + width / 2, y + height / 2];
+  const track = await strip.locator(".track").boundingBox();
+  await page.mouse.move(...centre(await strip.locator(".knob").boundingBox()));
+  await page.mouse.down();
+  await page.mouse.move(track.x + track.width / 2, track.y + track.height * (10 - level) / 70, {steps: 8});
+  if (!held) await page.mouse.up();
+}
+
 export const stateOf = (page) => page.evaluate(() => document.documentElement.dataset.state);
 export const untilState = (page, state, most) => until(`the state "${state}"`, async () => (await stateOf(page)) === state, most);
 

@@ -1,10 +1,12 @@
 // What people do with the live page, and what they see.
 
-import {expect, openPage, run, runAll, screenshots, sleep, start, startWeb, until, untilState, valueOf, work} from "./harness.mjs";
+import {dragTo, expect, openPage, run, runAll, screenshots, sleep, start, startWeb, until, untilState, valueOf, work} from "./harness.mjs";
 import {readFileSync} from "node:fs";
 import {join} from "node:path";
 import {access} from "./access.mjs";
 import {design} from "./design.mjs";
+import {drawn} from "./drawn.mjs";
+import {truth} from "./truth.mjs";
 
 const ALL = 241339;
 const LONGEST = 1000; // ms that the page may stand still, on a busy machine
@@ -41,6 +43,8 @@ async function compareImages(page, mc, mcFile) {
   expect(wrong.length === 0, `other values: ${wrong.join("; ")}`);
 }
 
+const muteOf = (page, path) => page.evaluate((one) => window.page.image.value(window.page.channels.strips[one].mute), path);
+
 // How long the page doesn't draw, at the longest, until what is told has been done.
 async function longestGap(page, doIt) {
   await page.evaluate(() => {
@@ -60,27 +64,24 @@ async function longestGap(page, doIt) {
 async function values() {
   const file = join(work, "mc");
   const {mc, page} = await inStep(["--moving-faders", "24", "--save", file]);
-  await run("set", "MicInput/*/Rotary/7", "0.1", "MicInput/5/Name", "Grüße".normalize("NFD").replace(/[^ -~]/g, ""), "--timeout", "30");
+  await run("set", "MicInput/*/Rotary/7", "0.1", "MicInput/5/Name", "Grüße", "MicInput/6/Name", "日本語", "--timeout", "30");
   await sleep(0.5);
   await compareImages(page, mc, file);
 }
 
 async function drag() {
   const {page} = await inStep();
-  const track = page.locator(".strip").nth(3).locator(".track");
-  const box = await track.boundingBox();
-  await page.mouse.move(box.x + box.width / 2, box.y + box.height - 2);
-  await page.mouse.down();
-  await page.mouse.move(box.x + box.width / 2, box.y + box.height / 2, {steps: 8});
-  await page.mouse.up();
+  await dragTo(page, 3, -25);
   await until("the dragged fader comes back", async () => Math.abs((await imageValue(page, "MicInput/3/Fader/0")) + 25) < 1);
   const shown = Number(await text(page, ".strip:nth-child(4) .level"));
   const held = await valueOf("MicInput/3/Fader/0");
   expect(Math.abs(held - shown) < 0.05, `the MC has ${held}, the page shows ${shown}`);
   expect(Math.abs(held + 25) < 1, `dragged to the middle, it is ${held}`);
-  await page.locator(".strip").nth(3).locator(".mute").click();
-  const muted = await page.getAttribute(".strip:nth-child(4) .mute", "aria-pressed");
-  await until("the mute", async () => (await page.getAttribute(".strip:nth-child(4) .mute", "aria-pressed")) !== muted);
+  const mute = page.locator(".strip").nth(3).locator(".mute");
+  const before = await mute.getAttribute("aria-pressed");
+  await mute.click();
+  await until("the mute", async () => (await muteOf(page, 3)) === (before === "true" ? 0 : 1));
+  expect(await mute.getAttribute("aria-pressed") !== before, "a mute that has come back is not shown");
 }
 
 async function keyboard() {
@@ -92,10 +93,16 @@ async function keyboard() {
   await until("half a dB more", async () => (await imageValue(page, "MicInput/1/Fader/0")) === -19.5);
   await page.keyboard.press("PageDown");
   await until("6 dB less", async () => (await valueOf("MicInput/1/Fader/0")) === -25.5);
-  const muted = () => page.getAttribute(".strip:nth-child(2) .mute", "aria-pressed");
-  const before = await muted();
-  await page.keyboard.press("m");
-  await until("the mute", async () => (await muted()) !== before);
+  // However fast they are: each key counts from what the one before has asked for.
+  for (let n = 0; n < 10; ++n) await page.keyboard.press("ArrowUp");
+  await until("ten keys are 5 dB", async () => (await valueOf("MicInput/1/Fader/0")) === -20.5);
+  const before = await muteOf(page, 1);
+  await page.keyboard.press("Control+m");
+  await page.keyboard.press("M");
+  await until("the mute", async () => (await muteOf(page, 1)) !== before);
+  for (let n = 0; n < 2; ++n) await page.keyboard.press("m");
+  await sleep(0.8);
+  expect(await muteOf(page, 1) !== before, "two keys m are not as none");
   // All that can be used is reached by Tab, and shows it.
   await page.reload();
   await untilState(page, "step");
@@ -115,6 +122,15 @@ async function keyboard() {
   expect(await text(page, "#parameter-address") === "MicInput/0/String/0", `opened: ${await text(page, "#parameter-address")}`);
   await page.keyboard.press("Escape");
   expect(!(await page.isVisible("#parameter")), "Escape closes it");
+  await page.keyboard.press("ArrowRight");
+  expect((await text(page, "#tip")).includes("MicInput/0/String/1"), `the keys go on elsewhere: ${await text(page, "#tip")}`);
+  expect((await text(page, "#said")).includes("MicInput/0/String/1"), `it is not said: ${await text(page, "#said")}`);
+  await page.keyboard.press("PageDown");
+  expect((await text(page, "#tip")).includes("/0/String/0"), `the next group begins at ${await text(page, "#tip")}`);
+  await page.keyboard.press("PageUp");
+  expect((await text(page, "#tip")).includes("MicInput/0/String/0"), `the group before begins at ${await text(page, "#tip")}`);
+  await page.keyboard.press("Escape");
+  expect(!(await page.isVisible("#tip")), "Escape leaves the picture's mark");
 }
 
 async function search() {
@@ -127,7 +143,9 @@ async function search() {
   await page.fill("#search input", "SubMix/3/Rotary/5");
   expect((await text(page, "#found li:first-child")).includes("SubMix/3/Rotary/5"), `found by address: ${await text(page, "#found")}`);
   await page.keyboard.press("ArrowDown");
-  expect(await page.isVisible("#tip"), "what is looked at is shown on the picture");
+  expect(await page.isVisible("#cursor"), "what is looked at is not marked on the picture");
+  const marked = await page.getAttribute("#search input", "aria-activedescendant");
+  expect(await page.getAttribute(`#${marked}`, "aria-selected") === "true", "the marked one is not told to a reader");
   await page.keyboard.press("Enter");
   expect(await text(page, "#parameter-address") === "SubMix/3/Rotary/5", `opened: ${await text(page, "#parameter-address")}`);
   await page.fill("#parameter-value", "0.5");
@@ -139,8 +157,25 @@ async function search() {
   await page.keyboard.press("Escape");
   await page.keyboard.press("/");
   await page.fill("#search input", "nobody is called so");
-  expect(!(await page.isVisible("#tip")), "what is looked at no more is still marked on the picture");
+  expect(!(await page.isVisible("#cursor")), "what is looked at no more is still marked on the picture");
   expect((await text(page, "#found")).includes("nothing is called so"), "nothing is found");
+  // What the page itself calls it.
+  for (const [words, found] of [["Lead Vocal Fader", "MicInput/77/Fader/0"], ["micinput 77 fad", "MicInput/77/Fader/0"], ["mic input 78", "MicInput/77/"],
+                                ["fader", "MicInput/0/Fader/0"], ["MicInput/77/Rot", "MicInput/77/Rotary/0"], ["SubMix/5", "SubMix/5/"]]) {
+    await page.fill("#search input", words);
+    expect((await text(page, "#found")).includes(found), `"${words}" finds ${await text(page, "#found")}`);
+  }
+  await page.fill("#search input", "MicInput/77/Mute");
+  expect((await text(page, "#found")).includes("nothing is called so"), `a role that isn't there: ${await text(page, "#found")}`);
+  await run("set", "MicInput/78/Name", "Été 日本", "--timeout", "30");
+  await until("a name beyond ASCII", async () => (await imageValue(page, "MicInput/78/Name")) === "Été 日本");
+  await page.fill("#search input", "日本");
+  expect((await text(page, "#found")).includes("MicInput/78/Fader/0"), `it is not found: ${await text(page, "#found")}`);
+  // Values of what was found go on.
+  await run("set", "MicInput/78/Fader/0", "-7.5", "--timeout", "30");
+  await until("a value in the list", async () => (await text(page, "#found")).includes("-7.5"));
+  await page.keyboard.press("Escape");
+  expect(await page.evaluate(() => document.activeElement.id) === "map", "after a search the keys are nowhere");
 }
 
 async function hover() {
@@ -161,6 +196,11 @@ async function hover() {
     expect(await text(page, "#parameter-address") === address, `opened: ${await text(page, "#parameter-address")}`);
     await page.keyboard.press("Escape");
   }
+  // What is under a pointer that doesn't move goes on.
+  const [x, y] = await point("MicInput/9/Fader/0");
+  await page.mouse.move(x, y);
+  await run("set", "MicInput/9/Fader/0", "-3.5", "--timeout", "30");
+  await until("the tip's new value", async () => (await text(page, "#tip")).includes("-3.5"));
 }
 
 // All that there is changes at once: another MC takes the place of the first.
@@ -245,5 +285,5 @@ await runAll({
     await untilState(page, "step");
     expect(/^in step with [0-9.:]+$/.test(await text(page, "#state")), `it says: ${await text(page, "#state")}`);
   },
-  values, drag, keyboard, search, hover, all, each, lost, ...access(inStep), ...design(inStep, longestGap, LONGEST),
+  values, drag, keyboard, search, hover, all, each, lost, ...access(inStep), ...truth(inStep, imageValue), ...drawn(inStep), ...design(inStep, longestGap, LONGEST),
 });

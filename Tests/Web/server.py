@@ -41,8 +41,11 @@ def page_and_refusals(port):
         (404, request(port, '/../main.cpp')), (404, request(port, '/page.css/..')), (404, request(port, '//etc/passwd')),
         (404, request(port, '/%2e%2e/%2e%2e/etc/passwd')), (404, request(port, '/index.html?x')), (404, request(port, '/live')),
         (405, request(port, method='POST')), (405, request(port, method='DELETE')), (405, request(port, '/model.json', method='PUT')),
+        (405, request(port, method='POST', Content_Length='5') + b'hello'), (200, request(port, Content_Length='5') + b'hello'),
         (421, request(port, Host='evil.example')), (421, request(port, Host=f'evil.example:{port}')), (421, request(port, Host=None)),
         (421, request(port, Host=f'{HOST}.evil.example:{port}')), (421, request(port, Host='127.0.0.2')), (421, request(port, Host='[::1]')),
+        (421, request(port).replace(b'\r\n\r\n', b'\r\nHost: evil.example\r\n\r\n')),
+        (403, upgrade(port).replace(b'\r\n\r\n', b'\r\nOrigin: http://evil.example\r\n\r\n')),
         (421, request(port, Host='')), (421, request(port, Host=f'localhost.:{port}')), (421, request(port, Host=f'{HOST}@evil.example')),
         (403, upgrade(port, Origin='http://evil.example')), (403, upgrade(port, Origin=None)), (403, upgrade(port, Origin='null')),
         (403, upgrade(port, Origin=f'https://{HOST}:{port}')), (403, upgrade(port, Origin=f'http://{HOST}:{port + 1}')),
@@ -83,8 +86,8 @@ def values(port):
         assert why in said, said
     assert read(FADER_1) == -12.5
     # A page that is hidden gets no values, and all that it lacks when it is seen again.
-    live.send('{"visible": false}')
-    live.answer('health')
+    live.send('{"visible": false, "token": ""}')
+    live.answer('mayChange')  # so the first has been read, too
     subprocess.run([*consolectl, 'set', FADER_1, '-13', '--timeout', '20'], check=True, capture_output=True)
     end = time.monotonic() + 1
     while time.monotonic() < end:
@@ -125,7 +128,7 @@ def nonsense(port):
                 connection.shutdown(socket.SHUT_WR)
                 while connection.recv(65536):
                     pass
-            except ConnectionError:
+            except OSError:  # it has hung up
                 pass
 
 
@@ -179,6 +182,41 @@ def many(port):
     assert ask(port, request(port))[0] == 200, 'it answers no more'
 
 
+def crowd(port):
+    """Connections that say nothing keep nobody out; pages do, in the end, and are told."""
+    silent = [connect(port) for _ in range(200)]
+    began = time.monotonic()
+    assert ask(port, request(port))[0] == 200
+    live = Live(port)
+    live.until(lambda kind, content: kind == 2)
+    assert time.monotonic() - began < 5, 'it has waited for those who say nothing'
+    lives = [live]
+    while len(lives) < 100 and (status := ask(port, upgrade(port))[0]) == 101:  # which hangs up again
+        lives.append(Live(port))
+    assert status == 503 and 50 < len(lives) <= 64, f'{len(lives)} pages, {status}'
+    assert ask(port, request(port))[0] == 200
+    for one in lives + silent:
+        getattr(one, 'connection', one).close()
+    time.sleep(0.3)
+    Live(port).connection.close()
+
+
+def few_descriptors():
+    """Where there is none for a connection it waits, and goes on when there is one."""
+    web = Program(['sh', '-c', 'ulimit -n 30 && exec "$@"', 'sh'], *consolectl, 'web', '--web-port', '0')
+    port = int(web.until(r'the page: http://[0-9.]+:(\d+)/').group(1))
+    held = [connect(port) for _ in range(40)]
+    time.sleep(0.5)
+    cpu = web.cpu_seconds()
+    time.sleep(1)
+    assert web.cpu_seconds() - cpu < 0.25, f'{web.cpu_seconds() - cpu} s of a second'
+    for one in held:
+        one.close()
+    time.sleep(0.5)
+    assert ask(port, request(port))[0] == 200
+    web.stop()
+
+
 def stalled(web, seconds):
     """Browsers that never read: neither memory nor time, the others go on, and in the end they are dropped."""
     lives = [Live(web.port, receive_buffer=4096) for _ in range(10)]
@@ -212,13 +250,21 @@ def handed_over():
         assert page.startswith(f'http://{HOST}:{port}/') and ('#' in page) == token, page
         assert ask(port, request(port))[0] == 200
         web.stop()
-    web = Program(['sh', '-c', 'LISTEN_FDS=1 LISTEN_PID=$$ exec "$@" 3>&-', 'sh'], *consolectl, 'web')
-    assert web.process.wait(10) == 1 and 'Bad file descriptor' in web.said(), web.said()
+    with socket.socket() as bound, socket.socket(type=socket.SOCK_DGRAM) as datagrams, socket.socket(socket.AF_UNIX) as local:
+        bound.bind((HOST, 0))
+        local.bind('')
+        local.listen()
+        for wrong, count, said in ((bound, 1, 'no TCP socket that listens'), (datagrams, 1, 'no TCP socket that listens'),
+                                   (local, 1, 'no TCP socket that listens'), (bound, 2, 'one socket is taken'), (None, 1, 'Bad file descriptor')):
+            web = Program(['sh', '-c', f'LISTEN_FDS={count} LISTEN_PID=$$ exec "$@"' + ('' if wrong else ' 3>&-'), 'sh'], *consolectl, 'web',
+                          pass_fds=[HANDED_OVER], preexec_fn=lambda: wrong and os.dup2(wrong.fileno(), HANDED_OVER))
+            assert web.process.wait(10) == 1 and said in web.said(), web.said()
 
 
 def main():
     allow_many_files()
     handed_over()
+    few_descriptors()
     mc = Program(consolectl, 'mc', '--seconds', '200')
     web = start_web(consolectl)
     live = Live(web.port)
@@ -228,6 +274,7 @@ def main():
     memory = web.kilobytes()
     nonsense(web.port)
     many(web.port)
+    crowd(web.port)
     print(f'{web.kilobytes() - memory} kB more after all that is nonsense')
     stalled(web, 60)
     assert ask(web.port, request(web.port))[0] == 200

@@ -7,9 +7,10 @@ const FADER = 4, METER = 6, SWITCH = 2, STRING = 0;
 const TOP = 10, BOTTOM = -60; // dB
 const STEP = 0.5;
 const TRACK = 144; // px, as high as the style has it
+const SETTLED = 600; // ms after which the MC's value counts, whatever was asked for
 
 const shareOf = (level) => Math.min(1, Math.max(0, (level - BOTTOM) / (TOP - BOTTOM)));
-const levelText = (level) => (level <= BOTTOM ? "-∞" : level.toFixed(1));
+const levelText = (level) => (level <= BOTTOM ? "-∞" : level < 1000 ? level.toFixed(1) : level.toPrecision(2));
 
 export class Channels {
   // set(number, text) asks for a change.
@@ -48,17 +49,17 @@ export class Channels {
       <div class="fader"><i class="meter"><i class="level-now"></i></i>
         <div class="track" tabindex="-1" role="slider" aria-orientation="vertical" aria-valuemin="${BOTTOM}" aria-valuemax="${TOP}">
           <i class="knob"></i></div></div>
-      <output class="level"></output><button class="mute" type="button" tabindex="-1" aria-pressed="false">mute</button>`;
+      <span class="level"></span><button class="mute" type="button" tabindex="-1" aria-pressed="false">mute</button>`;
     const part = (name) => root.querySelector(`.${name}`);
     const strip = {path, root, track: part("track"), knob: part("knob"), bar: part("level-now"), label: part("name"), level: part("level"),
-                   button: part("mute"), dragged: null};
+                   button: part("mute"), dragged: false, asked: new Map()};
     part("number").textContent = path + 1;
     root.addEventListener("focusin", () => this.makeCurrent(strip));
     strip.track.addEventListener("pointerdown", (event) => this.grab(strip, event));
-    strip.track.addEventListener("pointermove", (event) => strip.dragged !== null && this.drag(strip, event));
+    strip.track.addEventListener("pointermove", (event) => strip.dragged && this.drag(strip, event));
     for (const end of ["pointerup", "pointercancel"]) strip.track.addEventListener(end, () => this.letGo(strip));
     strip.track.addEventListener("keydown", (event) => this.key(strip, event));
-    strip.button.addEventListener("click", () => this.locked || this.set(strip.mute, this.image.value(strip.mute) ? "0" : "1"));
+    strip.button.addEventListener("click", () => this.ask(strip, "mute", this.valueOf(strip, "mute") ? 0 : 1));
     return strip;
   }
 
@@ -80,7 +81,7 @@ export class Channels {
   changed(number) {
     const found = this.stripOf.get(number);
     if (!found) return;
-    if (this.visible.has(found.strip)) this.due.add(found);
+    if (this.visible.has(found.strip) || found.part === "name") this.due.add(found);
     this.drawOnBridge(found.strip, found.part);
   }
 
@@ -91,8 +92,44 @@ export class Channels {
   }
 
   drawAll() {
-    for (const strip of this.strips) for (const part of ["fader", "meter", "mute"]) this.drawOnBridge(strip, part);
-    for (const strip of this.visible) this.see(strip, true);
+    for (const strip of this.strips) {
+      for (const part of ["name", "fader", "meter", "mute"]) {
+        this.drawOnBridge(strip, part);
+        this.drawPart(strip, part);
+      }
+    }
+  }
+
+  // What was asked for, as long as it may be under way; then the MC's.
+  valueOf(strip, part) {
+    return strip.asked.get(part)?.value ?? this.image.value(strip[part]);
+  }
+
+  ask(strip, part, value) {
+    if (this.locked) return;
+    this.forget(strip, part);
+    strip.asked.set(part, {value, timer: setTimeout(() => this.settle(strip, part), SETTLED)});
+    this.set(strip[part], String(value));
+    this.drawPart(strip, part);
+  }
+
+  forget(strip, part) {
+    clearTimeout(strip.asked.get(part)?.timer);
+    strip.asked.delete(part);
+  }
+
+  settle(strip, part) {
+    if (part === "fader" && strip.dragged) return;
+    this.forget(strip, part);
+    this.drawPart(strip, part);
+  }
+
+  // What has been asked for won't happen any more.
+  giveUp() {
+    for (const strip of this.strips) {
+      this.letGo(strip);
+      for (const part of ["fader", "mute"]) this.settle(strip, part);
+    }
   }
 
   drawOnBridge(strip, part) {
@@ -103,7 +140,9 @@ export class Channels {
   }
 
   drawPart(strip, part) {
-    const value = this.image.value(strip[part]);
+    const held = this.image.value(strip[part]);
+    if (strip.asked.get(part)?.value === Math.round(10 * held) / 10 && !strip.dragged) this.forget(strip, part); // it has come back
+    const value = this.valueOf(strip, part);
     if (part === "name") {
       strip.label.textContent = strip.label.title = value;
       strip.track.setAttribute("aria-label", value || `mic input ${strip.path + 1}`);
@@ -111,53 +150,52 @@ export class Channels {
       strip.bar.style.transform = `scaleY(${value / 255})`;
     } else if (part === "mute") {
       strip.button.setAttribute("aria-pressed", String(value !== 0));
-    } else if (strip.dragged === null) {
-      this.drawFader(strip, value);
+    } else {
+      strip.knob.style.transform = `translateY(${TRACK * (1 - shareOf(value))}px)`;
+      strip.level.textContent = levelText(value);
+      strip.track.setAttribute("aria-valuenow", value.toFixed(1));
+      strip.track.setAttribute("aria-valuetext", `${levelText(value)} dB`);
     }
   }
 
-  drawFader(strip, level) {
-    strip.knob.style.transform = `translateY(${TRACK * (1 - shareOf(level))}px)`;
-    strip.level.textContent = levelText(level);
-    strip.track.setAttribute("aria-valuenow", level.toFixed(1));
-    strip.track.setAttribute("aria-valuetext", `${levelText(level)} dB`);
-  }
-
+  // By its knob, which stays where it is under the pointer; elsewhere the knob comes to the pointer.
   grab(strip, event) {
-    if (this.locked) return;
+    if (this.locked || event.button !== 0) return;
     strip.track.setPointerCapture(event.pointerId);
-    strip.dragged = this.image.value(strip.fader);
+    strip.dragged = true;
     strip.root.classList.add("dragged");
-    this.drag(strip, event);
+    const knob = strip.knob.getBoundingClientRect();
+    const onKnob = event.clientY >= knob.top && event.clientY <= knob.bottom;
+    strip.held = onKnob ? event.clientY - (knob.top + knob.bottom) / 2 : 0;
+    if (!onKnob) this.drag(strip, event);
   }
 
   drag(strip, event) {
     const box = strip.track.getBoundingClientRect();
-    const share = 1 - (event.clientY - box.top) / box.height;
-    this.ask(strip, BOTTOM + Math.min(1, Math.max(0, share)) * (TOP - BOTTOM));
+    const share = 1 - (event.clientY - strip.held - box.top) / box.height;
+    this.askLevel(strip, BOTTOM + share * (TOP - BOTTOM));
   }
 
-  ask(strip, level) {
-    if (this.locked) return;
-    const rounded = Math.round(Math.min(TOP, Math.max(BOTTOM, level)) * 10) / 10;
-    strip.dragged = strip.dragged === null ? null : rounded;
-    this.drawFader(strip, rounded);
-    this.set(strip.fader, rounded.toFixed(1));
+  askLevel(strip, level) {
+    this.ask(strip, "fader", Math.round(Math.min(TOP, Math.max(BOTTOM, level)) * 10) / 10);
   }
 
-  // From now on the MC's value counts again.
   letGo(strip) {
-    strip.dragged = null;
+    if (!strip.dragged) return;
+    strip.dragged = false;
     strip.root.classList.remove("dragged");
+    const asked = strip.asked.get("fader");
+    if (asked) this.ask(strip, "fader", asked.value); // and from then on the MC's value counts again
   }
 
   key(strip, event) {
-    const level = this.image.value(strip.fader);
+    if (event.ctrlKey || event.altKey || event.metaKey) return;
+    const level = this.valueOf(strip, "fader");
     const levels = {ArrowUp: level + STEP, ArrowDown: level - STEP, PageUp: level + 6, PageDown: level - 6, Home: TOP, End: BOTTOM};
     const beside = {ArrowLeft: -1, ArrowRight: 1}[event.key];
     if (beside !== undefined) this.focus(strip.path + beside);
-    else if (event.key in levels) this.ask(strip, levels[event.key]);
-    else if (event.key === "m") strip.button.click();
+    else if (event.key in levels) this.askLevel(strip, levels[event.key]);
+    else if (event.key.toLowerCase() === "m") strip.button.click();
     else return;
     event.preventDefault();
   }

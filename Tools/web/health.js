@@ -56,7 +56,7 @@ class Plot {
     const term = part("dt", "");
     const value = part("dd", "");
     this.curve = new Curve();
-    this.now = part("output", "now");
+    this.now = part("span", "now");
     this.scale = part("span", "scale");
     term.append(title, this.scale);
     value.append(this.now, this.curve.canvas);

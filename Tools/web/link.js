@@ -5,10 +5,11 @@ const BUSY = 65536; // bytes that haven't left: what is asked for waits
 const MOST = 32; // changes in a message: the server takes no longer ones
 
 export class Link {
-  // on: {image(buffer), health(health), refused(text), mayChange(bool), open(bool)}
-  constructor(on, token) {
-    Object.assign(this, {on, token, asked: new Map()});
+  // on: {image(buffer), health(health), shows(names), refused(text), noShow(text), mayChange(bool), open(bool)}
+  constructor(on) {
+    Object.assign(this, {on, asked: new Map()});
     document.addEventListener("visibilitychange", () => this.say({visible: !document.hidden}));
+    addEventListener("hashchange", () => this.say({token: location.hash.slice(1)})); // the address with the token, in this very tab
     this.connect();
   }
 
@@ -16,11 +17,13 @@ export class Link {
     this.socket = new WebSocket(`ws://${location.host}/live`);
     this.socket.binaryType = "arraybuffer";
     this.socket.onopen = () => {
-      this.say({visible: !document.hidden, ...(this.token && {token: this.token})});
+      const token = location.hash.slice(1);
+      this.say({visible: !document.hidden, ...(token && {token})});
       this.on.open(true);
     };
     this.socket.onmessage = ({data}) => (typeof data === "string" ? this.takeText(JSON.parse(data)) : this.on.image(data));
     this.socket.onclose = () => {
+      this.asked.clear(); // what was asked for is not done when nobody expects it any more
       this.on.open(false);
       setTimeout(() => this.connect(), AGAIN);
     };
@@ -36,7 +39,7 @@ export class Link {
 
   // Asks for a change; of several for one parameter the last goes, with one of the next frames.
   set(address, text) {
-    this.asked.set(address, text);
+    if (this.socket.readyState === WebSocket.OPEN) this.asked.set(address, text);
   }
 
   flush() {

@@ -76,10 +76,21 @@ const STRING_BYTES = 13;
 const FRAME_IMAGE = 1, FRAME_CHANGES = 2;
 const UPDATE_HEADER = 17;
 
+const utf8 = new TextDecoder();
+
 function readString(bytes, at) {
-  let text = "";
-  for (let n = 0; n < STRING_BYTES && bytes.getUint8(at + n) !== 0; ++n) text += String.fromCharCode(bytes.getUint8(at + n));
-  return text;
+  let length = 0;
+  while (length < STRING_BYTES && bytes.getUint8(at + length) !== 0) ++length;
+  return length === 0 ? "" : utf8.decode(new Uint8Array(bytes.buffer, at, length));
+}
+
+// A float with as few digits as tell it from all others.
+function floatText(value) {
+  for (let digits = 6; digits < 9; ++digits) {
+    const short = Number(value.toPrecision(digits));
+    if (Math.fround(short) === value) return String(short);
+  }
+  return String(Number(value.toPrecision(9)));
 }
 
 // The values, as the server told them last. All numbers that come are big-endian.
@@ -103,7 +114,16 @@ export class Image {
   }
 
   textOf(value) {
-    return typeof value === "string" ? `"${value}"` : Number.isInteger(value) ? String(value) : String(Number(value.toPrecision(6)));
+    if (typeof value === "string") return `"${value}"`;
+    if (Object.is(value, -0)) return "-0";
+    return Number.isSafeInteger(value) ? String(value) : floatText(value);
+  }
+
+  // Forgets everything: what there was is no longer known to be so.
+  forget() {
+    this.ints.fill(0);
+    this.strings.fill("");
+    this.whole = false;
   }
 
   // Its path's name, or its group's, and what it is there: "Lead Vocal Fader", "SubMix Rotary".

@@ -2,17 +2,17 @@
 
 const FRAME_SHOW = 3;
 const STORED = 1, RECALLED = 2, DIFFERS = 4, MOVES = 8; // of a show's marks
-const AGAIN = 1000; // ms, while a recall is looked at
+const AGAIN = 1000; // ms, while a show is looked at
 
 // How each parameter is marked, plain, noted or marked, and what these are called.
 const KINDS = {
   scope: {
-    title: (show) => `${show}: what it holds`,
+    title: (show) => `${show}: scope`,
     words: ["not in the show", "stored, not recalled", "recalled"],
     of: (mark) => (mark & RECALLED ? 2 : mark & STORED ? 1 : 0),
   },
   recall: {
-    title: (show) => `${show}: what a recall would move`,
+    title: (show) => `${show}: recall`,
     words: ["as it is", "differs, and stays", "would move"],
     of: (mark) => (mark & MOVES ? 2 : mark & DIFFERS ? 1 : 0),
   },
@@ -26,7 +26,7 @@ export class Overlay {
     Object.assign(this, {model, image, picture, select, legend, ask, kind: "", show: "", marks: new Uint8Array(model.count),
                          told: new Uint8Array(model.count), values: new Map()});
     select.addEventListener("change", () => this.choose(select.value));
-    setInterval(() => this.kind === "recall" && !document.hidden && ask(this.show), AGAIN);
+    setInterval(() => this.kind in KINDS && !document.hidden && ask(this.show), AGAIN);
     this.setShows([]);
   }
 
@@ -41,10 +41,7 @@ export class Overlay {
   choose(value) {
     const slash = value.indexOf("/");
     Object.assign(this, {kind: value.slice(0, Math.max(0, slash)), show: value.slice(slash + 1)});
-    this.marks.fill(0);
-    this.told.fill(0);
-    this.values.clear();
-    this.picture.setOverlay(this.kind ? this.marks : null);
+    this.clear();
     this.tell();
     this.ask(this.kind in KINDS ? this.show : "");
   }
@@ -53,13 +50,27 @@ export class Overlay {
   take(buffer) {
     const bytes = new DataView(buffer);
     if (bytes.getUint8(0) !== FRAME_SHOW || !(this.kind in KINDS)) return;
-    this.told = new Uint8Array(buffer, 1, this.model.count);
+    this.told.set(new Uint8Array(buffer, 1, this.model.count));
     this.values.clear();
     this.image.readValues(bytes, 1 + this.model.count, (number, value) => this.values.set(number, value));
     const of = KINDS[this.kind].of;
     this.told.forEach((mark, number) => (this.marks[number] = of(mark)));
     this.picture.setOverlay(this.marks);
     this.tell();
+  }
+
+  // Why there is no such show to be seen.
+  fail(text) {
+    if (!(this.kind in KINDS)) return;
+    this.clear();
+    this.legend.textContent = text;
+  }
+
+  clear() {
+    this.marks.fill(0);
+    this.told.fill(0);
+    this.values.clear();
+    this.picture.setOverlay(this.kind ? this.marks : null);
   }
 
   changed(number) {

@@ -10,37 +10,47 @@ import {Picture} from "./picture.js";
 import {Search} from "./search.js";
 
 const SILENT = 0.6; // seconds without an update: an MC sends one every few hundredths
+const TOLD = 0.5; // seconds after which consolectl tells how the link is
+const STUCK = 1.5; // seconds after which it is itself what doesn't go on
+const REFUSED = 5; // seconds that a refusal stands
 const HINT = "drag a fader, or use the arrow keys";
-const TITLES = {gone: "gone: ", waiting: "waiting: ", silent: "SILENT: ", losing: "losing updates: ", step: ""};
+const LOOKS = "this page may only look: to change something, open the address that consolectl printed";
+const TITLES = {gone: "gone: ", waiting: "waiting: ", silent: "SILENT: ", several: "SEVERAL MCs: ", losing: "losing updates: ", step: ""};
 const find = (id) => document.getElementById(id);
 
 class Page {
   constructor(model) {
     this.model = model;
     this.image = new Image(model);
-    this.heard = {open: false, health: null, healthAt: 0};
+    this.heard = {open: false, may: false, health: null, healthAt: 0};
     const set = (number, text) => this.link.set(model.text(number), text);
     this.parameter = new Parameter(model, this.image, set);
     this.picture = new Picture(model, this.image,
-                               {map: find("map"), bitmap: find("bitmap"), glow: find("glow"), labels: find("labels"), tip: find("tip"), cursor: find("cursor")},
+                               {map: find("map"), bitmap: find("bitmap"), glow: find("glow"), labels: find("labels"), tip: find("tip"),
+                                cursor: find("cursor"), said: find("said")},
                                (number) => this.parameter.open(number));
     this.channels = new Channels(model, this.image, {element: find("strips"), bridge: find("bridge")}, set);
     this.overlay = new Overlay(model, this.image, this.picture, {select: find("overlay"), legend: find("legend")},
                                (show) => this.link?.say({show}));
     this.picture.note = (number) => this.overlay.text(number);
     this.health = new Health(model, {plots: find("plots"), types: find("types"), lost: find("lost"), senders: find("senders"), link: find("link")});
-    new Search(model, this.image, find("search"), {
-      found: (number) => this.parameter.open(number),
-      looked: (number) => this.picture.moveTo(number),
+    this.search = new Search(model, this.image, find("search"), {
+      found: (number) => {
+        this.picture.goTo(number);
+        this.parameter.open(number);
+      },
+      looked: (number) => this.picture.point(number),
+      left: () => this.picture.goTo(-1),
     });
     this.link = new Link({
       image: (buffer) => this.take(buffer),
       health: (health) => this.takeHealth(health),
       shows: (shows) => this.overlay.setShows(shows),
-      refused: (text) => this.parameter.say(text),
-      mayChange: (may) => this.takeMayChange(may),
+      refused: (text) => this.takeRefused(text),
+      noShow: (text) => this.overlay.fail(text),
+      mayChange: (may) => this.tellLocks({may}),
       open: (open) => this.takeOpen(open),
-    }, location.hash.slice(1));
+    });
     this.drawn = performance.now();
     requestAnimationFrame((now) => this.draw(now));
     setInterval(() => this.tellState(), 100);
@@ -67,26 +77,55 @@ class Page {
     this.tellState();
   }
 
-  takeMayChange(may) {
+  // Who can't reach the console, or may not, moves nothing.
+  tellLocks(news) {
+    Object.assign(this.heard, news);
+    const {open, may} = this.heard;
+    const why = !open ? "consolectl is gone" : may ? "" : LOOKS;
     document.documentElement.dataset.mayChange = may;
-    find("parameter-value").readOnly = find("parameter-set").disabled = this.channels.locked = !may;
-    find("channels-note").textContent = may ? HINT : "this page may only look: to change something, open the address that consolectl printed";
+    this.channels.locked = why !== "";
+    this.parameter.lock(why);
+    find("channels-note").textContent = open && !may ? LOOKS : HINT;
   }
 
   takeOpen(open) {
-    this.heard.open = open;
+    // What the last connection told says nothing of what there is now.
+    if (open) {
+      Object.assign(this.heard, {health: null, may: false});
+      this.forget();
+    } else {
+      this.channels.giveUp();
+    }
+    this.tellLocks({open});
     this.tellState();
+  }
+
+  forget() {
+    this.image.forget();
+    delete document.documentElement.dataset.whole;
+    this.picture.recolour();
+    this.channels.drawAll();
+  }
+
+  takeRefused(text) {
+    if (this.parameter.dialog.open) return this.parameter.say(text);
+    find("channels-note").textContent = text;
+    clearTimeout(this.refused);
+    this.refused = setTimeout(() => this.tellLocks({}), 1000 * REFUSED);
   }
 
   // What there is to know at a glance.
   tellState() {
     const {open, health, healthAt} = this.heard;
-    const silent = health && health.silent >= 0 ? health.silent + (performance.now() - healthAt) / 1000 : -1;
+    const age = (performance.now() - healthAt) / 1000; // of what consolectl has told
+    const silent = health && health.silent >= 0 ? health.silent + Math.min(age, TOLD) : -1;
     const losing = this.health.valuesOf("lost").slice(-6).some((count) => count > 0);
     const [state, text] = !open ? ["gone", "consolectl is gone"]
+      : health && age > STUCK ? ["gone", "consolectl doesn't go on"]
       : !health || health.silent < 0 ? ["waiting", "waiting for an MC"]
       : silent > SILENT ? ["silent", silent < 1 ? "MC silent" : `MC silent for ${Math.floor(silent)} s`]
       : !health.whole ? ["waiting", "waiting for the whole image"]
+      : health.mcs > 1 ? ["several", `${health.mcs} MCs at once`]
       : losing ? ["losing", "losing updates"]
       : ["step", `in step with ${health.mc}`];
     const element = find("state");
@@ -102,6 +141,7 @@ class Page {
     this.channels.draw();
     this.overlay.draw();
     this.picture.draw((now - this.drawn) / 1000);
+    this.search.draw();
     this.drawn = now;
     requestAnimationFrame((next) => this.draw(next));
   }

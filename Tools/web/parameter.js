@@ -4,31 +4,47 @@ const POINTS = 160;
 const find = (id) => document.getElementById(id);
 
 export class Parameter {
+  // set(number, text) asks for a change.
   constructor(model, image, set) {
-    Object.assign(this, {model, image, number: -1, history: []});
+    Object.assign(this, {model, image, number: -1, history: [], locked: ""});
     this.dialog = find("parameter");
+    this.input = find("parameter-value");
     const ask = () => {
+      if (this.locked) return;
       this.edited = false;
-      set(this.number, find("parameter-value").value.replace(/^"|"$/g, ""));
+      set(this.number, this.input.value);
     };
-    find("parameter-value").addEventListener("input", () => (this.edited = true));
+    this.input.addEventListener("input", () => (this.edited = true));
     find("parameter-set").addEventListener("click", ask);
-    find("parameter-value").addEventListener("keydown", (event) => {
+    this.input.addEventListener("keydown", (event) => {
       if (event.key !== "Enter") return;
       event.preventDefault();
       ask();
     });
   }
 
+  // Why nothing can be set; empty: it can.
+  lock(why) {
+    this.locked = why;
+    this.input.readOnly = find("parameter-set").disabled = why !== "";
+    if (this.dialog.open) this.say(why);
+  }
+
   open(number) {
     Object.assign(this, {number, history: [], edited: false});
     find("parameter-name").textContent = this.image.name(number);
     find("parameter-address").textContent = this.model.text(number);
-    find("parameter-value").value = this.image.valueText(number);
-    this.say("");
+    this.input.value = this.entry();
+    this.say(this.locked);
     this.draw();
     this.dialog.showModal();
-    find("parameter-value").select();
+    this.input.select();
+  }
+
+  // The value as one would type it.
+  entry() {
+    const value = this.image.value(this.number);
+    return typeof value === "string" ? value : this.image.textOf(value);
   }
 
   // Its last values, one beside the other.
@@ -51,7 +67,7 @@ export class Parameter {
 
   changed(number) {
     if (number !== this.number || !this.dialog.open) return;
-    if (!this.edited) find("parameter-value").value = this.image.valueText(number);
+    if (!this.edited) this.input.value = this.entry();
     this.say(`now ${this.image.valueText(number)}`);
     this.history.push(Number(this.image.value(number)) || 0);
     if (this.history.length > POINTS) this.history.shift();

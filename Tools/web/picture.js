@@ -77,7 +77,8 @@ export class Picture {
     this.heat = new Uint8Array(model.count);
     this.hot = []; // the numbers with heat
     this.overlay = null;
-    this.cursor = -1; // where the keys are
+    this.cursor = -1; // where the keys are, or were
+    this.shown = {number: -1}; // what is marked
     this.under = -1; // the pointer
     this.note = () => ""; // what else is to be said of a parameter
     this.glow = new Glow(elements.glow);
@@ -85,11 +86,12 @@ export class Picture {
     new ResizeObserver(() => this.layOut()).observe(elements.map.parentElement);
     matchMedia("(prefers-color-scheme: dark)").addEventListener("change", () => this.recolour());
     elements.map.addEventListener("pointermove", (event) => this.hover(event));
-    elements.map.addEventListener("pointerleave", () => this.showTip(-1));
+    elements.map.addEventListener("pointerleave", () => this.show(this.hasKeys() ? this.cursor : -1));
     elements.map.addEventListener("pointerdown", (event) => this.hover(event));
-    elements.map.addEventListener("click", () => this.openAt(this.under));
+    elements.map.addEventListener("click", () => this.openAt(this.cursor = this.under));
     elements.map.addEventListener("keydown", (event) => this.key(event));
-    elements.map.addEventListener("blur", () => this.moveTo(-1));
+    elements.map.addEventListener("focus", () => this.show(this.cursor));
+    elements.map.addEventListener("blur", () => this.show(-1));
     this.layOut();
   }
 
@@ -99,7 +101,7 @@ export class Picture {
     this.width = width;
     this.context.font = getComputedStyle(this.elements.labels).font;
     const {blocks, height} = arrange(this.model.groups, width, (text) => this.context.measureText(text).width);
-    this.height = height;
+    Object.assign(this, {blocks, height});
     this.numberOfPixel = new Int32Array(width * height).fill(-1);
     this.pixelOf = new Int32Array(this.model.count);
     for (const block of blocks) this.place(block);
@@ -180,7 +182,7 @@ export class Picture {
     if (this.hot.length > 0) this.context.putImageData(this.pixels, 0, 0);
     this.hot.length = kept;
     this.glow.draw(this.overlay ? [] : this.hot, this.heat, this.pixelOf);
-    if (this.cursor >= 0) this.showTip(this.cursor);
+    if (this.shown.number >= 0) this.tell();
   }
 
   numberAt(event) {
@@ -191,48 +193,87 @@ export class Picture {
   }
 
   hover(event) {
-    this.cursor = -1;
     this.under = this.numberAt(event);
-    this.showTip(this.under, event.clientX, event.clientY);
+    this.show(this.under, {clientX: event.clientX, clientY: event.clientY});
   }
 
   openAt(number) {
     if (number >= 0) this.open(number);
   }
 
+  hasKeys() {
+    return document.activeElement === this.elements.map;
+  }
+
   key(event) {
     const steps = {ArrowLeft: -1, ArrowRight: 1, ArrowUp: -this.width, ArrowDown: this.width};
-    if (event.key === "Enter") return this.openAt(this.cursor);
-    if (!(event.key in steps)) return;
+    const groups = {PageUp: -1, PageDown: 1};
+    if (event.ctrlKey || event.altKey || event.metaKey) return;
+    if (event.key === "Enter") this.openAt(this.cursor);
+    else if (event.key === "Escape") this.moveTo(-1);
+    else if (event.key in steps) this.moveTo(this.nextPixel(steps[event.key]));
+    else if (event.key in groups) this.moveTo(this.nextGroup(groups[event.key]));
+    else return;
     event.preventDefault();
-    const first = this.numberOfPixel.findIndex((number) => number >= 0);
-    let pixel = this.cursor < 0 ? first - steps[event.key] : this.pixelOf[this.cursor];
-    do pixel += steps[event.key];
-    while (pixel >= 0 && pixel < this.numberOfPixel.length && this.numberOfPixel[pixel] < 0);
-    if (pixel >= 0 && pixel < this.numberOfPixel.length) this.moveTo(this.numberOfPixel[pixel]);
   }
 
-  // Where the keys are, or what a search found.
+  // The next parameter in a direction; where there is none, the same.
+  nextPixel(step) {
+    const first = this.numberOfPixel.findIndex((number) => number >= 0);
+    let pixel = this.cursor < 0 ? first - step : this.pixelOf[this.cursor];
+    do pixel += step;
+    while (pixel >= 0 && pixel < this.numberOfPixel.length && this.numberOfPixel[pixel] < 0);
+    return this.numberOfPixel[pixel] ?? this.cursor;
+  }
+
+  // The first parameter of the next group, or the one before.
+  nextGroup(step) {
+    const {group} = this.cursor < 0 ? {group: -step} : this.model.addressOf(this.cursor);
+    const {x, y} = this.blocks[Math.min(Math.max(group + step, 0), this.blocks.length - 1)];
+    return this.numberOfPixel[y * this.width + x];
+  }
+
   moveTo(number) {
     this.cursor = number;
-    this.showTip(number);
+    this.show(number);
+    this.elements.said.textContent = number < 0 ? "" : this.textsOf(number).join(", ");
   }
 
-  showTip(number, clientX, clientY) {
+  // From elsewhere: the keys go on from there; -1: from where they were.
+  goTo(number) {
+    if (number >= 0) this.cursor = number;
+    this.elements.map.focus({preventScroll: true});
+    this.show(this.cursor);
+  }
+
+  // Marks what is looked at elsewhere.
+  point(number) {
+    this.show(number, {tip: false});
+  }
+
+  // Marks a parameter, with what there is to say of it beside it, or beside the pointer; -1: none.
+  show(number, {tip = true, clientX, clientY} = {}) {
+    this.shown = {number, tip, clientX, clientY};
+    this.tell();
+  }
+
+  textsOf(number) {
+    return [this.image.name(number), this.model.text(number), this.image.valueText(number), this.note(number)].filter(Boolean);
+  }
+
+  tell() {
     const {tip, cursor, bitmap} = this.elements;
-    tip.hidden = number < 0;
+    const {number, clientX, clientY} = this.shown;
     cursor.hidden = number < 0;
+    tip.hidden = number < 0 || !this.shown.tip;
     if (number < 0) return;
-    const box = bitmap.getBoundingClientRect();
     const x = this.pixelOf[number] % this.width;
     const y = Math.floor(this.pixelOf[number] / this.width);
     cursor.style.transform = `translate(${x - 3}px, ${y - 3}px)`;
-    const texts = [this.image.name(number), this.model.text(number), this.image.valueText(number), this.note(number)];
-    tip.replaceChildren(...texts.filter(Boolean).map((text) => {
-      const line = document.createElement("span");
-      line.textContent = text;
-      return line;
-    }));
+    if (tip.hidden) return;
+    const lines = this.textsOf(number).map((text) => Object.assign(document.createElement("span"), {textContent: text}));
+    if (lines.map((line) => line.outerHTML).join("") !== tip.innerHTML) tip.replaceChildren(...lines);
+    const box = bitmap.getBoundingClientRect();
     const left = (clientX ?? box.left + x) + 14;
     const top = (clientY ?? box.top + y) + 14;
     tip.style.left = `${Math.min(left, innerWidth - tip.offsetWidth - 8)}px`;

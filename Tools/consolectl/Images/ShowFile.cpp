@@ -20,7 +20,6 @@ namespace
 
 constexpr int c_nApplicationId = 0x4c435348; // "LCSH"
 constexpr int c_nLayout = 1;
-constexpr int c_nBusyMilliseconds = 10000;
 constexpr int c_nLongestValue = 1 << 20;
 
 // The whole layout, to the letter: a file with another one is refused.
@@ -132,7 +131,7 @@ void CShowFile::stCloser::operator()(sqlite3* pDatabase) const
     sqlite3_close(pDatabase);
 }
 
-CShowFile::CShowFile() = default;
+CShowFile::CShowFile(std::chrono::milliseconds patience) : m_Patience(patience) {}
 
 CShowFile::~CShowFile() = default;
 
@@ -177,7 +176,7 @@ std::string CShowFile::OpenDatabase(bool bCreate)
     sqlite3_db_config(pDatabase, SQLITE_DBCONFIG_ENABLE_TRIGGER, 0, nullptr);
     sqlite3_db_config(pDatabase, SQLITE_DBCONFIG_ENABLE_VIEW, 0, nullptr);
     sqlite3_limit(pDatabase, SQLITE_LIMIT_LENGTH, c_nLongestValue);
-    sqlite3_busy_timeout(pDatabase, c_nBusyMilliseconds);
+    sqlite3_busy_timeout(pDatabase, static_cast<int>(m_Patience.count()));
     g_bRolledBack = false;
     const std::string strError = Check(bCreate);
     if (g_bRolledBack)
@@ -439,9 +438,10 @@ std::string CShowFile::Error() const
     return m_strFile + ": " + strWords;
 }
 
-std::string ReadShow(const std::string& strFile, const std::string& strName, CBMAContainer& image)
+std::string ReadShow(const std::string& strFile, const std::string& strName, CBMAContainer& image,
+                     std::chrono::milliseconds patience)
 {
-    CShowFile file;
+    CShowFile file(patience);
     std::vector<stShowBlock> blocks;
     std::string strError = file.Open(strFile, false);
     strError = strError.empty() ? file.Load(strName, blocks) : strError;

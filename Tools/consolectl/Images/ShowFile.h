@@ -3,6 +3,7 @@
 
 #include "Images/ShowBlocks.h"
 
+#include <chrono>
 #include <cstdint>
 #include <functional>
 #include <memory>
@@ -10,6 +11,8 @@
 #include <vector>
 
 struct sqlite3;
+
+constexpr std::chrono::milliseconds c_ShowFilePatience(10000);
 
 struct stShowEntry
 {
@@ -23,7 +26,8 @@ struct stShowEntry
 class CShowFile
 {
 public:
-    CShowFile();
+    // A file that somebody else has locked is waited for so long.
+    explicit CShowFile(std::chrono::milliseconds patience = c_ShowFilePatience);
     ~CShowFile();
 
     // With bCreate a file that is not there will be made by Save.
@@ -62,10 +66,12 @@ private:
     std::string Remove(std::int64_t nShow);
     std::string RemoveBlocks(std::int64_t nShow);
 
+    const std::chrono::milliseconds m_Patience;
     std::string m_strFile;
     std::unique_ptr<sqlite3, stCloser> m_pDatabase;
     bool m_bNew = false; // nothing in it yet, the layout neither
 };
 
 // A show's image and flags. Empty, or what went wrong; then image is half-written.
-std::string ReadShow(const std::string& strFile, const std::string& strName, CBMAContainer& image);
+std::string ReadShow(const std::string& strFile, const std::string& strName, CBMAContainer& image,
+                     std::chrono::milliseconds patience = c_ShowFilePatience);

@@ -1,6 +1,7 @@
 #include "Network/Activity.h"
 
 #include <algorithm>
+#include <cstring>
 
 std::vector<std::pair<stAddress, double>> stSecond::Busiest() const
 {
@@ -21,11 +22,17 @@ std::vector<std::pair<std::string, stSecond::stSender>> stSecond::Senders() cons
     return sorted;
 }
 
+long stSecond::CountMCs() const
+{
+    return std::count_if(senders.begin(), senders.end(), [](const auto& sender) { return sender.second.bUpdates; });
+}
+
 void CActivity::Take(stDatagram& datagram)
 {
     stSecond::stSender& sender = m_Now.senders[datagram.source.Text()];
     ++sender.dDatagrams;
     sender.dBytes += static_cast<double>(datagram.bytes.size());
+    sender.bUpdates = sender.bUpdates || std::strcmp(KindOf(datagram), "updates") == 0;
     m_lLost += static_cast<long>(m_LossFinder.Take(datagram).size());
     m_Shadow.Take(datagram);
     m_Now.dRequests += static_cast<double>(m_Shadow.GetRequests().size());

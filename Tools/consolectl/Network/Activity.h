@@ -17,6 +17,7 @@ struct stSecond
     {
         double dDatagrams = 0;
         double dBytes = 0;
+        bool bUpdates = false; // an MC
     };
 
     long PerSecond(double dCount) const { return std::lround(dCount / dSeconds); }
@@ -24,6 +25,7 @@ struct stSecond
     // The parameters that changed, and how often; and who sent: what is most first.
     std::vector<std::pair<stAddress, double>> Busiest() const;
     std::vector<std::pair<std::string, stSender>> Senders() const;
+    long CountMCs() const;
 
     double dSeconds = 1;
     std::map<std::string, stSender> senders;

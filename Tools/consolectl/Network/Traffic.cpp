@@ -2,6 +2,8 @@
 
 #include "Terminal/Common.h"
 
+#include "LogicalControls.h"
+
 #include <algorithm>
 #include <cerrno>
 #include <cmath>
@@ -66,6 +68,19 @@ std::string stEndpoint::AddressText() const
 std::string stEndpoint::Text() const
 {
     return AddressText() + ":" + std::to_string(usPort);
+}
+
+const char* KindOf(const stDatagram& datagram)
+{
+    UDP_PACKET_HEADER header;
+    if (datagram.bytes.size() < sizeof header)
+    {
+        return "no header";
+    }
+    std::memcpy(&header, datagram.bytes.data(), sizeof header);
+    return header.nType == enDatagramMCUpdate                                      ? "updates"
+           : header.nType == enDatagramPPC || header.nType == enDatagramPPCFlagged ? "changes"
+                                                                                   : "others";
 }
 
 stEndpoint MakeEndpoint(const std::string& strAddress, unsigned int unPort)

@@ -31,6 +31,9 @@ struct stDatagram
     long lNumber = 0; // from 1: of those that came, or of a capture's packets
 };
 
+// By its header: "updates" of an MC, "changes" of a client, "others", or "no header".
+const char* KindOf(const stDatagram& datagram);
+
 // What a source of datagrams has lost, as far as it knows.
 struct stTrafficLoss
 {

@@ -31,19 +31,6 @@ struct stFlow
     double dBytes = 0;
 };
 
-const char* KindOf(const stDatagram& datagram)
-{
-    UDP_PACKET_HEADER header;
-    if (datagram.bytes.size() < sizeof header)
-    {
-        return "no header";
-    }
-    std::memcpy(&header, datagram.bytes.data(), sizeof header);
-    return header.nType == enDatagramMCUpdate                                      ? "updates"
-           : header.nType == enDatagramPPC || header.nType == enDatagramPPCFlagged ? "changes"
-                                                                                   : "others";
-}
-
 // The counters of the receive path by the layer that they tell of. What is lost of a whole message stands beside the lost messages.
 constexpr struct
 {

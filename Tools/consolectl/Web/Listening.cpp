@@ -7,6 +7,7 @@
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
+#include <optional>
 
 #include <fcntl.h>
 #include <sys/socket.h>
@@ -25,22 +26,25 @@ bool Is(const char* szVariable, const std::string& strText)
     return szValue != nullptr && szValue == strText;
 }
 
-// Of what is none: an address that has no quality.
-ip::address Parse(const std::string& strAddress, bool& bAddress)
+// None of what is no address.
+std::optional<ip::address> Parse(const std::string& strAddress)
 {
     boost::system::error_code error;
     const ip::address address = ip::make_address(strAddress, error);
-    bAddress = !error;
-    return address;
+    return error ? std::nullopt : std::make_optional(address);
 }
 
 } // namespace
 
 stHandedOver TakeHandedOver()
 {
-    if (!Is("LISTEN_FDS", "1") || !Is("LISTEN_PID", std::to_string(::getpid())))
+    if (std::getenv("LISTEN_FDS") == nullptr || !Is("LISTEN_PID", std::to_string(::getpid())))
     {
         return {};
+    }
+    if (!Is("LISTEN_FDS", "1"))
+    {
+        return {-1, "", "LISTEN_FDS: one socket is taken, no more and no less"};
     }
     ip::tcp::endpoint endpoint;
     socklen_t nSize = static_cast<socklen_t>(endpoint.capacity());
@@ -62,19 +66,19 @@ stHandedOver TakeHandedOver()
 
 std::string CheckAddress(const std::string& strText)
 {
-    bool bAddress = false;
-    Parse(strText, bAddress);
-    return bAddress ? std::string() : "\"" + Printable(strText) + "\" is no address";
+    const std::optional<ip::address> address = Parse(strText);
+    const bool bMany = address && (address->is_multicast() || *address == ip::address_v4::broadcast());
+    return address && !bMany ? std::string() : "\"" + Printable(strText) + "\" is no address" + (bMany ? " of one machine" : "");
 }
 
 bool IsLoopback(const std::string& strAddress)
 {
-    bool bAddress = false;
-    return Parse(strAddress, bAddress).is_loopback() && bAddress;
+    const std::optional<ip::address> address = Parse(strAddress);
+    return address && address->is_loopback();
 }
 
 bool IsAnyAddress(const std::string& strAddress)
 {
-    bool bAddress = false;
-    return Parse(strAddress, bAddress).is_unspecified() && bAddress;
+    const std::optional<ip::address> address = Parse(strAddress);
+    return address && address->is_unspecified();
 }

@@ -23,6 +23,11 @@ bool IsSame(const std::string& strA, const std::string& strB)
     return ucDifferent == 0;
 }
 
+tFrame MakeText(const tJson& text)
+{
+    return std::make_shared<const std::string>(text.dump(-1, ' ', true, tJson::error_handler_t::replace));
+}
+
 // What a page asks for: a parameter's address as text, and its value as text. Throws stWrongUse.
 stChange ReadChange(const tJson& change)
 {
@@ -66,9 +71,9 @@ public:
 
     tFrame NextFrame() override
     {
-        if (m_pAnswer != nullptr)
+        if (!m_Answer.empty())
         {
-            return std::move(m_pAnswer);
+            return TakeAnswer();
         }
         if (m_unHealth != m_View.m_unHealth)
         {
@@ -121,9 +126,14 @@ private:
         std::for_each(read.begin(), read.end(), m_View.m_Send);
     }
 
-    void Answer(const tJson& answer)
+    // With what else hasn't been told yet.
+    void Answer(const tJson& answer) { m_Answer.update(answer); }
+
+    tFrame TakeAnswer()
     {
-        m_pAnswer = std::make_shared<const std::string>(answer.dump(-1, ' ', true, tJson::error_handler_t::replace));
+        const tJson answer = std::move(m_Answer);
+        m_Answer = tJson::object();
+        return MakeText(answer);
     }
 
     // The show that was asked for, unless it is too soon.
@@ -134,8 +144,8 @@ private:
         m_bShowWanted = !m_View.m_Seen.pShows->Compare(m_strShow, m_View.m_Activity.Shadow().Image(), pFrame, strError);
         if (!strError.empty())
         {
-            Answer({{"refused", strError}});
-            return std::move(m_pAnswer);
+            Answer({{"noShow", strError}});
+            return TakeAnswer();
         }
         return pFrame;
     }
@@ -147,7 +157,7 @@ private:
     bool m_bVisible = true;
     std::uint32_t m_unSeen = 0;
     std::uint32_t m_unHealth = 0;
-    tFrame m_pAnswer;
+    tJson m_Answer = tJson::object();
 };
 
 CLiveView::CLiveView(stSeen seen, std::function<void(const stChange&)> send)
@@ -222,7 +232,8 @@ tFrame CLiveView::MakeHealth(const stTrafficLoss& loss, int nBrowsers)
         {"decode", count(enDecodeErrorNull) + count(enDecodeErrorInvalid) + count(enCountLengthMismatch)}};
     const tJson health = {{"health",
                            {{"link", m_Seen.strLink},
-                            {"mc", m_Activity.SecondsSilent() < 0 ? "" : shadow.GetMC().AddressText()},
+                            {"mc", shadow.SenderText()},
+                            {"mcs", second.CountMCs()},
                             {"silent", m_Activity.SecondsSilent()},
                             {"whole", shadow.IsWhole()},
                             {"updates", second.PerSecond(second.dUpdates)},
@@ -232,5 +243,5 @@ tFrame CLiveView::MakeHealth(const stTrafficLoss& loss, int nBrowsers)
                             {"types", types},
                             {"senders", senders},
                             {"lost", lost}}}};
-    return std::make_shared<const std::string>(health.dump(-1, ' ', true, tJson::error_handler_t::replace));
+    return MakeText(health);
 }

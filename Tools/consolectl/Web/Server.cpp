@@ -4,12 +4,14 @@
 #include "Web/Live.h"
 
 #include <boost/asio/ip/tcp.hpp>
+#include <boost/asio/steady_timer.hpp>
 #include <boost/beast/core.hpp>
 #include <boost/beast/http.hpp>
 #include <boost/beast/websocket.hpp>
 
 #include <algorithm>
 #include <chrono>
+#include <list>
 #include <optional>
 
 namespace asio = boost::asio;
@@ -23,10 +25,12 @@ namespace
 {
 
 constexpr char c_szLivePath[] = "/live";
-constexpr std::size_t c_unMostConnections = 64;
+constexpr std::size_t c_unMostAsking = 64;
+constexpr std::size_t c_unMostPages = 64;
 constexpr std::size_t c_unMostHeader = 8192;
 constexpr std::chrono::seconds c_RequestTime(10);
-constexpr std::chrono::milliseconds c_LongestPoll(5); // whoever asks, the console's datagrams wait no longer
+constexpr std::chrono::milliseconds c_AfterFailure(200); // when there is no descriptor for a connection
+constexpr std::chrono::milliseconds c_LongestPoll(5);    // whoever asks, the console's datagrams wait no longer
 
 typedef http::response<http::string_body> tResponse;
 
@@ -57,16 +61,16 @@ std::string HostName(asio::ip::address address)
 
 struct CWebServer::stState
 {
-    // A connection that asks, one request after another.
+    // A connection that asks, one request after another. A request that has a body is the last.
     class CConnection : public std::enable_shared_from_this<CConnection>
     {
     public:
         CConnection(stState& state, tTcp::socket&& socket, const tTcp::endpoint& own)
             : m_State(state), m_strHost(HostName(own.address())), m_Stream(std::move(socket))
         {
-            ++m_State.unConnections;
+            m_State.asking.push_back(this);
         }
-        ~CConnection() { --m_State.unConnections; }
+        ~CConnection() { m_State.asking.remove(this); }
         CConnection(const CConnection&) = delete;
         CConnection& operator=(const CConnection&) = delete;
 
@@ -74,16 +78,22 @@ struct CWebServer::stState
         {
             m_Parser.emplace();
             m_Parser->header_limit(c_unMostHeader);
-            m_Parser->body_limit(0);
             m_Stream.expires_after(c_RequestTime);
-            http::async_read(m_Stream, m_Buffer, *m_Parser,
-                             [pSelf = shared_from_this()](tError error, std::size_t)
-                             {
-                                 if (!error)
-                                 {
-                                     pSelf->Answer(pSelf->m_Parser->release());
-                                 }
-                             });
+            http::async_read_header(m_Stream, m_Buffer, *m_Parser,
+                                    [pSelf = shared_from_this()](tError error, std::size_t)
+                                    {
+                                        if (!error)
+                                        {
+                                            pSelf->Answer(pSelf->m_Parser->get());
+                                        }
+                                    });
+        }
+
+        // Makes room for others.
+        void Drop()
+        {
+            m_State.asking.remove(this);
+            m_Stream.close();
         }
 
     private:
@@ -96,7 +106,7 @@ struct CWebServer::stState
                 std::make_shared<CLive>(m_State.live, m_State.makeBrowser, std::move(m_Stream))->Accept(request);
                 return;
             }
-            m_Response.keep_alive(request.keep_alive());
+            m_Response.keep_alive(request.keep_alive() && m_Parser->is_done());
             m_Response.prepare_payload();
             if (request.method() == http::verb::head)
             {
@@ -143,13 +153,35 @@ struct CWebServer::stState
                 {
                     return;
                 }
-                const tTcp::endpoint own = error ? tTcp::endpoint() : socket.local_endpoint(error);
-                if (!error && unConnections + live.size() < c_unMostConnections)
+                if (error)
                 {
-                    std::make_shared<CConnection>(*this, std::move(socket), own)->Read();
+                    AcceptLater();
+                    return;
                 }
+                Take(std::move(socket));
                 Accept();
             });
+    }
+
+    void AcceptLater()
+    {
+        again.expires_after(c_AfterFailure);
+        again.async_wait([this](tError error) { error ? void() : Accept(); });
+    }
+
+    // Of those that ask the oldest has to go when there are too many: so a page is let in whoever else holds connections.
+    void Take(tTcp::socket&& socket)
+    {
+        tError error;
+        const tTcp::endpoint own = socket.local_endpoint(error);
+        if (asking.size() >= c_unMostAsking)
+        {
+            asking.front()->Drop();
+        }
+        if (!error)
+        {
+            std::make_shared<CConnection>(*this, std::move(socket), own)->Read();
+        }
     }
 
     tResponse AnswerTo(const tRequest& request, const std::string& strOwn) const
@@ -167,7 +199,7 @@ struct CWebServer::stState
         };
         const std::string strHost = TextOf(request[http::field::host]);
         const std::string strName = WithoutPort(strHost);
-        if (strName != "localhost" && strName != strOwn)
+        if (request.count(http::field::host) != 1 || (strName != "localhost" && strName != strOwn))
         {
             return answer(http::status::misdirected_request, "text/plain", "this is another host\n");
         }
@@ -179,9 +211,12 @@ struct CWebServer::stState
         if (strTarget == c_szLivePath && websocket::is_upgrade(request))
         {
             const std::string strOrigin = TextOf(request[http::field::origin]);
-            const bool bOwnPage = strOrigin == "http://" + strHost;
-            return bOwnPage ? answer(http::status::switching_protocols, "", "")
-                            : answer(http::status::forbidden, "text/plain", "not from this page\n");
+            if (request.count(http::field::origin) != 1 || strOrigin != "http://" + strHost)
+            {
+                return answer(http::status::forbidden, "text/plain", "not from this page\n");
+            }
+            return live.size() < c_unMostPages ? answer(http::status::switching_protocols, "", "")
+                                               : answer(http::status::service_unavailable, "text/plain", "too many pages\n");
         }
         const auto file = std::find_if(files.begin(), files.end(), [&](const stWebFile& one) { return one.strPath == strTarget; });
         return file == files.end() ? answer(http::status::not_found, "text/plain", "there is nothing here\n")
@@ -191,8 +226,9 @@ struct CWebServer::stState
     std::vector<stWebFile> files;
     tMakeBrowser makeBrowser;
     unsigned int unPort = 0;
-    std::size_t unConnections = 0;
+    std::list<CConnection*> asking; // the oldest first
     asio::io_context context{1};
+    asio::steady_timer again{context};
     tTcp::acceptor acceptor{context};
     CLive::tAll live;
 };

@@ -16,7 +16,8 @@ struct stWebFile
 };
 
 // Everything happens on the thread that calls, within Poll. A browser that doesn't take what it is sent is sent nothing more until
-// it does, and costs nothing meanwhile; one that is silent altogether is dropped.
+// it does, and costs nothing meanwhile; one that is silent altogether is dropped. At most 64 pages are open, and 64 connections ask
+// for something: one more takes the place of the oldest.
 //
 // Who may speak to it: a request has to name its host by the address that it has come to, or as "localhost", and a connection for
 // values has to come from a page of that host and port. So no page of another site can, whatever name it gives this machine; and

@@ -12,6 +12,8 @@ namespace
 
 constexpr std::chrono::milliseconds c_ReadPeriod(1000);
 constexpr std::chrono::milliseconds c_ComparisonPeriod(200);
+constexpr std::chrono::milliseconds c_LongestTurn(500); // of one who waits: whoever hasn't asked again for so long is gone
+constexpr std::chrono::milliseconds c_NoPatience(0);
 
 unsigned char MarkOf(const CBMAContainer& show, const stAddress& address)
 {
@@ -45,7 +47,7 @@ std::vector<unsigned char> MakeMarks(const CBMAContainer& live, CBMAContainer& s
 
 std::string CShows::Read()
 {
-    CShowFile file;
+    CShowFile file(c_NoPatience);
     std::vector<stShowEntry> entries;
     std::string strError = file.Open(m_strFile, false);
     strError = strError.empty() ? file.List(entries) : strError;
@@ -65,18 +67,45 @@ const std::vector<std::string>& CShows::GetNames()
     return m_Names;
 }
 
-bool CShows::Compare(const std::string& strName, const CBMAContainer& live, tFrame& pFrame, std::string& strError)
+// One after another, in the order in which they first asked.
+bool CShows::IsNext(const std::string& strName)
 {
-    if (tSteadyClock::now() < m_NextComparison)
+    const auto now = tSteadyClock::now();
+    const auto own = std::find_if(m_Asked.begin(), m_Asked.end(), [&](const stAsked& asked) { return asked.strName == strName; });
+    if (own == m_Asked.end())
+    {
+        m_Asked.push_back({strName, now});
+    }
+    else
+    {
+        own->last = now;
+    }
+    const auto isGone = [&](const stAsked& asked) { return now - asked.last > c_LongestTurn; };
+    m_Asked.erase(std::remove_if(m_Asked.begin(), m_Asked.end(), isGone), m_Asked.end());
+    if (now < m_NextComparison || m_Asked.front().strName != strName)
     {
         return false;
     }
-    const auto pShow = std::make_unique<CBMAContainer>();
-    strError = ReadShow(m_strFile, strName, *pShow);
-    if (strError.empty())
+    m_Asked.erase(m_Asked.begin());
+    return true;
+}
+
+bool CShows::Compare(const std::string& strName, const CBMAContainer& live, tFrame& pFrame, std::string& strError)
+{
+    const bool bFresh = strName == m_strCompared && tSteadyClock::now() < m_NextComparison;
+    if (!bFresh && !IsNext(strName))
     {
-        pFrame = MakeShowFrame(MakeMarks(live, *pShow, m_Safe), *pShow);
+        return false;
     }
-    m_NextComparison = tSteadyClock::now() + c_ComparisonPeriod;
+    if (!bFresh)
+    {
+        const auto pShow = std::make_unique<CBMAContainer>();
+        m_strCompared = strName;
+        m_strError = ReadShow(m_strFile, strName, *pShow, c_NoPatience);
+        m_pCompared = m_strError.empty() ? MakeShowFrame(MakeMarks(live, *pShow, m_Safe), *pShow) : nullptr;
+        m_NextComparison = tSteadyClock::now() + c_ComparisonPeriod;
+    }
+    pFrame = m_pCompared;
+    strError = m_strError;
     return true;
 }

@@ -8,7 +8,8 @@
 #include <vector>
 
 // The file is read whenever somebody asks, so that shows that are saved meanwhile are there; but not more often than a few times a
-// second, whoever asks.
+// second, whoever asks, and nobody waits for a file that somebody else has locked. Who asks for the same show gets the same, and
+// those who ask for different ones have their turns.
 class CShows : public IShows
 {
 public:
@@ -23,7 +24,19 @@ public:
 private:
     const std::string m_strFile;
     const std::vector<stPattern> m_Safe;
+    struct stAsked
+    {
+        std::string strName;
+        tSteadyClock::time_point last; // time
+    };
+
+    bool IsNext(const std::string& strName);
+
     std::vector<std::string> m_Names;
+    std::vector<stAsked> m_Asked; // who waits longest first
     tSteadyClock::time_point m_NextRead = {};
     tSteadyClock::time_point m_NextComparison = {};
+    std::string m_strCompared; // the last one, and what came of it
+    tFrame m_pCompared;
+    std::string m_strError;
 };
