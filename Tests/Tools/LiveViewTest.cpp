@@ -264,6 +264,15 @@ TEST_F(LiveView, HealthTellsWhoSends)
     EXPECT_EQ(1, health["senders"][2]["datagrams"]);
     Update();
     EXPECT_EQ(1, Health(std::chrono::milliseconds(1000))["mcs"]);
+    // Of very many those who send most.
+    for (unsigned int un = 0; un < 30; ++un)
+    {
+        Take({0x0a000100 + un, 50000}, Support::tBytes(un < 18 ? 3 : 30));
+    }
+    const nlohmann::json busiest = Health(std::chrono::milliseconds(1000))["senders"];
+    EXPECT_EQ(12u, busiest.size());
+    EXPECT_EQ("10.0.1.18:50000", busiest[0]["name"]);
+    EXPECT_EQ("10.0.1.29:50000", busiest[11]["name"]);
 }
 
 TEST_F(LiveView, ValuesComeWhenAllTypesHaveAndThePageIsSeen)

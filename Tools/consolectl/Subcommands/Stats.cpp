@@ -1,6 +1,7 @@
 // consolectl stats: who sent what, how fast, and what was lost on the way.
 #include "Network/KernelFiles.h"
 #include "Network/LossFinder.h"
+#include "Network/LossLayers.h"
 #include "Network/Shadow.h"
 #include "Network/TrafficOptions.h"
 #include "Subcommands/Subcommands.h"
@@ -29,17 +30,6 @@ struct stFlow
 {
     long lDatagrams = 0;
     double dBytes = 0;
-};
-
-// The counters of the receive path by the layer that they tell of. What is lost of a whole message stands beside the lost messages.
-constexpr struct
-{
-    const char* szLayer;
-    enReceiveCounter enCounter;
-} caLayers[] = {
-    {"frame size", enRejectedTooShort}, {"frame size", enRejectedPayload}, {"frame size", enRejectedTooLarge},
-    {"header", enRejectedHeader},       {"ring", enCountEvicted},          {"ring", enCountMixed},
-    {"decode", enDecodeErrorNull},      {"decode", enDecodeErrorInvalid},  {"decode", enCountLengthMismatch},
 };
 
 class CStats
@@ -152,7 +142,7 @@ void CStats::PrintLayers(const stTrafficLoss& loss)
     PrintOthers();
     Row("", "frame size", "longer than a datagram, or cut short", loss.unSize);
     const stReceiveStatistics statistics = m_Shadow.Follower().GetStatistics();
-    for (const auto& layer : caLayers)
+    for (const stLossLayer& layer : c_aLossLayers)
     {
         Row("", layer.szLayer, ReceiveCounterText(layer.enCounter), statistics.aunCount[layer.enCounter]);
     }

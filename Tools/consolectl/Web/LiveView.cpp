@@ -1,5 +1,7 @@
 #include "Web/LiveView.h"
 
+#include "Network/LossLayers.h"
+
 #include <nlohmann/json.hpp>
 
 #include <algorithm>
@@ -11,6 +13,7 @@ typedef nlohmann::json tJson;
 
 constexpr std::chrono::milliseconds c_HealthPeriod(500);
 constexpr std::size_t c_unMostChanges = 64; // of one text
+constexpr std::size_t c_unMostSenders = 12;
 
 // Equal texts take as long as others.
 bool IsSame(const std::string& strA, const std::string& strB)
@@ -33,6 +36,15 @@ stChange ReadChange(const tJson& change)
 {
     const stAddress address = ParseAddress(change.at(0).get<std::string>());
     return {address, ParseValue(address.enType, change.at(1).get<std::string>())};
+}
+
+// Those who send most, in an order that stays.
+std::vector<std::pair<std::string, stSecond::stSender>> BusiestByName(const stSecond& second)
+{
+    std::vector<std::pair<std::string, stSecond::stSender>> senders = second.Senders();
+    senders.resize(std::min(senders.size(), c_unMostSenders));
+    std::sort(senders.begin(), senders.end(), [](const auto& a, const auto& b) { return a.first < b.first; });
+    return senders;
 }
 
 } // namespace
@@ -214,34 +226,36 @@ tFrame CLiveView::MakeHealth(const stTrafficLoss& loss, int nBrowsers)
                          {"changes", second.PerSecond(second.adChanges[nType])}});
     }
     tJson senders = tJson::array();
-    for (const auto& sender : second.senders)
+    for (const auto& sender : BusiestByName(second))
     {
         senders.push_back({{"name", sender.first},
                            {"datagrams", second.PerSecond(sender.second.dDatagrams)},
                            {"bytes", second.PerSecond(sender.second.dBytes)}});
     }
     const stReceiveStatistics statistics = shadow.Follower().GetStatistics();
-    const auto count = [&](enReceiveCounter enCounter) { return statistics.aunCount[enCounter]; };
-    const std::vector<std::pair<const char*, std::uint64_t>> lost = {
-        // in the order in which a datagram meets them
-        {"kernel", loss.unKernel},
-        {"frame size", loss.unSize + count(enRejectedTooShort) + count(enRejectedPayload) + count(enRejectedTooLarge)},
-        {"header", count(enRejectedHeader)},
-        {"ring", count(enCountEvicted) + count(enCountMixed)},
-        {"fragments", static_cast<std::uint64_t>(m_Activity.GetLost())},
-        {"decode", count(enDecodeErrorNull) + count(enDecodeErrorInvalid) + count(enCountLengthMismatch)}};
-    const tJson health = {{"health",
-                           {{"link", m_Seen.strLink},
-                            {"mc", shadow.SenderText()},
-                            {"mcs", second.CountMCs()},
-                            {"silent", m_Activity.SecondsSilent()},
-                            {"whole", shadow.IsWhole()},
-                            {"updates", second.PerSecond(second.dUpdates)},
-                            {"gap", LongestGap()},
-                            {"requests", second.PerSecond(second.dRequests)},
-                            {"browsers", nBrowsers},
-                            {"types", types},
-                            {"senders", senders},
-                            {"lost", lost}}}};
+    const auto lostIn = [&](const std::string& strLayer, std::uint64_t unCount)
+    {
+        for (const stLossLayer& layer : c_aLossLayers)
+        {
+            unCount += strLayer == layer.szLayer ? statistics.aunCount[layer.enCounter] : 0;
+        }
+        return tJson({strLayer, unCount});
+    };
+    const tJson health = {
+        {"health",
+         {{"link", m_Seen.strLink},
+          {"mc", shadow.SenderText()},
+          {"mcs", second.CountMCs()},
+          {"silent", m_Activity.SecondsSilent()},
+          {"whole", shadow.IsWhole()},
+          {"updates", second.PerSecond(second.dUpdates)},
+          {"gap", LongestGap()},
+          {"requests", second.PerSecond(second.dRequests)},
+          {"browsers", nBrowsers},
+          {"types", types},
+          {"senders", senders},
+          {"lost",
+           tJson::array({lostIn("kernel", loss.unKernel), lostIn("frame size", loss.unSize), lostIn("header", 0), lostIn("ring", 0),
+                         lostIn("fragments", static_cast<std::uint64_t>(m_Activity.GetLost())), lostIn("decode", 0)})}}}};
     return MakeText(health);
 }
