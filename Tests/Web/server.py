@@ -16,6 +16,7 @@ CHANGED, IMAGE = 2, 1
 FADER_1 = 'MicInput/1/Fader/0'
 HANDED_OVER = 3
 consolectl = sys.argv[1:]
+sanitized = any(name in open(consolectl[-1], 'rb').read() for name in (b'__asan_init', b'__tsan_init'))  # which keeps what was freed
 os.dup2(os.open(os.devnull, os.O_RDONLY), HANDED_OVER)  # so that nothing else is
 
 
@@ -231,7 +232,7 @@ def stalled(web, seconds):
     share = (web.cpu_seconds() - cpu) / (time.monotonic() - began)
     grown = web.kilobytes() - memory
     print(f'ten stalled browsers: {grown} kB more, {100 * share:.1f} % of a core with the follower, {browsers - 1} of them left')
-    assert grown < 4000, f'{grown} kB'
+    assert grown < 4000 or sanitized, f'{grown} kB'
     assert browsers == 1, f'{browsers - 1} are still there'
     for live in lives:
         live.connection.close()
@@ -278,7 +279,7 @@ def main():
     print(f'{web.kilobytes() - memory} kB more after all that is nonsense')
     stalled(web, 60)
     assert ask(web.port, request(web.port))[0] == 200
-    assert web.kilobytes() - memory < 20000, f'{web.kilobytes() - memory} kB more'
+    assert web.kilobytes() - memory < 20000 or sanitized, f'{web.kilobytes() - memory} kB more'
     print(web.stop().splitlines()[-1])
     mc.stop()
     print('passed')
