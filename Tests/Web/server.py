@@ -16,7 +16,8 @@ CHANGED, IMAGE = 2, 1
 FADER_1 = 'MicInput/1/Fader/0'
 HANDED_OVER = 3
 consolectl = sys.argv[1:]
-sanitized = any(name in open(consolectl[-1], 'rb').read() for name in (b'__asan_init', b'__tsan_init'))  # which keeps what was freed
+sanitized = any(name in open(consolectl[-1], 'rb').read() for name in (b'__asan_init', b'__tsan_init'))  # which is slow, and keeps what was freed
+LEAST = 1 if sanitized else 10  # frames within a second
 os.dup2(os.open(os.devnull, os.O_RDONLY), HANDED_OVER)  # so that nothing else is
 
 
@@ -178,7 +179,7 @@ def many(port):
         thread.join()
     for connection in held:
         connection.close()
-    assert count >= 10, f'{count} frames within a second'
+    assert count >= LEAST, f'{count} frames within a second'
     time.sleep(0.3)
     assert ask(port, request(port))[0] == 200, 'it answers no more'
 
@@ -191,13 +192,18 @@ def crowd(port):
     live = Live(port)
     live.until(lambda kind, content: kind == 2)
     assert time.monotonic() - began < 5, 'it has waited for those who say nothing'
-    lives = [live]
-    while len(lives) < 100 and (status := ask(port, upgrade(port))[0]) == 101:  # which hangs up again
-        lives.append(Live(port))
-    assert status == 503 and 50 < len(lives) <= 64, f'{len(lives)} pages, {status}'
+    pages, statuses = [], []
+    for _ in range(5):
+        some = [connect(port) for _ in range(20)]
+        for connection in some:
+            connection.sendall(upgrade(port))
+        statuses += [int(connection.recv(12).split()[1]) for connection in some]
+        pages += some
+    let_in = statuses.count(101)
+    assert 50 < let_in < 64 and statuses.count(503) == 100 - let_in, f'{let_in} pages were let in: {statuses}'
     assert ask(port, request(port))[0] == 200
-    for one in lives + silent:
-        getattr(one, 'connection', one).close()
+    for connection in [live.connection, *pages, *silent]:
+        connection.close()
     time.sleep(0.3)
     Live(port).connection.close()
 
@@ -227,7 +233,7 @@ def stalled(web, seconds):
     end = began + seconds
     browsers = 11
     while time.monotonic() < end and browsers > 1:
-        assert goes_on(other) >= 10
+        assert goes_on(other) >= LEAST
         browsers = other.answer('health')['browsers']
     share = (web.cpu_seconds() - cpu) / (time.monotonic() - began)
     grown = web.kilobytes() - memory
