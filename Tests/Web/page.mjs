@@ -296,8 +296,15 @@ await runAll({
     const page = await openPage(web.url);
     await untilState(page, "waiting");
     expect(!(await page.isVisible(".strip:first-child .knob")), "a fader is shown whose level nobody has sent");
+    await page.locator("#map").focus();
+    await page.keyboard.press("ArrowRight");
+    expect(/–$/.test(await text(page, "#tip")), `of a value that nobody has sent is said: ${await text(page, "#tip")}`);
+    await page.keyboard.press("Enter");
+    expect(await page.inputValue("#parameter-value") === "" && await page.isDisabled("#parameter-set"), "what nobody has sent can be set");
+    await page.keyboard.press("Escape");
     start("mc", "--seconds", "60");
     await untilState(page, "step");
+    await until("it can be moved", async () => !(await page.isDisabled("#parameter-set")));
     expect(/^in step with [0-9.:]+$/.test(await text(page, "#state")), `it says: ${await text(page, "#state")}`);
   },
   values, drag, keyboard, search, hover, all, each, lost, ...access(inStep), ...truth(inStep, imageValue), ...drawn(inStep), ...design(inStep, drawsOn),

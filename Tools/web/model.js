@@ -109,8 +109,9 @@ export class Image {
     return type === STRING ? this.strings[number] : type === ROTARY || type === FADER ? this.floats[number] : this.ints[number];
   }
 
+  // Of a value that nobody has sent: none.
   valueText(number) {
-    return this.textOf(this.value(number));
+    return this.whole ? this.textOf(this.value(number)) : "–";
   }
 
   textOf(value) {

@@ -69,6 +69,7 @@ class Page {
     document.documentElement.dataset.whole = "true";
     this.picture.recolour();
     this.channels.drawAll();
+    this.tellLocks({});
   }
 
   takeHealth(health) {
@@ -77,11 +78,11 @@ class Page {
     this.tellState();
   }
 
-  // Who can't reach the console, or may not, moves nothing.
+  // Who can't reach the console, doesn't know it yet, or may not, moves nothing.
   tellLocks(news) {
     Object.assign(this.heard, news);
     const {open, may} = this.heard;
-    const why = !open ? "consolectl is gone" : may ? "" : LOOKS;
+    const why = !open ? "consolectl is gone" : !may ? LOOKS : this.image.whole ? "" : "no values have come yet";
     document.documentElement.dataset.mayChange = may;
     this.channels.locked = why !== "";
     this.parameter.lock(why);

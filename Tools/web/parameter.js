@@ -43,7 +43,7 @@ export class Parameter {
 
   // The value as one would type it.
   entry() {
-    const value = this.image.value(this.number);
+    const value = this.image.whole ? this.image.value(this.number) : "";
     return typeof value === "string" ? value : this.image.textOf(value);
   }
 
