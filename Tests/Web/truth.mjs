@@ -105,6 +105,30 @@ export const truth = (inStep, imageValue) => ({
     expect(await page.evaluate(() => !window.page.image.whole), "values are shown that nobody has sent");
   },
 
+  // What changed while consolectl was gone has changed, too; and while nothing is known nothing is said of it.
+  sinceGone: async () => {
+    const {web, page} = await inStep();
+    await page.selectOption("#overlay", "since/");
+    page.mayFail = true;
+    await web.stop("SIGKILL");
+    await untilState(page, "gone");
+    await run("set", "MicInput/77/Rotary/0-9", "0.25", "--timeout", "30");
+    start("web", "--web-port", new URL(web.url).port);
+    await untilState(page, "step");
+    await until("what has changed meanwhile", async () => (await page.textContent("#legend")).includes("changed since 10"));
+  },
+
+  overlayWaiting: async () => {
+    const web = await startWeb();
+    const page = await openPage(web.url);
+    await untilState(page, "waiting");
+    await page.selectOption("#overlay", "since/");
+    expect(await page.textContent("#legend") === "no values have come yet", `of nothing is said: ${await page.textContent("#legend")}`);
+    start("mc", "--seconds", "60", "--moving-faders", "0");
+    await untilState(page, "step");
+    await until("the overlay of values", async () => (await page.textContent("#legend")).includes("the same 241,339"));
+  },
+
   // It is consolectl that doesn't go on, not the MC.
   frozen: async () => {
     const {web, page} = await inStep();

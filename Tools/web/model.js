@@ -120,6 +120,14 @@ export class Image {
     return Number.isSafeInteger(value) ? String(value) : floatText(value);
   }
 
+  copy() {
+    return {ints: this.ints.slice(), strings: [...this.strings]};
+  }
+
+  differs(number, {ints, strings}) {
+    return this.ints[number] !== ints[number] || (number < strings.length && this.strings[number] !== strings[number]);
+  }
+
   // Forgets everything: what there was is no longer known to be so.
   forget() {
     this.ints.fill(0);

@@ -18,6 +18,7 @@ const KINDS = {
   },
 };
 const SINCE = ["the same", "", "changed since"];
+const NOTHING = "no values have come yet";
 const grouped = (number) => number.toLocaleString("en");
 
 export class Overlay {
@@ -35,12 +36,15 @@ export class Overlay {
     for (const show of shows) for (const kind of Object.keys(KINDS)) options.push([`${kind}/${show}`, KINDS[kind].title(show)]);
     const chosen = this.select.value;
     this.select.replaceChildren(...options.map(([value, text]) => new Option(text, value, false, value === chosen)));
-    this.choose(this.select.value);
+    if (this.select.value !== chosen) return this.choose(this.select.value);
+    this.tell();
+    if (this.kind in KINDS) this.ask(this.show);
   }
 
   choose(value) {
     const slash = value.indexOf("/");
     Object.assign(this, {kind: value.slice(0, Math.max(0, slash)), show: value.slice(slash + 1)});
+    this.before = this.image.whole ? this.image.copy() : null;
     this.clear();
     this.tell();
     this.ask(this.kind in KINDS ? this.show : "");
@@ -66,6 +70,24 @@ export class Overlay {
     this.legend.textContent = text;
   }
 
+  // All values are there, for the first time or anew: what changed meanwhile has changed since, too.
+  whole() {
+    this.before ??= this.image.copy();
+    if (this.kind === "since") {
+      for (let number = 0; number < this.model.count; ++number) {
+        if (this.image.differs(number, this.before)) this.marks[number] = 2;
+      }
+      this.picture.setOverlay(this.marks);
+    }
+    this.tell();
+  }
+
+  // Nothing is known any more.
+  forget() {
+    if (this.kind in KINDS) this.clear();
+    this.tell();
+  }
+
   clear() {
     this.marks.fill(0);
     this.told.fill(0);
@@ -88,7 +110,7 @@ export class Overlay {
   // What it says of one parameter.
   text(number) {
     const mark = this.told[number];
-    if (!(this.kind in KINDS)) return "";
+    if (!(this.kind in KINDS) || !this.image.whole) return "";
     if (!(mark & STORED)) return "not in the show";
     const value = this.values.has(number) ? `${this.image.textOf(this.values.get(number))} in the show, ` : "";
     const stays = mark & RECALLED ? "stays: safe" : "stays: outside the recall scope";
@@ -97,6 +119,7 @@ export class Overlay {
   }
 
   tell() {
+    if (this.kind && !this.image.whole) return void (this.legend.textContent = NOTHING);
     const words = this.kind === "since" ? SINCE : KINDS[this.kind]?.words ?? ["lower values", "higher", "changed just now"];
     const counts = [0, 0, 0];
     if (this.kind) for (const mark of this.marks) ++counts[mark];

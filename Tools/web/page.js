@@ -69,6 +69,7 @@ class Page {
     document.documentElement.dataset.whole = "true";
     this.picture.recolour();
     this.channels.drawAll();
+    this.overlay.whole();
     this.tellLocks({});
   }
 
@@ -106,6 +107,7 @@ class Page {
     delete document.documentElement.dataset.whole;
     this.picture.recolour();
     this.channels.drawAll();
+    this.overlay.forget();
   }
 
   takeRefused(text) {
