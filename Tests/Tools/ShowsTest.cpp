@@ -114,12 +114,14 @@ TEST_F(Shows, WhoHasLeftHoldsNobodyUp)
 // A server has no time to wait for somebody else's work.
 TEST_F(Shows, AFileInUseIsSaidToBe)
 {
+    ASSERT_EQ("", m_Shows.Read());
     sqlite3* pOther = nullptr;
     ASSERT_EQ(SQLITE_OK, sqlite3_open(m_strFile.c_str(), &pOther));
     ASSERT_EQ(SQLITE_OK, sqlite3_exec(pOther, "BEGIN EXCLUSIVE", nullptr, nullptr, nullptr));
     const auto before = std::chrono::system_clock::now();
     m_Time.Pass(std::chrono::seconds(10));
     EXPECT_EQ(m_strFile + ": database is locked", Ask("Monday"));
+    EXPECT_EQ(std::vector<std::string>({"Monday", "Tuesday"}), m_Shows.GetNames());
     EXPECT_LT(std::chrono::system_clock::now() - before, std::chrono::seconds(5)); // others wait for ten
     sqlite3_close(pOther);
     m_Time.Pass(std::chrono::milliseconds(250));

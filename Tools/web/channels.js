@@ -1,9 +1,9 @@
 // Channels as people know them: a strip for each mic input, with name, meter, fader and mute.
 
 import {Bridge} from "./bridge.js";
+import {FADER, METER, STRING, SWITCH} from "./model.js";
 
 const GROUP = "MicInput";
-const FADER = 4, METER = 6, SWITCH = 2, STRING = 0;
 const TOP = 10, BOTTOM = -60; // dB
 const STEP = 0.5;
 const TRACK = 144; // px, as high as the style has it

@@ -34,8 +34,9 @@ class Curve {
     const context = this.canvas.getContext("2d");
     context.clearRect(0, 0, width, height);
     const x = (n) => width - (this.values.length - 1 - n) * width / (POINTS - 1);
+    const {most} = this;
     const line = new Path2D();
-    this.values.forEach((value, n) => line.lineTo(x(n), height - scale - (height - 3 * scale) * value / this.most));
+    this.values.forEach((value, n) => line.lineTo(x(n), height - scale - (height - 3 * scale) * value / most));
     const area = new Path2D(line);
     area.lineTo(width, height);
     area.lineTo(x(0), height);

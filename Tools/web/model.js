@@ -71,7 +71,7 @@ export class Model {
   }
 }
 
-const STRING = 0, ROTARY = 1, SWITCH = 2, FADER = 4, METER = 6;
+export const STRING = 0, ROTARY = 1, SWITCH = 2, INTEGER = 3, FADER = 4, METER = 6; // types by their numbers
 const STRING_BYTES = 13;
 const FRAME_IMAGE = 1, FRAME_CHANGES = 2;
 const UPDATE_HEADER = 17;

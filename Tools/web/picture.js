@@ -1,6 +1,7 @@
 // All parameters as a bitmap, a pixel each, arranged by group and path; lit where a value changed within the last seconds.
 
 import {Glow} from "./glow.js";
+import {FADER, INTEGER, METER, ROTARY, STRING, SWITCH} from "./model.js";
 
 const LIT_SECONDS = 2.4;
 const SHADES = 16; // of lit, from the next to the last to the first
@@ -13,8 +14,6 @@ const LABEL = 14;
 const BESIDE = 12; // the most that a group is high whose label stands beside it
 const BETWEEN = 6; // it and its label
 const LEAST_ROWS = 8; // of a group that can be folded
-
-const STRING = 0, ROTARY = 1, SWITCH = 2, INTEGER = 3, FADER = 4, METER = 6;
 
 // How much of its range a value has, from 0 to LEVELS - 1: what a pixel shows while nothing happens.
 function levelOf(type, value) {

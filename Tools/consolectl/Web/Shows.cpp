@@ -51,10 +51,14 @@ std::string CShows::Read()
     std::vector<stShowEntry> entries;
     std::string strError = file.Open(m_strFile, false);
     strError = strError.empty() ? file.List(entries) : strError;
+    m_NextRead = tSteadyClock::now() + c_ReadPeriod;
+    if (!strError.empty()) // they stay as they were
+    {
+        return strError;
+    }
     m_Names.clear();
     std::transform(entries.begin(), entries.end(), std::back_inserter(m_Names),
                    [](const stShowEntry& entry) { return entry.strName; });
-    m_NextRead = tSteadyClock::now() + c_ReadPeriod;
     return strError;
 }
 
@@ -78,9 +82,9 @@ bool CShows::IsNext(const std::string& strName)
     }
     else
     {
-        own->last = now;
+        own->lastAsked = now;
     }
-    const auto isGone = [&](const stAsked& asked) { return now - asked.last > c_LongestTurn; };
+    const auto isGone = [&](const stAsked& asked) { return now - asked.lastAsked > c_LongestTurn; };
     m_Asked.erase(std::remove_if(m_Asked.begin(), m_Asked.end(), isGone), m_Asked.end());
     if (now < m_NextComparison || m_Asked.front().strName != strName)
     {

@@ -27,7 +27,7 @@ private:
     struct stAsked
     {
         std::string strName;
-        tSteadyClock::time_point last; // time
+        tSteadyClock::time_point lastAsked;
     };
 
     bool IsNext(const std::string& strName);
